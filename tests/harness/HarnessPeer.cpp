@@ -1,0 +1,65 @@
+// Second process for the harness checks. Commands:
+//   mcast-send <group> <port> <text>   sends <text> as one datagram, from 127.0.0.1
+//   ipc-reply <name>                   opens section <name> and event <name>.Done, appends
+//                                      " seen" to the text in the section, sets the event
+// Exit code 0 on success.
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#include <windows.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/KernelObjects.h"
+
+namespace {
+
+int MulticastSend(const char* group, int port, const char* text) {
+    WSADATA wsa;
+    if (WSAStartup(MAKEWORD(2, 2), &wsa) != 0) return 10;
+    SOCKET s = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+    if (s == INVALID_SOCKET) return 11;
+    in_addr local{};
+    local.s_addr = inet_addr("127.0.0.1");
+    setsockopt(s, IPPROTO_IP, IP_MULTICAST_IF, reinterpret_cast<const char*>(&local), sizeof local);
+    DWORD ttl = 1, loop = 1;
+    setsockopt(s, IPPROTO_IP, IP_MULTICAST_TTL, reinterpret_cast<const char*>(&ttl), sizeof ttl);
+    setsockopt(s, IPPROTO_IP, IP_MULTICAST_LOOP, reinterpret_cast<const char*>(&loop), sizeof loop);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(static_cast<u_short>(port));
+    to.sin_addr.s_addr = inet_addr(group);
+    // A few copies: the receiver may join a moment after we start.
+    for (int i = 0; i < 20; ++i) {
+        if (sendto(s, text, static_cast<int>(strlen(text)), 0, reinterpret_cast<sockaddr*>(&to),
+                   sizeof to) < 0)
+            return 12;
+        Sleep(50);
+    }
+    closesocket(s);
+    WSACleanup();
+    return 0;
+}
+
+int IpcReply(const std::string& name) {
+    vantrel::UniqueMapping section = vantrel::TryOpenNamedSection(name.c_str());
+    if (!section) return 20;
+    vantrel::UniqueViewOfFile view = vantrel::MapWholeSection(section.get());
+    if (!view) return 21;
+    vantrel::UniqueEvent done = vantrel::TryOpenNamedEvent((name + ".Done").c_str());
+    if (!done) return 22;
+    char* text = static_cast<char*>(view.get());
+    strcat(text, " seen");
+    return SetEvent(done.get()) ? 0 : 23;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 5 && !strcmp(argv[1], "mcast-send")) return MulticastSend(argv[2], atoi(argv[3]), argv[4]);
+    if (argc == 3 && !strcmp(argv[1], "ipc-reply")) return IpcReply(argv[2]);
+    std::fprintf(stderr, "usage: harness_peer mcast-send <group> <port> <text> | ipc-reply <name>\n");
+    return 2;
+}

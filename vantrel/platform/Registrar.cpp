@@ -1,0 +1,145 @@
+#include "Registrar.h"
+
+#include <oleauto.h>
+
+#include <cstdio>
+#include <string>
+
+#include "UniqueHandle.h"
+
+namespace vantrel {
+namespace {
+
+LONG SetKeyValue(HKEY parent, const std::string& subkey, const char* valueName,
+                 const char* value) noexcept {
+    UniqueHkey key;
+    LONG err = RegCreateKeyExA(parent, subkey.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                               KEY_WRITE, nullptr, key.put(), nullptr);
+    if (err != ERROR_SUCCESS) return err;
+    return RegSetValueExA(key.get(), valueName, 0, REG_SZ, reinterpret_cast<const BYTE*>(value),
+                          static_cast<DWORD>(strlen(value) + 1));
+}
+
+LONG DeleteTree(HKEY parent, const std::string& subkey) noexcept {
+    const LONG err = RegDeleteTreeA(parent, subkey.c_str());
+    return err == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : err;
+}
+
+HRESULT FromWin32(LONG err) noexcept { return err == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(err); }
+
+HRESULT WriteProgId(const char* progId, const ClassRegistration& row, const char* clsid) noexcept {
+    if (!progId) return S_OK;
+    LONG err = DeleteTree(HKEY_CLASSES_ROOT, progId);
+    if (err == ERROR_SUCCESS) err = SetKeyValue(HKEY_CLASSES_ROOT, progId, nullptr, row.description);
+    if (err == ERROR_SUCCESS)
+        err = SetKeyValue(HKEY_CLASSES_ROOT, std::string(progId) + "\\CLSID", nullptr, clsid);
+    return FromWin32(err);
+}
+
+bool ModuleFileNameW(HMODULE module, wchar_t* path, DWORD size) noexcept {
+    const DWORD n = GetModuleFileNameW(module, path, size);
+    return n != 0 && n < size;
+}
+
+}  // namespace
+
+void GuidToRegistryString(REFGUID g, char* buf, std::size_t size) noexcept {
+    snprintf(buf, size, "{%08lX-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}",
+             static_cast<unsigned long>(g.Data1), g.Data2, g.Data3, g.Data4[0], g.Data4[1],
+             g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6], g.Data4[7]);
+}
+
+HRESULT RegisterComClass(HMODULE module, const ClassRegistration& row) noexcept {
+    try {
+        char clsid[40];
+        GuidToRegistryString(*row.clsid, clsid, sizeof clsid);
+        char path[MAX_PATH];
+        const DWORD n = GetModuleFileNameA(module, path, sizeof path);
+        if (n == 0 || n >= sizeof path) return E_FAIL;
+
+        HRESULT hr = WriteProgId(row.progId, row, clsid);
+        if (SUCCEEDED(hr)) hr = WriteProgId(row.versionIndependentProgId, row, clsid);
+        if (FAILED(hr)) return hr;
+
+        const std::string key = std::string("CLSID\\") + clsid;
+        LONG err = DeleteTree(HKEY_CLASSES_ROOT, key);
+        if (err == ERROR_SUCCESS) err = SetKeyValue(HKEY_CLASSES_ROOT, key, nullptr, row.description);
+        if (err == ERROR_SUCCESS && row.progId)
+            err = SetKeyValue(HKEY_CLASSES_ROOT, key + "\\ProgID", nullptr, row.progId);
+        if (err == ERROR_SUCCESS && row.versionIndependentProgId)
+            err = SetKeyValue(HKEY_CLASSES_ROOT, key + "\\VersionIndependentProgID", nullptr,
+                              row.versionIndependentProgId);
+        if (err == ERROR_SUCCESS)
+            err = SetKeyValue(HKEY_CLASSES_ROOT, key + "\\InprocServer32", nullptr, path);
+        if (err == ERROR_SUCCESS && row.threadingModel)
+            err = SetKeyValue(HKEY_CLASSES_ROOT, key + "\\InprocServer32", "ThreadingModel",
+                              row.threadingModel);
+        return FromWin32(err);
+    } catch (...) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+HRESULT UnregisterComClass(const ClassRegistration& row) noexcept {
+    try {
+        char clsid[40];
+        GuidToRegistryString(*row.clsid, clsid, sizeof clsid);
+        LONG err = DeleteTree(HKEY_CLASSES_ROOT, std::string("CLSID\\") + clsid);
+        if (err == ERROR_SUCCESS && row.progId) err = DeleteTree(HKEY_CLASSES_ROOT, row.progId);
+        if (err == ERROR_SUCCESS && row.versionIndependentProgId)
+            err = DeleteTree(HKEY_CLASSES_ROOT, row.versionIndependentProgId);
+        return FromWin32(err);
+    } catch (...) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+HRESULT RegisterClasses(HMODULE module, const ClassRegistration* rows, std::size_t count) noexcept {
+    HRESULT first = S_OK;
+    for (std::size_t i = 0; i < count; ++i) {
+        const HRESULT hr = RegisterComClass(module, rows[i]);
+        if (FAILED(hr) && SUCCEEDED(first)) first = hr;
+    }
+    return first;
+}
+
+HRESULT UnregisterClasses(const ClassRegistration* rows, std::size_t count) noexcept {
+    HRESULT first = S_OK;
+    for (std::size_t i = 0; i < count; ++i) {
+        const HRESULT hr = UnregisterComClass(rows[i]);
+        if (FAILED(hr) && SUCCEEDED(first)) first = hr;
+    }
+    return first;
+}
+
+HRESULT RegisterModuleTypeLib(HMODULE module) noexcept {
+    wchar_t path[MAX_PATH];
+    if (!ModuleFileNameW(module, path, MAX_PATH)) return E_FAIL;
+    ITypeLib* typeLib = nullptr;
+    HRESULT hr = LoadTypeLibEx(path, REGKIND_NONE, &typeLib);
+    if (FAILED(hr)) return hr;
+    hr = RegisterTypeLib(typeLib, path, nullptr);
+    typeLib->Release();
+    return hr;
+}
+
+HRESULT UnregisterModuleTypeLib(HMODULE module) noexcept {
+    wchar_t path[MAX_PATH];
+    if (!ModuleFileNameW(module, path, MAX_PATH)) return E_FAIL;
+    ITypeLib* typeLib = nullptr;
+    HRESULT hr = LoadTypeLibEx(path, REGKIND_NONE, &typeLib);
+    if (FAILED(hr)) return hr;
+    TLIBATTR* attr = nullptr;
+    hr = typeLib->GetLibAttr(&attr);
+    if (SUCCEEDED(hr)) {
+        hr = UnRegisterTypeLib(attr->guid, attr->wMajorVerNum, attr->wMinorVerNum, attr->lcid,
+                               attr->syskind);
+        typeLib->ReleaseTLibAttr(attr);
+        // Unregistering twice is harmless.
+        if (hr == TYPE_E_REGISTRYACCESS || hr == TYPE_E_CANTLOADLIBRARY) hr = S_OK;
+    }
+    typeLib->Release();
+    return hr;
+}
+
+}  // namespace vantrel
