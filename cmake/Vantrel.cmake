@@ -36,14 +36,23 @@ function(vantrel_idl target idl)
 endfunction()
 
 # vantrel_dll(<target> DEF <file.def> SOURCES ... LIBS ...): a DLL that exports by plain name.
-# --kill-at keeps stdcall decorations out of the export names; the import library still maps
-# the decorated names, so callers link normally.
+# --kill-at keeps stdcall decorations out of the export names. ld would then write the import
+# library without them too, so it is rewritten from the .def with dlltool -k, which keeps the
+# decorated symbols (Name@N, as the .def lists stdcall functions) and imports the plain names:
+# WINAPI callers link normally.
 function(vantrel_dll target)
   cmake_parse_arguments(D "" "DEF" "SOURCES;LIBS" ${ARGN})
   add_library(${target} SHARED ${D_SOURCES} ${D_DEF})
   set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME ${target})
   target_link_options(${target} PRIVATE -Wl,--kill-at -Wl,--enable-stdcall-fixup)
   target_link_libraries(${target} PRIVATE ${D_LIBS})
+  if(D_DEF)
+    get_filename_component(def_abs ${D_DEF} ABSOLUTE)
+    add_custom_command(TARGET ${target} POST_BUILD
+      COMMAND ${CMAKE_DLLTOOL} -k --def ${def_abs} --dllname $<TARGET_FILE_NAME:${target}>
+              --output-lib $<TARGET_LINKER_FILE:${target}>
+      VERBATIM)
+  endif()
 endfunction()
 
 # Windows path of a file in the build tree, for programs run under Wine (drive Z: is /).
