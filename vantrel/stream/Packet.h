@@ -1,0 +1,249 @@
+// Desktop stream packets: the one place that knows their byte layout. The encoder, decoder,
+// capture, recorder, reader, caster and receiver lay out and check packets through this module;
+// Pavlex.dll writes its cursor records with the record layout below.
+//
+// Every multi-byte field is little-endian and is read and written byte by byte (memcpy on this
+// little-endian target): packets, decompressed bodies and records may sit at any address, so
+// nothing here casts a packet to a struct.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <cstring>
+
+namespace vantrel::packet {
+
+// ---- Sizes and magics --------------------------------------------------------------------------
+
+// Every packet buffer, every decompression target and the largest packet anyone accepts.
+constexpr uint32_t kBufferSize = 0x180000;
+constexpr uint32_t kHeadSize = 12;  // magic, length, time: common to both kinds
+constexpr uint32_t kFrameHeaderSize = 48;
+constexpr uint32_t kCursorHeaderSize = 12;
+constexpr uint32_t kMaxFramePayload = kBufferSize - kFrameHeaderSize;    // 0x17FFD0
+constexpr uint32_t kMaxCursorPayload = kBufferSize - kCursorHeaderSize;  // 0x17FFF4
+constexpr uint32_t kFrameMagic = 0x46524D48;                             // bytes "HMRF"
+constexpr uint32_t kCursorMagic = 0x43555248;                            // bytes "HRUC"
+
+// A frame payload's BITMAPINFO: the 40-byte header and its colour part, never above 1064 bytes
+// (256 colour entries), the size of the format block every image keeps.
+constexpr uint32_t kBitmapInfoHeaderSize = 40;
+constexpr uint32_t kMaxBitmapInfoSize = 1064;
+
+// ---- Little-endian access ----------------------------------------------------------------------
+
+inline uint32_t LoadU32(const void* p) noexcept {
+    uint32_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+inline int32_t LoadI32(const void* p) noexcept {
+    return static_cast<int32_t>(LoadU32(p));
+}
+inline uint16_t LoadU16(const void* p) noexcept {
+    uint16_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+inline void StoreU32(void* p, uint32_t v) noexcept {
+    std::memcpy(p, &v, sizeof v);
+}
+inline void StoreI32(void* p, int32_t v) noexcept {
+    StoreU32(p, static_cast<uint32_t>(v));
+}
+inline void StoreU16(void* p, uint16_t v) noexcept {
+    std::memcpy(p, &v, sizeof v);
+}
+
+// ---- Common head and acceptance ----------------------------------------------------------------
+
+struct Head {
+    uint32_t magic = 0;
+    uint32_t length = 0;  // the whole packet, head included
+    uint32_t time = 0;    // milliseconds
+};
+
+// packet must have kHeadSize readable (or writable) bytes.
+Head ReadHead(const void* packet) noexcept;
+void WriteHead(void* packet, const Head& head) noexcept;
+// The recorder rewrites the time of every packet it stores.
+void SetTime(void* packet, uint32_t time) noexcept;
+
+// What a packet handed to Transfer is, or why every decoder ignores it. A refused packet is
+// dropped silently: Transfer still succeeds.
+enum class Verdict {
+    Frame,
+    Cursor,
+    NoData,          // null pointer
+    TooShort,        // shorter than the common head, or than its own kind's header
+    LengthMismatch,  // length field differs from cbData
+    TooLong,         // above kBufferSize
+    UnknownMagic,
+};
+
+Verdict Classify(const void* data, uint32_t cbData) noexcept;
+inline bool IsAccepted(Verdict v) noexcept {
+    return v == Verdict::Frame || v == Verdict::Cursor;
+}
+const char* VerdictName(Verdict v) noexcept;
+
+struct ByteRange {
+    const BYTE* data = nullptr;
+    uint32_t size = 0;
+};
+
+// The compressed body behind the header of an accepted packet (frame: from offset 48, cursor:
+// from offset 12); empty for a refused verdict.
+ByteRange BodyOf(const void* packet, uint32_t cbData, Verdict verdict) noexcept;
+
+// ---- Frame packet ------------------------------------------------------------------------------
+
+struct FrameHeader {
+    uint32_t time = 0;
+    RECT desktop{};  // 0, 0, desktop width, desktop height
+    uint32_t bitsPerPixel = 0;
+    RECT band{};  // the part of the desktop the payload's rows cover
+};
+
+// Writes the 48-byte header of a frame packet whose compressed payload (already at
+// packet + kFrameHeaderSize, or put there later) is payloadSize bytes. Returns the packet's
+// length, 48 + payloadSize.
+uint32_t WriteFrameHeader(void* packet, const FrameHeader& header, uint32_t payloadSize) noexcept;
+// False when packet is null, shorter than 48 bytes or not "HMRF"; *out is then untouched.
+bool ReadFrameHeader(const void* packet, uint32_t cbData, FrameHeader* out) noexcept;
+
+// ---- Frame payload (decompressed): BITMAPINFO, then the band's unpadded rows ------------------
+
+// Header plus colour part: 40 + 12 for BI_BITFIELDS, 40 + 4 * 2^bpp for 8 bpp or less, else 40.
+// biClrUsed plays no part.
+uint32_t BitmapInfoSize(uint32_t bitCount, uint32_t compression) noexcept;
+// ((right - left) * bpp) / 8; 0 for a band of no or negative width.
+uint32_t RowBytes(const RECT& band, uint32_t bitsPerPixel) noexcept;
+// How many rows of rowBytes fit behind a BITMAPINFO of bitmapInfoSize bytes in one payload:
+// the band height an encoder cuts to. 0 when rowBytes is 0.
+uint32_t RowsThatFit(uint32_t bitmapInfoSize, uint32_t rowBytes) noexcept;
+
+enum class PayloadError {
+    None,
+    TooShort,            // not even a BITMAPINFOHEADER
+    HeaderSize,          // biSize is not 40
+    BitCount,            // not a DIB depth (1, 4, 8, 16, 24, 32)
+    Compression,         // neither BI_RGB nor BI_BITFIELDS at 16 or 32 bpp
+    BitCountMismatch,    // biBitCount differs from the packet's bits per pixel
+    DesktopMismatch,     // biWidth / -biHeight differ from the packet's desktop rectangle
+    BitmapInfoTooLarge,  // colour part missing from the payload, or above 1064 bytes
+    BadBand,             // band rectangle with negative width or height
+    RowsDoNotFit,        // payload shorter than BITMAPINFO + rows x height
+};
+
+// A checked look into a decompressed frame payload. Pointers point into the payload.
+struct FramePayloadView {
+    BITMAPINFOHEADER header{};         // copy of the payload's first 40 bytes
+    DWORD masks[3] = {0, 0, 0};        // red, green, blue for BI_BITFIELDS, else 0
+    const BYTE* bitmapInfo = nullptr;  // header + colour part, bitmapInfoSize bytes
+    uint32_t bitmapInfoSize = 0;
+    const BYTE* rows = nullptr;  // rowCount rows of rowBytes, no padding
+    uint32_t rowBytes = 0;
+    uint32_t rowCount = 0;  // band height
+};
+
+// Checks that payload (size bytes, as the codec gave them back) is a whole payload for the band
+// and depth of frame. A band outside the desktop is not refused: decoders still count it.
+PayloadError ParseFramePayload(const void* payload, uint32_t size, const FrameHeader& frame,
+                               FramePayloadView* out) noexcept;
+const char* PayloadErrorName(PayloadError e) noexcept;
+
+// ---- Cursor packet -----------------------------------------------------------------------------
+
+// Writes the 12-byte head of a cursor packet whose compressed record is recordSize bytes.
+// Returns the packet's length, 12 + recordSize.
+uint32_t WriteCursorHeader(void* packet, uint32_t time, uint32_t recordSize) noexcept;
+
+// ---- Cursor record (decompressed cursor body; also what Pavlex.dll hands the capture) ---------
+
+// Flag bits.
+constexpr uint32_t kCursorNewShape = 0x1;
+constexpr uint32_t kCursorNewPosition = 0x2;
+// Set by the hook library at times, never sent; a receiver that finds it treats it like
+// kCursorNewShape.
+constexpr uint32_t kCursorShapeAlias = 0x4;
+
+// Field offsets in a record.
+constexpr uint32_t kCursorFlagsOffset = 0;
+constexpr uint32_t kCursorShapePresentOffset = 4;
+constexpr uint32_t kCursorXOffset = 8;
+constexpr uint32_t kCursorYOffset = 12;
+// The shape part (what a desktop image takes as a new pointer shape) starts here, with its
+// 12-byte shape header: hot spot x, hot spot y, width, height, AND bytes per row (u16 each),
+// planes, bpp (u8 each); the AND mask and then the XOR bits follow.
+constexpr uint32_t kCursorShapeOffset = 16;
+constexpr uint32_t kCursorHotSpotXOffset = 16;
+constexpr uint32_t kCursorHotSpotYOffset = 18;
+constexpr uint32_t kCursorWidthOffset = 20;
+constexpr uint32_t kCursorHeightOffset = 22;
+constexpr uint32_t kCursorAndBytesPerRowOffset = 24;
+constexpr uint32_t kCursorPlanesOffset = 26;
+constexpr uint32_t kCursorBitCountOffset = 27;
+constexpr uint32_t kCursorMasksOffset = 28;
+constexpr uint32_t kCursorShapeHeaderSize = kCursorMasksOffset - kCursorShapeOffset;  // 12
+// A sent record always counts 4 trailing bytes behind the masks; nobody reads them.
+constexpr uint32_t kCursorRecordMinSize = 32;
+
+struct CursorRecord {
+    uint32_t flags = 0;
+    uint32_t shapePresent = 0;  // 1 in every sent record
+    int32_t x = 0;
+    int32_t y = 0;
+    uint16_t hotSpotX = 0;
+    uint16_t hotSpotY = 0;
+    uint16_t width = 0;
+    uint16_t height = 0;
+    uint16_t andBytesPerRow = 0;
+    uint8_t planes = 0;
+    uint8_t bitsPerPixel = 0;  // of the XOR bits
+};
+
+// The 28 bytes in front of the masks. record must have kCursorMasksOffset writable bytes.
+void WriteCursorRecord(void* record, const CursorRecord& fields) noexcept;
+// False when record is null or shorter than kCursorMasksOffset; *out is then untouched.
+bool ReadCursorRecord(const void* record, uint32_t size, CursorRecord* out) noexcept;
+
+// The flags a hook record is sent with: kCursorShapeAlias cleared (0 means: send nothing).
+inline uint32_t SenderCursorFlags(uint32_t hookFlags) noexcept {
+    return hookFlags & ~kCursorShapeAlias;
+}
+// The number of record bytes the sender compresses: 32 without kCursorNewShape; otherwise
+// 32 + low 16 bits of (bpp * width * height / 8) + low 16 bits of (AND bytes per row * height).
+// The truncation is the wire rule: a shape above 64 KiB arrives short and its receiver's
+// ParseCursorRecord refuses it.
+uint32_t SenderCursorRecordLength(const CursorRecord& fields) noexcept;
+
+enum class CursorError {
+    None,
+    TooShort,       // not even the 28 bytes in front of the masks
+    BadShape,       // new shape of zero size, unknown depth, or AND rows too short for the width
+    MasksDoNotFit,  // AND mask + XOR bits run past the record
+};
+
+// A checked look into a decompressed cursor record. The XOR bits begin AND bytes per row x
+// height bytes behind the AND mask: the count the sender's length rule uses, so both ends agree
+// for every width (the two usual counts differ only when width is not a multiple of 16). Rows
+// are as the record holds them; a caller that feeds CreateIcon with a width that is not a
+// multiple of 16 pads them to 16 bits itself.
+struct CursorRecordView {
+    CursorRecord record;
+    bool newShape = false;     // kCursorNewShape or kCursorShapeAlias, and shape present
+    bool newPosition = false;  // kCursorNewPosition
+    // Filled only when newShape: pointers into the record.
+    const BYTE* shape = nullptr;  // record + kCursorShapeOffset
+    const BYTE* andMask = nullptr;
+    uint32_t andMaskSize = 0;  // AND bytes per row x height
+    const BYTE* xorBits = nullptr;
+    uint32_t xorBitsSize = 0;  // width x height x bpp / 8
+};
+
+CursorError ParseCursorRecord(const void* record, uint32_t size, CursorRecordView* out) noexcept;
+const char* CursorErrorName(CursorError e) noexcept;
+
+}  // namespace vantrel::packet
