@@ -1,0 +1,71 @@
+// Tile comparison of two grabs. An unchanged screen costs one memcmp per row: only rows that
+// differ are looked at tile by tile, and a tile already dirty is not compared again.
+#include "TileMap.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace vantrel::pavlex {
+
+TileMap::TileMap(int width, int height, int tileSize)
+    : width_(std::max(width, 0)),
+      height_(std::max(height, 0)),
+      tileSize_(std::max(tileSize, 1)),
+      columns_((width_ + tileSize_ - 1) / tileSize_),
+      rows_((height_ + tileSize_ - 1) / tileSize_),
+      tiles_(static_cast<size_t>(columns_) * rows_, 0) {}
+
+void TileMap::markAll() noexcept {
+    std::fill(tiles_.begin(), tiles_.end(), 1);
+}
+
+void TileMap::clear() noexcept {
+    std::fill(tiles_.begin(), tiles_.end(), 0);
+}
+
+bool TileMap::any() const noexcept {
+    return std::any_of(tiles_.begin(), tiles_.end(), [](std::uint8_t t) { return t != 0; });
+}
+
+int TileMap::dirtyCount() const noexcept {
+    return static_cast<int>(std::count(tiles_.begin(), tiles_.end(), 1));
+}
+
+void TileMap::markChanges(const FrameView& before, const FrameView& after) noexcept {
+    const size_t rowBytes = static_cast<size_t>(width_) * 4;
+    const size_t tileBytes = static_cast<size_t>(tileSize_) * 4;
+    for (int y = 0; y < height_; ++y) {
+        const std::uint8_t* a = before.bits + static_cast<ptrdiff_t>(y) * before.stride;
+        const std::uint8_t* b = after.bits + static_cast<ptrdiff_t>(y) * after.stride;
+        if (std::memcmp(a, b, rowBytes) == 0)
+            continue;
+        std::uint8_t* tileRow = &tiles_[index(0, y / tileSize_)];
+        for (int column = 0; column < columns_; ++column) {
+            if (tileRow[column])
+                continue;
+            const size_t offset = column * tileBytes;
+            const size_t bytes = std::min(tileBytes, rowBytes - offset);
+            if (std::memcmp(a + offset, b + offset, bytes) != 0)
+                tileRow[column] = 1;
+        }
+    }
+}
+
+void TileMap::add(const TileMap& other) noexcept {
+    const size_t n = std::min(tiles_.size(), other.tiles_.size());
+    for (size_t i = 0; i < n; ++i)
+        tiles_[i] |= other.tiles_[i];
+}
+
+TileMap TileMap::coarsened() const {
+    TileMap coarse(width_, height_, tileSize_ * 2);
+    for (int row = 0; row < rows_; ++row) {
+        for (int column = 0; column < columns_; ++column) {
+            if (dirty(column, row))
+                coarse.mark(column / 2, row / 2);
+        }
+    }
+    return coarse;
+}
+
+}  // namespace vantrel::pavlex

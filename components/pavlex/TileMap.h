@@ -1,0 +1,58 @@
+// Dirty-tile grid of the change detector: which square tiles of the screen differ between two
+// grabs, accumulated until the capture thread fetches them. Pure logic, no GDI.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace vantrel::pavlex {
+
+// A 32-bit-per-pixel frame in memory, top row first; stride in bytes.
+struct FrameView {
+    const std::uint8_t* bits;
+    int width;
+    int height;
+    int stride;
+};
+
+class TileMap {
+  public:
+    static constexpr int kDefaultTileSize = 16;
+
+    TileMap() = default;
+    // A grid of clean tiles covering width x height pixels; the last column and row of tiles may
+    // reach past the screen edge.
+    TileMap(int width, int height, int tileSize = kDefaultTileSize);
+
+    int width() const noexcept { return width_; }
+    int height() const noexcept { return height_; }
+    int tileSize() const noexcept { return tileSize_; }
+    int columns() const noexcept { return columns_; }
+    int rows() const noexcept { return rows_; }
+
+    bool dirty(int column, int row) const noexcept { return tiles_[index(column, row)] != 0; }
+    void mark(int column, int row) noexcept { tiles_[index(column, row)] = 1; }
+    void markAll() noexcept;
+    void clear() noexcept;
+    bool any() const noexcept;
+    int dirtyCount() const noexcept;
+
+    // Marks every tile in which before and after differ. Both frames must have this grid's size.
+    void markChanges(const FrameView& before, const FrameView& after) noexcept;
+    // Marks every tile that is dirty in other (same geometry).
+    void add(const TileMap& other) noexcept;
+    // The same area on tiles twice as large: a tile is dirty when any of the four it covers was.
+    TileMap coarsened() const;
+
+  private:
+    int index(int column, int row) const noexcept { return row * columns_ + column; }
+
+    int width_ = 0;
+    int height_ = 0;
+    int tileSize_ = kDefaultTileSize;
+    int columns_ = 0;
+    int rows_ = 0;
+    std::vector<std::uint8_t> tiles_;
+};
+
+}  // namespace vantrel::pavlex
