@@ -39,7 +39,7 @@ void CursorChanges::add(DWORD flags, POINT position, const CursorShape& shape) {
     std::lock_guard<CriticalSection> hold(lock_);
     if (!event_ || !flags)
         return;
-    if (flags & CursorRecord::kNewShape)
+    if (flags & packet::kCursorNewShape)
         shape_ = shape;
     pendingFlags_ |= flags;
     position_ = position;
@@ -50,7 +50,7 @@ bool CursorChanges::take(BYTE** record) {
     std::lock_guard<CriticalSection> hold(lock_);
     if (!event_ || !record || !pendingFlags_)
         return false;
-    if (!CursorRecord::write(delivered_.data(), delivered_.size(), pendingFlags_, position_,
+    if (!CursorRecord::Write(delivered_.data(), delivered_.size(), pendingFlags_, position_,
                              shape_))
         return false;
     pendingFlags_ = 0;

@@ -23,7 +23,7 @@ class CursorChanges {
     void close() noexcept;
     bool isOpen() noexcept;
 
-    // flags: CursorRecord::Flags. shape is read only with CursorRecord::kNewShape.
+    // flags: packet::kCursorNewShape, kCursorNewPosition. shape is read only with kCursorNewShape.
     void add(DWORD flags, POINT position, const CursorShape& shape);
     // Hands out the pending record, valid and writable until the next call; false when nothing
     // is pending or not open.

@@ -1,5 +1,6 @@
-// The cursor record as the stream carries it (flags, shape present, position, shape header,
-// AND mask, XOR bits, four trailing bytes). The one place in this DLL that knows its offsets.
+// Writes the cursor records the capture fetches, in the stream's record layout
+// (stream/Packet.h): flags, shape present, position, shape header, AND mask, XOR bits and the
+// four trailing bytes the sender counts.
 #pragma once
 
 #include <windows.h>
@@ -8,26 +9,23 @@
 #include <cstdint>
 
 #include "CursorShape.h"
+#include "stream/Packet.h"
 
 namespace vantrel::pavlex {
 
 class CursorRecord {
   public:
-    enum Flags : DWORD {
-        kNewShape = 1,
-        kNewPosition = 2,
-    };
-    static constexpr size_t kHeadSize = 28;              // up to the AND mask
-    static constexpr size_t kTrailerSize = 4;            // counted by the sender, never read
-    static constexpr size_t kMaxSize = 32 + 4096 + 128;  // 32 x 32 at 32 bpp and its mask
+    // The largest record: a 32 x 32 shape at 32 bpp and its mask.
+    static constexpr size_t kMaxSize = packet::kCursorRecordMinSize + 32 * 32 * 4 + 32 * 32 / 8;
 
-    // Bytes that write() fills for these flags and shape.
-    static size_t size(DWORD flags, const CursorShape& shape) noexcept;
-    // Writes a record into buffer: the shape header always (it stands in the record even when
-    // flag bit 0 is clear), the masks only with kNewShape. Returns the bytes written, 0 when
-    // capacity is too small.
-    static size_t write(std::uint8_t* buffer, size_t capacity, DWORD flags, POINT position,
-                        const CursorShape& shape) noexcept;
+    static packet::CursorRecord Fields(DWORD flags, POINT position, const CursorShape& shape);
+    // Bytes that Write fills for these flags and shape.
+    static size_t Size(DWORD flags, const CursorShape& shape);
+    // The shape header always goes in (a record stands with it even when flag bit 0 is clear);
+    // the masks only with packet::kCursorNewShape. Returns the bytes written, 0 when capacity
+    // is too small.
+    static size_t Write(std::uint8_t* buffer, size_t capacity, DWORD flags, POINT position,
+                        const CursorShape& shape);
 };
 
 }  // namespace vantrel::pavlex

@@ -20,18 +20,18 @@ DWORD CursorTracker::poll(POINT* position) {
 
     DWORD flags = 0;
     if (!known_ || now.x != position_.x || now.y != position_.y)
-        flags |= CursorRecord::kNewPosition;
+        flags |= packet::kCursorNewPosition;
     if (!known_ || handle != handle_) {
         CursorShape shape;
         if (!handle) {
             shape_ = CursorShape::transparent();
-            flags |= CursorRecord::kNewShape;
+            flags |= packet::kCursorNewShape;
         } else if (CursorShape::fromCursor(handle, &shape)) {
             shape_ = std::move(shape);
-            flags |= CursorRecord::kNewShape;
+            flags |= packet::kCursorNewShape;
         } else if (!known_) {
             shape_ = CursorShape::transparent();
-            flags |= CursorRecord::kNewShape;
+            flags |= packet::kCursorNewShape;
         }
     }
     known_ = true;

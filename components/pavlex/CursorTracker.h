@@ -12,8 +12,8 @@ class CursorTracker {
   public:
     // Forgets what was seen: the next poll reports position and shape.
     void reset() noexcept { known_ = false; }
-    // Returns CursorRecord::Flags of what changed since the last poll (0 when nothing did);
-    // position and shape() are then the current ones.
+    // Returns the record flags (packet::kCursorNew*) of what changed since the last poll (0 when
+    // nothing did); position and shape() are then the current ones.
     DWORD poll(POINT* position);
     const CursorShape& shape() const noexcept { return shape_; }
 
