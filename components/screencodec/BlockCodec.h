@@ -1,0 +1,85 @@
+// The compressor behind one ScreenCodec object: the block format of BlockHeader, the pixel
+// filter of PixelFilter and zlib's raw deflate. It keeps its zlib streams and its scratch
+// buffers between calls, so one instance serves one caller at a time; ScreenCodec holds one
+// per COM object under the object's lock.
+#pragma once
+
+#include <windows.h>
+#include <zlib.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "BlockHeader.h"
+#include "PixelFilter.h"
+
+namespace screencodec {
+
+class BlockCodec {
+  public:
+    static constexpr ULONG kModeStrong = 1;  // export: chunks judged by trial compression
+    static constexpr ULONG kModeFast = 2;    // live stream
+    static constexpr ULONG kDefaultStrongLevel = 6;
+    static constexpr ULONG kDefaultFastLevel = 1;
+
+    BlockCodec() noexcept;
+    BlockCodec(const BlockCodec&) = delete;
+    BlockCodec& operator=(const BlockCodec&) = delete;
+    ~BlockCodec();
+
+    // Largest block Compress can make from cb bytes: a stored block.
+    static std::uint64_t MaxBlockSize(std::uint64_t cb) noexcept {
+        return cb + BlockHeader::kFixedSize;
+    }
+
+    HRESULT SetLevel(ULONG mode, ULONG level) noexcept;
+    HRESULT GetLevel(ULONG mode, ULONG* level) const noexcept;
+
+    // Writes one block of at most *cbDest bytes; *cbDest becomes its size. A block that does
+    // not fit fails with ERROR_INSUFFICIENT_BUFFER and *cbDest = 0.
+    HRESULT Compress(const std::uint8_t* src, std::size_t cb, std::uint8_t* dst, ULONG* cbDest,
+                     ULONG mode) noexcept;
+    // Restores a block into at most *cbDest bytes; *cbDest becomes the original length, or 0
+    // on failure (ERROR_INVALID_DATA for a damaged or foreign block, ERROR_CRC when the
+    // restored bytes do not match, ERROR_INSUFFICIENT_BUFFER when they would not fit).
+    HRESULT Decompress(const std::uint8_t* src, std::size_t cb, std::uint8_t* dst,
+                       ULONG* cbDest) noexcept;
+    // Decompress into a buffer of its own: S_OK when the block is whole and its check matches.
+    HRESULT Check(const std::uint8_t* src, std::size_t cb) noexcept;
+
+  private:
+    struct Buffer {
+        std::unique_ptr<std::uint8_t[]> data;
+        std::size_t size = 0;
+        bool Reserve(std::size_t n) noexcept;
+    };
+
+    z_stream* Deflater(ULONG mode) noexcept;
+    z_stream* Inflater() noexcept;
+    // Builds the filtered copy of src in filtered_ and the chunk map in map_; false when no
+    // chunk gains from the filter (or memory ran out), and the block goes unfiltered.
+    bool FilterInput(const std::uint8_t* src, std::size_t cb, const PixelFilter& filter,
+                     ULONG mode) noexcept;
+    // Deflates one chunk at the trial level; its compressed size, or SIZE_MAX on failure.
+    std::size_t TrialSize(const std::uint8_t* data, std::size_t cb) noexcept;
+    // Deflates src into dst; the compressed size, or SIZE_MAX when it does not fit in limit.
+    std::size_t Deflate(z_stream* stream, const std::uint8_t* src, std::size_t cb,
+                        std::uint8_t* dst, std::size_t limit) noexcept;
+    HRESULT Restore(const BlockHeader& header, const std::uint8_t* block,
+                    std::uint8_t* dst) noexcept;
+
+    ULONG levels_[2] = {kDefaultStrongLevel, kDefaultFastLevel};
+    z_stream deflaters_[2] = {};
+    bool deflaterReady_[2] = {false, false};
+    z_stream trial_ = {};
+    bool trialReady_ = false;
+    z_stream inflater_ = {};
+    bool inflaterReady_ = false;
+    Buffer filtered_;  // the filtered input of Compress
+    Buffer map_;       // the chunk map of Compress
+    Buffer trialOut_;  // output of the trial compressions, thrown away
+    Buffer checked_;   // what Check restores
+};
+
+}  // namespace screencodec

@@ -1,0 +1,94 @@
+// Reading and writing ScreenCodec.dll's block header (layout in BlockHeader.h).
+#include "BlockHeader.h"
+
+#include <zlib.h>
+
+#include <cstring>
+
+#include "PixelFilter.h"
+
+namespace screencodec {
+namespace {
+
+// Deflate cannot expand data by more than this factor (a 258-byte match in about two bits).
+constexpr std::uint64_t kMaxDeflateRatio = 1032;
+
+void PutU32(std::uint8_t* p, std::uint32_t v) noexcept {
+    std::memcpy(p, &v, sizeof v);
+}
+
+std::uint32_t GetU32(const std::uint8_t* p) noexcept {
+    std::uint32_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+std::uint32_t HeaderCrc(const std::uint8_t* block, std::size_t mapLength) noexcept {
+    std::uint32_t crc = crc32(0, block, 24);
+    return crc32(crc, block + BlockHeader::kFixedSize, static_cast<uInt>(mapLength));
+}
+
+const HRESULT kInvalid = HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
+
+}  // namespace
+
+void BlockHeader::Write(std::uint8_t* out) const noexcept {
+    PutU32(out, kTag);
+    out[4] = kVersion;
+    out[5] = method;
+    out[6] = filter;
+    out[7] = mode;
+    PutU32(out + 8, originalLength);
+    PutU32(out + 12, bodyLength);
+    PutU32(out + 16, filterOffset);
+    PutU32(out + 20, dataCrc);
+    PutU32(out + 24, HeaderCrc(out, mapLength));
+}
+
+HRESULT BlockHeader::Read(const std::uint8_t* block, std::size_t cb) noexcept {
+    if (cb < kFixedSize || GetU32(block) != kTag || block[4] != kVersion)
+        return kInvalid;
+    method = block[5];
+    filter = block[6];
+    mode = block[7];
+    originalLength = GetU32(block + 8);
+    bodyLength = GetU32(block + 12);
+    filterOffset = GetU32(block + 16);
+    dataCrc = GetU32(block + 20);
+    if (method != kStored && method != kDeflate)
+        return kInvalid;
+    if (mode != 1 && mode != 2)
+        return kInvalid;
+    if (!PixelFilter::IsKnownKind(filter))
+        return kInvalid;
+
+    mapLength = 0;
+    if (filter != PixelFilter::kNone) {
+        const PixelFilter f(static_cast<PixelFilter::Kind>(filter), filterOffset);
+        if (method != kDeflate || f.Chunks(originalLength) == 0)
+            return kInvalid;
+        mapLength = static_cast<std::uint32_t>(f.MapBytes(originalLength));
+    } else if (filterOffset != 0) {
+        return kInvalid;
+    }
+    if (static_cast<std::uint64_t>(kFixedSize) + mapLength + bodyLength != cb)
+        return kInvalid;
+    if (GetU32(block + 24) != HeaderCrc(block, mapLength))
+        return kInvalid;
+
+    if (method == kStored && bodyLength != originalLength)
+        return kInvalid;
+    if (method == kDeflate && originalLength > bodyLength * kMaxDeflateRatio)
+        return kInvalid;
+    if (mapLength) {
+        // Bits past the last chunk are never set by a writer.
+        const PixelFilter f(static_cast<PixelFilter::Kind>(filter), filterOffset);
+        const std::size_t chunks = f.Chunks(originalLength);
+        const std::uint8_t last = block[kFixedSize + mapLength - 1];
+        if (chunks % 8 && (last >> (chunks % 8)))
+            return kInvalid;
+    }
+    return S_OK;
+}
+
+}  // namespace screencodec

@@ -1,0 +1,189 @@
+// Pixel filter of ScreenCodec.dll. Differences are taken per channel without carries between
+// channels (SWAR arithmetic on the 16-bit word), then each channel's difference is folded to
+// 0, -1, 1, -2, ... -> 0, 1, 2, 3, ... so that deflate sees small byte values.
+#include "PixelFilter.h"
+
+#include <windows.h>
+
+#include <cstring>
+
+namespace screencodec {
+namespace {
+
+struct Layout555 {
+    // Top bit of every field, bit 15 (unused in 5-5-5) counted as a field of its own.
+    static constexpr std::uint16_t kTops = 0xC210;
+    static constexpr std::uint16_t kFields = 0x7FFF;   // the folded fields
+    static constexpr std::uint16_t kBottoms = 0x0421;  // lowest bit of each folded field
+    static constexpr std::uint16_t kFoldTops = 0x4210;
+    static std::uint16_t Fill(std::uint16_t signs) noexcept {  // signs at field bottoms
+        return static_cast<std::uint16_t>(signs * 31);
+    }
+    static std::uint16_t SignsFromTops(std::uint16_t v) noexcept { return (v & kFoldTops) >> 4; }
+};
+
+struct Layout565 {
+    static constexpr std::uint16_t kTops = 0x8410;
+    static constexpr std::uint16_t kFields = 0xFFFF;
+    static constexpr std::uint16_t kBottoms = 0x0821;
+    static constexpr std::uint16_t kFoldTops = 0x8410;
+    static std::uint16_t Fill(std::uint16_t signs) noexcept {
+        return static_cast<std::uint16_t>((signs & 0x0001) * 0x001F |
+                                          ((signs & 0x0020) >> 5) * 0x07E0 |
+                                          ((signs & 0x0800) >> 11) * 0xF800);
+    }
+    static std::uint16_t SignsFromTops(std::uint16_t v) noexcept {
+        return static_cast<std::uint16_t>(((v >> 4) & 0x0001) | ((v >> 5) & 0x0020) |
+                                          ((v >> 4) & 0x0800));
+    }
+};
+
+template <typename L>
+inline std::uint16_t Sub(std::uint16_t a, std::uint16_t b) noexcept {
+    return static_cast<std::uint16_t>(((a | L::kTops) - (b & ~L::kTops)) ^ ((a ^ ~b) & L::kTops));
+}
+
+template <typename L>
+inline std::uint16_t Add(std::uint16_t a, std::uint16_t b) noexcept {
+    return static_cast<std::uint16_t>(((a & ~L::kTops) + (b & ~L::kTops)) ^ ((a ^ b) & L::kTops));
+}
+
+template <typename L>
+inline std::uint16_t Fold(std::uint16_t d) noexcept {
+    const std::uint16_t shifted = static_cast<std::uint16_t>((d << 1) & L::kFields & ~L::kBottoms);
+    return static_cast<std::uint16_t>((shifted ^ L::Fill(L::SignsFromTops(d))) | (d & ~L::kFields));
+}
+
+template <typename L>
+inline std::uint16_t Unfold(std::uint16_t z) noexcept {
+    const std::uint16_t shifted = static_cast<std::uint16_t>((z >> 1) & L::kFields & ~L::kFoldTops);
+    return static_cast<std::uint16_t>((shifted ^ L::Fill(z & L::kBottoms)) | (z & ~L::kFields));
+}
+
+inline std::uint16_t Load(const std::uint8_t* p) noexcept {
+    std::uint16_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+inline void Store(std::uint8_t* p, std::uint16_t v) noexcept {
+    std::memcpy(p, &v, sizeof v);
+}
+
+template <typename L>
+void FilterPixels(const std::uint8_t* in, std::uint8_t* out, std::size_t first,
+                  std::size_t last) noexcept {
+    std::uint16_t prev = first ? Load(in + 2 * (first - 1)) : 0;
+    for (std::size_t i = first; i < last; ++i) {
+        const std::uint16_t v = Load(in + 2 * i);
+        Store(out + 2 * i, Fold<L>(Sub<L>(v, prev)));
+        prev = v;
+    }
+}
+
+template <typename L>
+void UnfilterPixels(std::uint8_t* data, std::size_t first, std::size_t last) noexcept {
+    std::uint16_t prev = first ? Load(data + 2 * (first - 1)) : 0;
+    for (std::size_t i = first; i < last; ++i) {
+        prev = Add<L>(Unfold<L>(Load(data + 2 * i)), prev);
+        Store(data + 2 * i, prev);
+    }
+}
+
+std::uint32_t ReadU32(const std::uint8_t* p) noexcept {
+    std::uint32_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+}  // namespace
+
+PixelFilter PixelFilter::ForPayload(const std::uint8_t* data, std::size_t cb) noexcept {
+    // BITMAPINFOHEADER: biSize at 0, biBitCount (u16) at 14, biCompression at 16; masks at 40.
+    if (cb < 40 || ReadU32(data) != 40)
+        return PixelFilter();
+    const unsigned bitCount = data[14] | (data[15] << 8);
+    const std::uint32_t compression = ReadU32(data + 16);
+    if (bitCount != 16)
+        return PixelFilter();
+    if (compression == BI_RGB)
+        return PixelFilter(kDelta555, 40);
+    if (compression != BI_BITFIELDS || cb < 52)
+        return PixelFilter();
+    const std::uint32_t r = ReadU32(data + 40), g = ReadU32(data + 44), b = ReadU32(data + 48);
+    if (r == 0xF800 && g == 0x07E0 && b == 0x001F)
+        return PixelFilter(kDelta565, 52);
+    if (r == 0x7C00 && g == 0x03E0 && b == 0x001F)
+        return PixelFilter(kDelta555, 52);
+    return PixelFilter();
+}
+
+std::size_t PixelFilter::Chunks(std::size_t cb) const noexcept {
+    if (kind_ == kNone || cb < offset_)
+        return 0;
+    const std::size_t pixels = (cb - offset_) / 2;
+    return (pixels + kChunkPixels - 1) / kChunkPixels;
+}
+
+void PixelFilter::ChunkBytes(std::size_t cb, std::size_t chunk, std::size_t* begin,
+                             std::size_t* end) const noexcept {
+    const std::size_t pixels = (cb - offset_) / 2;
+    const std::size_t last = chunk * kChunkPixels + kChunkPixels;
+    *begin = chunk == 0 ? 0 : offset_ + 2 * chunk * kChunkPixels;
+    *end = last >= pixels ? cb : offset_ + 2 * last;
+}
+
+bool PixelFilter::LooksNatural(const std::uint8_t* data, std::size_t cb,
+                               std::size_t chunk) const noexcept {
+    const std::uint8_t* pixels = data + offset_;
+    const std::size_t count = (cb - offset_) / 2;
+    const std::size_t first = chunk * kChunkPixels;
+    const std::size_t last = first + kChunkPixels < count ? first + kChunkPixels : count;
+    if (last - first < 2)
+        return false;
+    std::size_t repeats = 0;
+    std::uint16_t prev = Load(pixels + 2 * first);
+    for (std::size_t i = first + 1; i < last; ++i) {
+        const std::uint16_t v = Load(pixels + 2 * i);
+        repeats += v == prev;
+        prev = v;
+    }
+    return repeats * 10 < (last - first - 1) * 7;
+}
+
+void PixelFilter::FilterChunk(const std::uint8_t* data, std::size_t cb, std::size_t chunk,
+                              std::uint8_t* out) const noexcept {
+    CopyChunk(data, cb, chunk, out);  // header bytes and the odd last byte
+    const std::size_t count = (cb - offset_) / 2;
+    const std::size_t first = chunk * kChunkPixels;
+    const std::size_t last = first + kChunkPixels < count ? first + kChunkPixels : count;
+    if (kind_ == kDelta555)
+        FilterPixels<Layout555>(data + offset_, out + offset_, first, last);
+    else if (kind_ == kDelta565)
+        FilterPixels<Layout565>(data + offset_, out + offset_, first, last);
+}
+
+void PixelFilter::CopyChunk(const std::uint8_t* data, std::size_t cb, std::size_t chunk,
+                            std::uint8_t* out) const noexcept {
+    std::size_t begin, end;
+    ChunkBytes(cb, chunk, &begin, &end);
+    std::memcpy(out + begin, data + begin, end - begin);
+}
+
+void PixelFilter::Unfilter(std::uint8_t* data, std::size_t cb,
+                           const std::uint8_t* map) const noexcept {
+    const std::size_t count = (cb - offset_) / 2;
+    const std::size_t chunks = Chunks(cb);
+    for (std::size_t c = 0; c < chunks; ++c) {
+        if (!(map[c / 8] & (1u << (c % 8))))
+            continue;
+        const std::size_t first = c * kChunkPixels;
+        const std::size_t last = first + kChunkPixels < count ? first + kChunkPixels : count;
+        if (kind_ == kDelta555)
+            UnfilterPixels<Layout555>(data + offset_, first, last);
+        else if (kind_ == kDelta565)
+            UnfilterPixels<Layout565>(data + offset_, first, last);
+    }
+}
+
+}  // namespace screencodec
