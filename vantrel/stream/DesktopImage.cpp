@@ -531,6 +531,16 @@ UINT DesktopImage::GetBitmapInfoSize(const BITMAPINFO* bmi) noexcept {
            packet::BitmapInfoSize(h.biBitCount, h.biCompression);
 }
 
+bool DesktopImage::Convert565() noexcept {
+    Guard guard(lock_);
+    return convert565_;
+}
+
+void DesktopImage::SetConvert565(bool on) noexcept {
+    Guard guard(lock_);
+    convert565_ = on;
+}
+
 void DesktopImage::SetLogo(HBITMAP logo) noexcept {
     logo_.store(logo);
 }

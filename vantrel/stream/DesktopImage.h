@@ -108,7 +108,10 @@ class DesktopImage {
     const BYTE* GetBits() const noexcept { return bits_; }
     int GetStride() const noexcept { return stride_; }
     int GetBitsPixel() const noexcept;
-    bool Convert565() const noexcept { return convert565_; }
+    // Whether ConvertRows turns 5-6-5 into 5-5-5 ("FixCitrix16bit", read at construction; the
+    // capture sets it again at each Run).
+    bool Convert565() noexcept;
+    void SetConvert565(bool on) noexcept;
     CriticalSection& Lock() noexcept { return lock_; }
 
   private:

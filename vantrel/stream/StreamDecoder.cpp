@@ -1,0 +1,170 @@
+// StreamDecoder: acceptance, decompression, format check and rebuild, rows, completion, and
+// cursor records.
+#include "StreamDecoder.h"
+
+#include <cstring>
+#include <new>
+
+namespace vantrel {
+namespace {
+
+LONGLONG Now() noexcept {
+    LARGE_INTEGER t;
+    QueryPerformanceCounter(&t);
+    return t.QuadPart;
+}
+
+const DWORD* Masks(const BITMAPINFO* bmi) noexcept {
+    return reinterpret_cast<const DWORD*>(bmi->bmiColors);
+}
+
+}  // namespace
+
+StreamDecoder::StreamDecoder(DesktopImage& image, Owner& owner) noexcept
+    : image_(image), owner_(owner), buffer_(new (std::nothrow) BYTE[packet::kBufferSize]) {}
+
+StreamDecoder::Outcome StreamDecoder::Decode(const void* data, uint32_t cbData) noexcept {
+    switch (packet::Classify(data, cbData)) {
+        case packet::Verdict::Frame:
+            return DecodeFrame(data, cbData);
+        case packet::Verdict::Cursor:
+            return DecodeCursor(data, cbData);
+        default:
+            return Outcome::Refused;
+    }
+}
+
+uint32_t StreamDecoder::Decompress(const void* data, uint32_t cbData,
+                                   packet::Verdict verdict) noexcept {
+    const packet::ByteRange body = packet::BodyOf(data, cbData, verdict);
+    const LONGLONG start = Now();
+    ULONG size = packet::kBufferSize;
+    const HRESULT hr = codec_->Decompress(body.data, body.size, buffer_.get(), &size);
+    timings_.decompress += Now() - start;
+    // The codec never writes past the capacity; the size it reports bounds the checks that
+    // follow.
+    if (hr != S_OK || size > packet::kBufferSize)
+        return 0;
+    return size;
+}
+
+StreamDecoder::Outcome StreamDecoder::DecodeFrame(const void* data, uint32_t cbData) noexcept {
+    if (!codec_ || !buffer_)
+        return Outcome::NoCodec;
+    packet::FrameHeader frame;
+    if (!packet::ReadFrameHeader(data, cbData, &frame))
+        return Outcome::Refused;
+    const uint32_t size = Decompress(data, cbData, packet::Verdict::Frame);
+    if (size == 0)
+        return Outcome::CodecFailed;
+    packet::FramePayloadView payload;
+    if (packet::ParseFramePayload(buffer_.get(), size, frame, &payload) !=
+        packet::PayloadError::None)
+        return Outcome::Damaged;
+
+    const LONGLONG start = Now();
+    const auto* bmi = reinterpret_cast<const BITMAPINFO*>(payload.bitmapInfo);
+    if (!FormatMatches(frame, payload)) {
+        desktop_ = RECT{};
+        bitsPixel_ = 0;
+        received_.reset();
+        if (!owner_.RebuildImage(image_, bmi) || !image_.IsOpen()) {
+            image_.Close();
+            return Outcome::RebuildFailed;
+        }
+        desktop_ = frame.desktop;
+        bitsPixel_ = frame.bitsPerPixel;
+        owner_.OnFormatChanged(pictureComplete_);
+    }
+    // Every packet brings the sender's palette of its grab.
+    image_.LoadBitmapInfo(bmi);
+    image_.WriteRows(&frame.band, payload.rows);
+    timings_.write += Now() - start;
+    ++timings_.packets;
+    owner_.OnBandApplied(frame.band);
+    if (!pictureComplete_)
+        CountReceived(frame.band);
+    return Outcome::Frame;
+}
+
+bool StreamDecoder::FormatMatches(const packet::FrameHeader& frame,
+                                  const packet::FramePayloadView& payload) const noexcept {
+    const BITMAPINFO* own = image_.GetBitmapInfo();
+    if (!own || !EqualRect(&frame.desktop, &desktop_) || frame.bitsPerPixel != bitsPixel_)
+        return false;
+    // The desktop size is part of the format too: after a failed rebuild the image is closed
+    // and own is null, so this compares a live image only.
+    const BITMAPINFOHEADER& h = own->bmiHeader;
+    if (h.biCompression != payload.header.biCompression || h.biWidth != payload.header.biWidth ||
+        h.biHeight != payload.header.biHeight || h.biBitCount != payload.header.biBitCount)
+        return false;
+    return h.biCompression != BI_BITFIELDS ||
+           std::memcmp(Masks(own), payload.masks, sizeof payload.masks) == 0;
+}
+
+// The received area is a true union of the bands (clipped to the desktop), so two bands with a
+// gap between them never pass for a whole picture.
+void StreamDecoder::CountReceived(const RECT& band) noexcept {
+    RECT inside;
+    if (!IntersectRect(&inside, &band, &desktop_))
+        return;
+    UniqueRgn add(CreateRectRgnIndirect(&inside));
+    if (!add)
+        return;
+    if (!received_) {
+        received_ = std::move(add);
+    } else if (CombineRgn(received_.get(), received_.get(), add.get(), RGN_OR) == ERROR) {
+        return;
+    }
+    RECT box;
+    if (GetRgnBox(received_.get(), &box) == SIMPLEREGION && EqualRect(&box, &desktop_)) {
+        pictureComplete_ = true;
+        received_.reset();
+        owner_.OnPictureComplete();
+    }
+}
+
+StreamDecoder::Outcome StreamDecoder::DecodeCursor(const void* data, uint32_t cbData) noexcept {
+    if (!image_.IsOpen())
+        return Outcome::NoImage;
+    if (!codec_ || !buffer_)
+        return Outcome::NoCodec;
+    const uint32_t size = Decompress(data, cbData, packet::Verdict::Cursor);
+    if (size == 0)
+        return Outcome::CodecFailed;
+    packet::CursorRecordView view;
+    if (packet::ParseCursorRecord(buffer_.get(), size, &view) != packet::CursorError::None)
+        return Outcome::Damaged;
+
+    const LONGLONG start = Now();
+    if (view.record.flags & (packet::kCursorNewShape | packet::kCursorShapeAlias)) {
+        // A record without a shape (shape present 0) changes nothing.
+        image_.SetCursorShape(view.newShape ? &view : nullptr);
+        ReportCursorChange(nullptr);
+    }
+    if (view.newPosition && owner_.AcceptCursorPosition(view.record.x, view.record.y)) {
+        image_.MoveCursor(view.record.x, view.record.y);
+        const POINT position{view.record.x, view.record.y};
+        ReportCursorChange(&position);
+    }
+    timings_.cursor += Now() - start;
+    ++timings_.packets;
+    return Outcome::Cursor;
+}
+
+void StreamDecoder::ReportCursorChange(const POINT* position) noexcept {
+    const RECT area = image_.TakeChangedArea();
+    if (!IsRectEmpty(&area) || position)
+        owner_.OnCursorChanged(area, position);
+}
+
+void StreamDecoder::ResetPicture(bool dropFormat) noexcept {
+    pictureComplete_ = false;
+    received_.reset();
+    if (dropFormat) {
+        desktop_ = RECT{};
+        bitsPixel_ = 0;
+    }
+}
+
+}  // namespace vantrel
