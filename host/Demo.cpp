@@ -1,0 +1,81 @@
+// The classroom demo's driver (see Demo.h).
+#include "Demo.h"
+
+#include <windows.h>
+#include <objbase.h>
+
+#include <new>
+#include <string>
+
+#include "RoundTripStep.h"
+#include "ScreenCodec.h"
+#include "platform/ComPtr.h"
+
+namespace vantrel::host {
+
+namespace {
+
+// CoInitializeEx / CoUninitialize for the demo's thread.
+class ComApartment {
+  public:
+    ComApartment() noexcept : hr_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
+    ComApartment(const ComApartment&) = delete;
+    ComApartment& operator=(const ComApartment&) = delete;
+    ~ComApartment() {
+        if (SUCCEEDED(hr_))
+            CoUninitialize();
+    }
+    HRESULT Result() const noexcept { return hr_; }
+
+  private:
+    HRESULT hr_;
+};
+
+int Fail(std::FILE* out, const std::string& why) {
+    std::fprintf(out, "demo: FAIL %s\n", why.c_str());
+    std::fflush(out);
+    return 1;
+}
+
+}  // namespace
+
+int Demo::Run() noexcept {
+    try {
+        ComApartment com;
+        if (FAILED(com.Result()))
+            return Fail(out_, "CoInitializeEx failed");
+
+        ComPtr<IScreenCodec> codec;
+        const HRESULT hr = CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER,
+                                            IID_IScreenCodec, codec.PutVoid());
+        if (FAILED(hr)) {
+            char text[96];
+            std::snprintf(text, sizeof text,
+                          "ScreenCodec could not be created (0x%08lX): is ScreenCodec.dll "
+                          "registered?",
+                          static_cast<unsigned long>(hr));
+            return Fail(out_, text);
+        }
+
+        // Later stages (capture, render, record, cast) are appended here, in the order a
+        // classroom wires them.
+        std::vector<std::unique_ptr<DemoStep>> steps;
+        steps.push_back(std::make_unique<RoundTripStep>(codec.Get()));
+
+        for (const auto& step : steps) {
+            std::fprintf(out_, "%s\n", step->Name());
+            std::string failure;
+            const bool passed = step->Run(out_, &failure);
+            std::fflush(out_);
+            if (!passed)
+                return Fail(out_, std::string(step->Name()) + ": " + failure);
+        }
+        std::fprintf(out_, "demo: PASS\n");
+        std::fflush(out_);
+        return 0;
+    } catch (const std::bad_alloc&) {
+        return Fail(out_, "out of memory");
+    }
+}
+
+}  // namespace vantrel::host
