@@ -69,7 +69,7 @@ void SinkTable::Unpin(Entry* entry) noexcept {
 }
 
 template <typename Call>
-int SinkTable::ForEach(IDataTransmitter* skip, Call call) noexcept {
+int SinkTable::ForEach(const void* skip, Call call) noexcept {
     int calls = 0;
     for (int i = 0; i < kSlots; ++i) {
         Entry* entry = nullptr;
@@ -87,7 +87,7 @@ int SinkTable::ForEach(IDataTransmitter* skip, Call call) noexcept {
     return calls;
 }
 
-int SinkTable::Deliver(const void* data, uint32_t cbData, IDataTransmitter* skip) noexcept {
+int SinkTable::Deliver(const void* data, uint32_t cbData, const void* skip) noexcept {
     // Transfer takes a non-const pointer by its IDL; sinks treat the packet as read-only.
     void* packet = const_cast<void*>(data);
     return ForEach(skip, [&](IDataTransmitter* sink) { sink->Transfer(packet, cbData, FALSE); });

@@ -43,8 +43,9 @@ class SinkTable {
     HRESULT UnregisterDataTransmitter(IDataTransmitter* sink) noexcept;
 
     // Transfer(data, cbData, FALSE) on every occupied slot in slot order, skipping slots whose
-    // pointer equals skip (may be null). Results are not looked at. Returns the number of calls.
-    int Deliver(const void* data, uint32_t cbData, IDataTransmitter* skip = nullptr) noexcept;
+    // pointer is the address skip (may be null): the reader keeps a full-screen picture away
+    // from the sink it took it from. Results are not looked at. Returns the number of calls.
+    int Deliver(const void* data, uint32_t cbData, const void* skip = nullptr) noexcept;
     // Flush() on every occupied slot in slot order. Returns the number of calls.
     int Flush() noexcept;
 
@@ -59,7 +60,7 @@ class SinkTable {
     };
 
     template <typename Call>
-    int ForEach(IDataTransmitter* skip, Call call) noexcept;
+    int ForEach(const void* skip, Call call) noexcept;
     // Drops a pin; releases and frees the entry if it was the last use of an unregistered one.
     void Unpin(Entry* entry) noexcept;
 
