@@ -105,8 +105,17 @@ std::size_t BlockCodec::Deflate(z_stream* s, const std::uint8_t* src, std::size_
     s->next_out = dst;
     s->avail_out = static_cast<uInt>(limit);
     // With the whole input and a fixed output, Z_FINISH either ends the stream or stops when
-    // the output is full.
-    const int rc = deflate(s, Z_FINISH);
+    // the output is full. A stream that fills the output exactly is only known to have ended
+    // by one more call with a spare byte it must leave unused.
+    int rc = deflate(s, Z_FINISH);
+    if (rc == Z_OK && s->avail_out == 0) {
+        std::uint8_t spare;
+        s->next_out = &spare;
+        s->avail_out = 1;
+        rc = deflate(s, Z_FINISH);
+        if (s->avail_out == 0)
+            return kFailed;
+    }
     return rc == Z_STREAM_END ? static_cast<std::size_t>(s->total_out) : kFailed;
 }
 
