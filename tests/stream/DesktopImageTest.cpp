@@ -1,0 +1,300 @@
+// DesktopImage on its own: geometry, row access, palette, logo, the registry switch, named
+// sections and the pointer overlay.
+#include "ImageTestSupport.h"
+
+#include <numeric>
+
+#include "platform/DeskPref.h"
+
+using namespace vantrel;
+using namespace vantrel::test;
+
+namespace {
+
+constexpr UINT kSentinel = 0xdeadbeef;
+constexpr uint32_t kBackground32 = 0x008080;  // blue 0x80, green 0x80, red 0
+constexpr uint32_t kRed = 0xFF0000;
+
+struct Image : DesktopImage {
+    Image(int w, int h, int bpp, DWORD compression = BI_RGB, std::vector<DWORD> tail = {}) {
+        EXPECT_TRUE(CreateFromBitmapInfo(AsBmi(Bmi(w, h, bpp, compression, tail))));
+    }
+};
+
+}  // namespace
+
+TEST(DesktopImageGeometry, StrideRectBytesAndAlign) {
+    const struct {
+        int w, bpp, stride;
+    } strides[] = {{1366, 16, 2732}, {1366, 8, 1368},  {1366, 4, 684},
+                   {1366, 32, 5464}, {1023, 24, 3072}, {13, 1, 4}};
+    for (const auto& s : strides) {
+        Image image(s.w, 8, s.bpp);
+        EXPECT_EQ(s.stride, image.GetStride()) << s.w << "x" << s.bpp;
+    }
+    Image big(1024, 768, 16), small(100, 100, 16);
+    const struct {
+        Image* image;
+        RECT in, out;
+        BOOL ok;
+    } aligns[] = {
+        {&big, {3, 5, 10, 9}, {0, 0, 16, 16}, TRUE},
+        {&small, {-3, -3, 2, 2}, {0, 0, 8, 8}, TRUE},
+        {&small, {96, 96, 101, 101}, {96, 96, 100, 100}, TRUE},
+        {&small, {104, 0, 120, 8}, {0, 0, 0, 0}, FALSE},
+    };
+    for (const auto& a : aligns) {
+        RECT out{};
+        EXPECT_EQ(a.ok, a.image->AlignRect(&a.in, &out)) << a.in;
+        EXPECT_EQ(a.out, out);
+    }
+    const RECT r{8, 0, 72, 10};
+    EXPECT_EQ(64u * 2 * 10, big.GetRectBytes(&r));
+    EXPECT_FALSE(big.AlignRect(nullptr, nullptr));
+}
+
+TEST(DesktopImageGeometry, BitmapInfoSizeFollowsDepthAndCompression) {
+    EXPECT_EQ(1064u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 8))));
+    EXPECT_EQ(52u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 16, BI_BITFIELDS))));
+    EXPECT_EQ(40u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 16))));
+    EXPECT_EQ(104u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 4))));
+    EXPECT_EQ(48u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 1))));
+    EXPECT_EQ(40u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 32))));
+}
+
+TEST(DesktopImageOpen, RefusesBadFormatsAndMissingSections) {
+    DesktopImage image;
+    EXPECT_FALSE(image.CreateFromBitmapInfo(nullptr));
+    auto bottomUp = Bmi(64, 64, 16);
+    reinterpret_cast<BITMAPINFOHEADER*>(bottomUp.data())->biHeight = 64;
+    EXPECT_FALSE(image.CreateFromBitmapInfo(AsBmi(bottomUp)));
+    EXPECT_FALSE(image.CreateFromBitmapInfo(AsBmi(Bmi(64, 64, 7))));
+    EXPECT_FALSE(image.OpenFromBitmapInfo("Local\\VantrelNoSuchImage", AsBmi(Bmi(64, 64, 16))));
+    EXPECT_FALSE(image.IsOpen());
+    EXPECT_EQ(nullptr, image.GetBits());
+}
+
+TEST(DesktopImageOpen, SharedSectionIsSeenByASecondImageUncleared) {
+    const std::string name = "Local\\VantrelImage" + std::to_string(GetCurrentProcessId());
+    const auto bmi = Bmi(64, 32, 16);
+    DesktopImage server, client;
+    ASSERT_TRUE(server.CreateSharedFromBitmapInfo(AsBmi(bmi), name.c_str()));
+    EXPECT_EQ(0x0210, Pixel555(server, 63, 31));  // background, 5-5-5
+    std::vector<uint16_t> row(8, 0x7C00);
+    const RECT r{8, 4, 16, 5};
+    ASSERT_TRUE(server.PutRows(&r, row.data()));
+    ASSERT_TRUE(client.OpenFromBitmapInfo(name.c_str(), AsBmi(bmi)));
+    EXPECT_EQ(0x7C00, Pixel555(client, 8, 4));
+    EXPECT_EQ(0x0210, Pixel555(client, 7, 4));
+    client.Close();
+    EXPECT_FALSE(client.IsOpen());
+    RECT kept;
+    client.GetScreenRect(&kept);
+    EXPECT_EQ((RECT{0, 0, 64, 32}), kept);
+}
+
+TEST(DesktopImageRows, CopyCountsOrderAndRefusals) {
+    Image image(128, 16, 16);
+    for (LONG y = 0; y < 16; ++y) {
+        std::vector<uint16_t> row(64, static_cast<uint16_t>(y + 1));
+        const RECT r{0, y, 64, y + 1};
+        ASSERT_TRUE(image.PutRows(&r, row.data()));
+    }
+    const RECT r{0, 0, 64, 16};
+    std::vector<uint16_t> out(64 * 16);
+    UINT cb = 1000, lines = kSentinel;
+    ASSERT_TRUE(image.CopyRows(&r, out.data(), &cb, 0, &lines));
+    EXPECT_EQ(7u, lines);
+    EXPECT_EQ(896u, cb);
+    EXPECT_EQ(7, out[64 * 6]);
+
+    cb = 3 * 128;
+    ASSERT_TRUE(image.CopyRowsBottomUp(&r, out.data(), &cb, 4, &lines));
+    ASSERT_EQ(3u, lines);
+    EXPECT_EQ((std::vector<uint16_t>{7, 6, 5}), (std::vector<uint16_t>{out[0], out[64], out[128]}));
+
+    const RECT thin{8, 0, 8, 4};
+    cb = 100, lines = kSentinel;
+    EXPECT_FALSE(image.CopyRows(&thin, out.data(), &cb, 0, &lines));
+    EXPECT_EQ(0u, lines);
+    const RECT outside{64, 8, 129, 16};
+    cb = 100, lines = kSentinel;
+    EXPECT_FALSE(image.CopyRows(&outside, out.data(), &cb, 0, &lines));
+    EXPECT_FALSE(image.CopyRows(&r, out.data(), &cb, 17, &lines));
+    EXPECT_EQ(kSentinel, lines);
+    EXPECT_EQ(100u, cb);
+}
+
+TEST(DesktopImageRows, PutAndWriteRefuseARectOnePixelOut) {
+    Image image(64, 32, 16);
+    std::vector<uint16_t> rows(65 * 33, 0x7FFF);
+    for (const RECT r : {RECT{0, 0, 65, 8}, RECT{0, 25, 8, 33}, RECT{-1, 0, 8, 8}}) {
+        EXPECT_FALSE(image.PutRows(&r, rows.data())) << r;
+        EXPECT_FALSE(image.WriteRows(&r, rows.data())) << r;
+    }
+    for (int y = 0; y < 32; ++y)
+        for (int x = 0; x < 64; ++x)
+            ASSERT_EQ(0x0210, Pixel555(image, x, y));
+    const RECT empty{0, 8, 64, 8};
+    EXPECT_TRUE(image.PutRows(&empty, rows.data()));
+    EXPECT_FALSE(image.PutRows(&empty, nullptr));
+}
+
+TEST(DesktopImagePalette, ByteOrderTableAndPaletteFollowTheFormat) {
+    const PALETTEENTRY entry{10, 20, 30, PC_NOCOLLAPSE};
+    RGBQUAD colour{};
+    DesktopImage::PaletteToColorTable(&entry, 1, &colour);
+    EXPECT_EQ(
+        (std::vector<BYTE>{30, 20, 10, 0}),
+        (std::vector<BYTE>{colour.rgbBlue, colour.rgbGreen, colour.rgbRed, colour.rgbReserved}));
+
+    std::vector<DWORD> table(256);
+    std::iota(table.begin(), table.end(), 0x00010203);
+    Image image(32, 8, 8, BI_RGB, table);
+    UniquePalette palette(image.CreateImagePalette());
+    ASSERT_TRUE(palette);
+    PALETTEENTRY got[256];
+    ASSERT_EQ(256u, GetPaletteEntries(palette.get(), 0, 256, got));
+    EXPECT_EQ(0x01, got[5].peRed);
+    EXPECT_EQ(0x02, got[5].peGreen);
+    EXPECT_EQ(0x03 + 5, got[5].peBlue);
+
+    table[7] = 0x00A0B0C0;
+    EXPECT_TRUE(image.LoadBitmapInfo(AsBmi(Bmi(32, 8, 8, BI_RGB, table))));
+    EXPECT_EQ(0x00A0B0C0u, reinterpret_cast<const DWORD*>(image.GetBitmapInfo()->bmiColors)[7]);
+    EXPECT_FALSE(image.LoadBitmapInfo(AsBmi(Bmi(64, 8, 8, BI_RGB, table))));
+
+    Image deep(32, 8, 16);
+    EXPECT_FALSE(deep.RefreshPalette());
+    EXPECT_EQ(nullptr, deep.CreateImagePalette());
+}
+
+TEST(DesktopImageSettings, FixCitrixOnlyWhenExactlyOne) {
+    const char* key = "Software\\Korvane\\Tessaroom\\DeskPref";
+    HKEY raw = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyA(HKEY_LOCAL_MACHINE, key, &raw));
+    UniqueHkey hkey(raw);
+    for (const DWORD value : {1u, 2u}) {
+        RegSetValueExA(hkey.get(), "FixCitrix16bit", 0, REG_DWORD,
+                       reinterpret_cast<const BYTE*>(&value), sizeof value);
+        DesktopImage image;
+        EXPECT_EQ(value == 1, image.Convert565()) << value;
+    }
+    RegDeleteValueA(hkey.get(), "FixCitrix16bit");
+    EXPECT_EQ(-1, DeskPref::ReadValue(DeskPref::kFixCitrix16bit));
+    DesktopImage image;
+    EXPECT_FALSE(image.Convert565());
+}
+
+TEST(DesktopImageScreen, OpensInTheDisplayFormatAndStampsTheLogoInTheCornerOnly) {
+    UniqueBitmap logo(CreateBitmap(100, 40, 1, 32, nullptr));
+    {
+        WindowDc screen(nullptr);
+        UniqueHdc dc(CreateCompatibleDC(screen.get()));
+        SelectObjectGuard select(dc.get(), logo.get());
+        const RECT all{0, 0, 100, 40};
+        UniqueBrush red(CreateSolidBrush(RGB(255, 0, 0)));
+        FillRect(dc.get(), &all, red.get());
+    }
+    DesktopImage image;
+    image.SetLogo(logo.get());
+    ASSERT_TRUE(image.OpenFromScreen());
+    RECT screen;
+    image.GetScreenRect(&screen);
+    WindowDc dc(nullptr);
+    EXPECT_EQ((RECT{0, 0, GetDeviceCaps(dc.get(), HORZRES), GetDeviceCaps(dc.get(), VERTRES)}),
+              screen);
+    EXPECT_EQ(GetDeviceCaps(dc.get(), BITSPIXEL), image.GetBitsPixel());
+
+    const int h = screen.bottom;
+    const RECT corner{0, h - 64, 128, h}, elsewhere{200, 0, 328, 64};
+    ASSERT_TRUE(image.Grab(&corner));
+    ASSERT_TRUE(image.Grab(&elsewhere));
+    GdiFlush();
+    const std::vector<uint32_t> nearLogo = GrabScreen32(RECT{99, h - 41, 101, h - 39});
+    const std::vector<uint32_t> farAway = GrabScreen32(RECT{200, 0, 202, 1});
+    auto at = [&](int x, int y) {
+        return image.GetBitsPixel() == 32 ? To555(Pixel32(image, x, y)) : Pixel555(image, x, y);
+    };
+    EXPECT_EQ(0x7C00, at(0, h - 1));
+    EXPECT_EQ(0x7C00, at(99, h - 40));
+    EXPECT_EQ(To555(nearLogo[3]), at(100, h - 40));  // right of the logo: the screen
+    EXPECT_EQ(To555(nearLogo[0]), at(99, h - 41));   // above it
+    EXPECT_EQ(To555(farAway[0]), at(200, 0));
+    EXPECT_EQ(To555(farAway[1]), at(201, 0));
+}
+
+// ---- pointer overlay ----
+
+TEST(DesktopImageCursor, MoveClipsSnapsAndReportsOldAndNewPlace) {
+    Image image(1024, 768, 32);
+    const auto rec = CursorRecordBytes(1, 0, 0, 32, 32, 0, kRed);
+    const auto view = ViewOf(rec);
+    ASSERT_TRUE(image.SetCursorShape(&view));
+    const RECT first = image.TakeChangedArea();
+    EXPECT_EQ((RECT{0, 0, 32, 32}), first);
+
+    const struct {
+        int x, y;
+        BOOL drawn;
+        RECT rect, changed;
+    } moves[] = {
+        {100, 100, TRUE, {96, 96, 136, 136}, {0, 0, 136, 136}},
+        {1020, 760, TRUE, {1016, 760, 1024, 768}, {96, 96, 1024, 768}},
+        {-40, -40, FALSE, {0, 0, 0, 0}, {1016, 760, 1024, 768}},
+        {5, 5, TRUE, {0, 0, 40, 40}, {0, 0, 40, 40}},
+    };
+    for (const auto& m : moves) {
+        EXPECT_EQ(m.drawn, image.MoveCursor(m.x, m.y)) << m.x;
+        RECT rect;
+        image.GetCursorRect(&rect);
+        EXPECT_EQ(m.rect, rect) << m.x;
+        EXPECT_EQ(m.changed, image.TakeChangedArea()) << m.x;
+    }
+    EXPECT_EQ(kRed, Pixel32(image, 5, 5));
+    EXPECT_EQ(kRed, Pixel32(image, 36, 36));
+    EXPECT_EQ(kBackground32, Pixel32(image, 37, 37));
+    for (const auto& p : {POINT{100, 100}, POINT{1020, 765}, POINT{0, 0}})
+        EXPECT_EQ(kBackground32, Pixel32(image, p.x, p.y)) << p.x;  // old places restored
+    EXPECT_FALSE(image.SetCursorShape(nullptr));
+}
+
+TEST(DesktopImageCursor, BandWriteKeepsPointerOnTopAndSaveUnderTakesNewRows) {
+    Image image(256, 128, 16);
+    const auto rec = CursorRecordBytes(1, 20, 20, 32, 32, 0, kRed);
+    const auto view = ViewOf(rec);
+    ASSERT_TRUE(image.MoveCursor(20, 20));
+    ASSERT_TRUE(image.SetCursorShape(&view));
+    image.TakeChangedArea();
+    std::vector<uint16_t> band(256 * 40, 0x03E0);
+    const RECT r{0, 0, 256, 40};
+    ASSERT_TRUE(image.WriteRows(&r, band.data()));
+    EXPECT_EQ(0x7C00, Pixel555(image, 30, 30));  // pointer still on top
+    EXPECT_EQ(0x03E0, Pixel555(image, 19, 30));
+    RECT rect;
+    image.GetCursorRect(&rect);
+    EXPECT_EQ((RECT{16, 16, 56, 56}), rect);
+    EXPECT_EQ((RECT{}), image.TakeChangedArea());  // a band write changes no pointer area
+    ASSERT_TRUE(image.MoveCursor(200, 90));
+    EXPECT_EQ(0x03E0, Pixel555(image, 30, 30));  // the new rows came back
+    EXPECT_EQ(0x0210, Pixel555(image, 30, 45));  // below the band: background
+}
+
+TEST(DesktopImageCursor, LargeAndOddShapesAreSavedWholeAndDrawnAtTheirOwnSize) {
+    Image image(512, 256, 32);
+    const std::vector<BYTE> before(image.GetBits(), image.GetBits() + image.GetStride() * 256);
+    // 24 wide with 3-byte AND rows: the rows are padded for CreateIcon.
+    for (const int size : {64, 48, 24}) {
+        const auto rec = CursorRecordBytes(1, 0, 0, size, size, 0, kRed, size == 24 ? 3 : 0);
+        const auto view = ViewOf(rec);
+        image.SetCursorShape(&view);  // at the last place, off the image: not drawn
+        ASSERT_TRUE(image.MoveCursor(101, 101)) << size;
+        EXPECT_EQ(kRed, Pixel32(image, 100 + size, 100 + size)) << size;
+        EXPECT_EQ(kBackground32, Pixel32(image, 101 + size, 101 + size)) << size;
+        ASSERT_TRUE(image.MoveCursor(400, 200));
+        ASSERT_FALSE(image.MoveCursor(-500, -500));
+        EXPECT_EQ(before,
+                  std::vector<BYTE>(image.GetBits(), image.GetBits() + image.GetStride() * 256))
+            << size;
+    }
+}

@@ -1,0 +1,339 @@
+// The encoder and the decoder on images built from a BITMAPINFO, with the real ScreenCodec:
+// merging and order, band cuts, header fix-up, colour tables, rebuilds, completion, damaged
+// packets, cursor packets and the frame-buffer export.
+#include "ImageTestSupport.h"
+
+#include "common/FakeSink.h"
+#include "stream/SinkTable.h"
+#include "stream/StreamEncoder.h"
+
+using namespace vantrel;
+using namespace vantrel::test;
+
+namespace {
+
+void FillNoise(DesktopImage& image, uint32_t seed) {
+    RECT all;
+    image.GetScreenRect(&all);
+    std::vector<BYTE> rows(image.GetRectBytes(&all));
+    for (auto& b : rows)
+        b = static_cast<BYTE>((seed = seed * 1664525u + 1013904223u) >> 24);
+    ASSERT_TRUE(image.PutRows(&all, rows.data()));
+}
+
+std::vector<BYTE> Snapshot(const DesktopImage& image) {
+    RECT all;
+    image.GetScreenRect(&all);
+    return std::vector<BYTE>(image.GetBits(), image.GetBits() + image.GetStride() * all.bottom);
+}
+
+// A sender: an image, an encoder and a recording sink.
+struct Sender {
+    explicit Sender(IScreenCodec* codec, const std::vector<BYTE>& bmi) : encoder(image, sinks) {
+        EXPECT_TRUE(image.CreateFromBitmapInfo(AsBmi(bmi)));
+        encoder.SetCodec(codec);
+        sinks.RegisterDataTransmitter(&sink);
+    }
+    ~Sender() { sinks.UnregisterDataTransmitter(&sink); }
+    std::vector<RECT> Bands() const {
+        std::vector<RECT> out;
+        for (const auto& p : sink.Packets()) {
+            packet::FrameHeader h;
+            EXPECT_TRUE(packet::ReadFrameHeader(p.bytes.data(), p.cbData, &h));
+            out.push_back(h.band);
+        }
+        return out;
+    }
+    DesktopImage image;
+    SinkTable sinks;
+    FakeSink sink;
+    StreamEncoder encoder;
+};
+
+// A receiver: the shared decoder into an image of its own.
+struct Receiver {
+    explicit Receiver(IScreenCodec* codec) : decoder(image, owner) { decoder.SetCodec(codec); }
+    StreamDecoder::Outcome Take(const FakeSink::Packet& p) {
+        return decoder.Decode(p.bytes.data(), p.cbData);
+    }
+    void TakeAll(const FakeSink& sink) {
+        for (const auto& p : sink.Packets())
+            EXPECT_EQ(StreamDecoder::Outcome::Frame, Take(p));
+    }
+    DesktopImage image;
+    RecordingOwner owner;
+    StreamDecoder decoder;
+};
+
+using Outcome = StreamDecoder::Outcome;
+
+}  // namespace
+
+TEST_F(StreamTest, UpdatesMergeOnTheGridInRegionOrder) {
+    const struct {
+        std::vector<RECT> in, bands;
+    } cases[] = {
+        {{{3, 5, 10, 9}}, {{0, 0, 16, 16}}},
+        {{{0, 0, 8, 8}, {96, 96, 104, 104}}, {{96, 96, 104, 104}, {0, 0, 8, 8}}},
+        {{{0, 0, 8, 8}, {40, 0, 48, 8}}, {{0, 0, 48, 8}}},
+        {{{100, 100, 108, 108}}, {{96, 96, 112, 112}}},
+        {{{8, 8, 8, 16}}, {}},
+        {{}, {}},
+    };
+    for (const auto& c : cases) {
+        Sender s(codec_.Get(), Bmi(1024, 768, 16));
+        const int sent = s.encoder.EncodeUpdate(c.in.data(), static_cast<UINT>(c.in.size()));
+        EXPECT_EQ(static_cast<int>(c.bands.size()), sent);
+        EXPECT_EQ(c.bands, s.Bands()) << c.in.size();
+    }
+    Sender s(codec_.Get(), Bmi(1024, 768, 16));
+    const RECT r{3, 5, 10, 9};
+    const DWORD before = GetTickCount();
+    s.encoder.EncodeUpdate(&r, 1);
+    const auto p = s.sink.Packets().at(0);
+    const packet::Head head = packet::ReadHead(p.bytes.data());
+    EXPECT_EQ(p.cbData, head.length);
+    EXPECT_LE(head.time - before, 1000u);
+    EXPECT_EQ(40u + 16 * 32, Body(p.bytes, packet::kFrameHeaderSize).size());
+}
+
+TEST_F(StreamTest, BandsCutTheFixedUpPayloadAtTheBufferSize) {
+    const struct {
+        std::vector<BYTE> bmi;
+        bool fix565;
+        std::vector<RECT> bands;
+        uint32_t bpp, n;
+        DWORD compression;
+    } cases[] = {
+        {Bmi(1024, 768, 32), false, {{0, 0, 1024, 767}, {0, 767, 1024, 768}}, 16, 40, BI_RGB},
+        {Bmi(1024, 768, 24), false, {{0, 0, 1024, 767}, {0, 767, 1024, 768}}, 16, 40, BI_RGB},
+        {Bmi(1024, 768, 8), false, {{0, 0, 1024, 768}}, 8, 1064, BI_RGB},
+        {Bmi(1366, 64, 16, BI_BITFIELDS, {0xF800, 0x07E0, 0x001F}),
+         false,
+         {{1360, 0, 1366, 64}},
+         16,
+         52,
+         BI_BITFIELDS},
+        {Bmi(1366, 64, 16, BI_BITFIELDS, {0xF800, 0x07E0, 0x001F}),
+         true,
+         {{1360, 0, 1366, 64}},
+         16,
+         40,
+         BI_RGB},
+    };
+    for (const auto& c : cases) {
+        Sender s(codec_.Get(), c.bmi);
+        s.image.SetConvert565(c.fix565);
+        FillNoise(s.image, 7);
+        RECT all;
+        s.image.GetScreenRect(&all);
+        const RECT r = c.bands.size() == 1 && c.bands[0].left ? RECT{1361, 3, 1366, 64} : all;
+        s.encoder.SendRegion(&r);
+        ASSERT_EQ(c.bands, s.Bands());
+        const auto p = s.sink.Packets().back();
+        packet::FrameHeader h;
+        packet::ReadFrameHeader(p.bytes.data(), p.cbData, &h);
+        EXPECT_EQ(all, h.desktop);
+        EXPECT_EQ(c.bpp, h.bitsPerPixel);
+        const auto body = Body(p.bytes, packet::kFrameHeaderSize);
+        const auto* bih = reinterpret_cast<const BITMAPINFOHEADER*>(body.data());
+        EXPECT_EQ(c.compression, bih->biCompression);
+        EXPECT_EQ(c.bpp, bih->biBitCount);
+        EXPECT_EQ(c.n + packet::RowBytes(h.band, c.bpp) * (h.band.bottom - h.band.top),
+                  body.size());
+        if (c.fix565) {  // 5-6-5 white-ish bits become 5-5-5: the top bit is always clear
+            for (size_t i = c.n + 1; i < body.size(); i += 2)
+                ASSERT_EQ(0, body[i] & 0x80);
+        }
+    }
+}
+
+TEST_F(StreamTest, ColourTableTravelsWithEveryPacket) {
+    std::vector<DWORD> t1(256, 0x000000), t2(256, 0x000000);
+    t1[7] = 0x00102030;
+    t2[7] = 0x00C0B0A0;
+    Sender s(codec_.Get(), Bmi(64, 32, 8, BI_RGB, t1));
+    const RECT all{0, 0, 64, 32}, corner{0, 0, 8, 8};
+    std::vector<BYTE> sevens(64 * 32, 7);
+    s.image.PutRows(&all, sevens.data());
+    s.encoder.SendRegion(&all);
+    ASSERT_TRUE(s.image.LoadBitmapInfo(AsBmi(Bmi(64, 32, 8, BI_RGB, t2))));
+    s.encoder.SendRegion(&corner);
+    ASSERT_EQ(2u, s.sink.PacketCount());
+
+    Receiver r(codec_.Get());
+    auto shown = [&](int x, int y) {
+        WindowDc screen(nullptr);
+        UniqueHdc dc(CreateCompatibleDC(screen.get()));
+        UniqueBitmap bmp(CreateCompatibleBitmap(screen.get(), 64, 32));
+        SelectObjectGuard select(dc.get(), bmp.get());
+        r.image.BltTo(dc.get(), 0, 0, &all);
+        return GetPixel(dc.get(), x, y);
+    };
+    ASSERT_EQ(Outcome::Frame, r.Take(s.sink.Packets()[0]));
+    EXPECT_EQ(RGB(0x10, 0x20, 0x30), shown(40, 20));
+    ASSERT_EQ(Outcome::Frame, r.Take(s.sink.Packets()[1]));
+    EXPECT_EQ(RGB(0xC0, 0xB0, 0xA0), shown(40, 20));  // outside the second band too
+    EXPECT_EQ(1, r.owner.rebuilds);
+}
+
+TEST_F(StreamTest, DecoderRebuildsOnFormatChangeAndCompletesOnCoverage) {
+    Sender s(codec_.Get(), Bmi(1024, 768, 16));
+    FillNoise(s.image, 3);
+    const RECT top{0, 0, 1024, 8}, bottom{0, 760, 1024, 768}, middle{0, 8, 1024, 760};
+    for (const RECT& r : {top, bottom, middle, top})
+        s.encoder.SendRegion(&r);
+    const auto packets = s.sink.Packets();
+    Receiver r(codec_.Get());
+    for (size_t i = 0; i < packets.size(); ++i) {
+        EXPECT_EQ(Outcome::Frame, r.Take(packets[i]));
+        EXPECT_EQ(i >= 2, r.decoder.IsPictureComplete()) << i;  // the gap is not a picture
+    }
+    EXPECT_EQ(1, r.owner.completions);
+    EXPECT_EQ(Snapshot(s.image), Snapshot(r.image));
+
+    Sender wide(codec_.Get(), Bmi(1280, 1024, 16));
+    FillNoise(wide.image, 4);
+    const RECT band{8, 8, 16, 16};
+    wide.encoder.SendRegion(&band);
+    ASSERT_EQ(Outcome::Frame, r.Take(wide.sink.Packets()[0]));
+    EXPECT_EQ(2, r.owner.rebuilds);
+    EXPECT_EQ((RECT{0, 0, 1280, 1024}), r.decoder.GetDesktopRect());
+    EXPECT_EQ(0x0210, Pixel555(r.image, 7, 8));
+    EXPECT_EQ(Pixel555(wide.image, 8, 8), Pixel555(r.image, 8, 8));
+    EXPECT_EQ(0x0210, Pixel555(r.image, 1279, 1023));
+
+    // A failed rebuild leaves the image closed; the next packet rebuilds.
+    r.owner.failRebuild = true;
+    EXPECT_EQ(Outcome::RebuildFailed, r.Take(packets[0]));
+    EXPECT_FALSE(r.image.IsOpen());
+    r.owner.failRebuild = false;
+    EXPECT_EQ(Outcome::Frame, r.Take(packets[0]));
+    EXPECT_EQ(Pixel555(s.image, 5, 5), Pixel555(r.image, 5, 5));
+}
+
+TEST_F(StreamTest, DamagedPacketsChangeNothing) {
+    Sender s(codec_.Get(), Bmi(256, 64, 16));
+    FillNoise(s.image, 9);
+    const RECT all{0, 0, 256, 64}, small{0, 0, 16, 16};
+    s.encoder.SendRegion(&all);
+    s.encoder.SendRegion(&small);
+    const auto good = s.sink.Packets();
+    Receiver r(codec_.Get());
+    const auto cursor = CursorRecordBytes(3, 40, 40, 32, 32, 0, 0xFF0000);
+    BYTE cursorPacket[8192];
+    ULONG out = sizeof cursorPacket - 12;
+    ASSERT_EQ(S_OK, codec_->Compress(cursor.data(), static_cast<ULONG>(cursor.size()),
+                                     cursorPacket + 12, &out, 2));
+    const uint32_t cursorLength = packet::WriteCursorHeader(cursorPacket, 0, out);
+    EXPECT_EQ(Outcome::NoImage, r.decoder.Decode(cursorPacket, cursorLength));
+    ASSERT_EQ(Outcome::Frame, r.Take(good[0]));
+    const auto before = Snapshot(r.image);
+
+    // A payload whose rows stop short, and one whose header disagrees with the desktop.
+    auto forge = [&](const std::vector<BYTE>& bmi, size_t rowBytes) {
+        std::vector<BYTE> payload(bmi.begin(), bmi.begin() + 40);
+        payload.resize(40 + rowBytes, 0x55);
+        std::vector<BYTE> p(0x180000);
+        ULONG size = 0x180000 - 48;
+        EXPECT_EQ(S_OK, codec_->Compress(payload.data(), static_cast<ULONG>(payload.size()),
+                                         p.data() + 48, &size, 2));
+        packet::FrameHeader h{0, {0, 0, 256, 64}, 16, {0, 0, 16, 16}};
+        p.resize(packet::WriteFrameHeader(p.data(), h, size));
+        return FakeSink::Packet{p, static_cast<unsigned long>(p.size()), 0};
+    };
+    auto longer = good[1], shorter = good[1], magic = good[1], cut = good[1];
+    longer.cbData += 1;
+    shorter.cbData -= 1;
+    magic.bytes[0] = 'X';
+    cut.bytes.resize(cut.bytes.size() - 6);
+    cut.cbData = static_cast<unsigned long>(cut.bytes.size());
+    packet::StoreU32(cut.bytes.data() + 4, cut.cbData);
+    const struct {
+        FakeSink::Packet p;
+        Outcome expected;
+    } cases[] = {
+        {longer, Outcome::Refused},
+        {shorter, Outcome::Refused},
+        {magic, Outcome::Refused},
+        {cut, Outcome::CodecFailed},
+        {forge(Bmi(256, 64, 16), 15 * 32), Outcome::Damaged},
+        {forge(Bmi(255, 64, 16), 16 * 32), Outcome::Damaged},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.expected, r.Take(c.p));
+
+    // A cursor record whose masks run past its end.
+    out = sizeof cursorPacket - 12;
+    codec_->Compress(cursor.data(), 200, cursorPacket + 12, &out, 2);
+    EXPECT_EQ(Outcome::Damaged,
+              r.decoder.Decode(cursorPacket, packet::WriteCursorHeader(cursorPacket, 0, out)));
+
+    StreamDecoder noCodec(r.image, r.owner);
+    EXPECT_EQ(Outcome::NoCodec, noCodec.Decode(good[1].bytes.data(), good[1].cbData));
+    EXPECT_EQ(before, Snapshot(r.image));
+    EXPECT_EQ(1u, r.owner.bands.size());
+    EXPECT_TRUE(r.owner.cursorAreas.empty());
+}
+
+TEST_F(StreamTest, CursorRecordsTravelAndApplyShapeThenPosition) {
+    Sender s(codec_.Get(), Bmi(1024, 768, 32));
+    const RECT all{0, 0, 8, 8};
+    s.encoder.SendRegion(&all);
+    for (const uint32_t flags : {0u, 4u}) {
+        auto rec = CursorRecordBytes(flags, 0, 0, 32, 32, 0, 0xFF0000);
+        EXPECT_FALSE(s.encoder.SendCursorRecord(rec.data(), static_cast<uint32_t>(rec.size())));
+    }
+    auto moveOnly = CursorRecordBytes(6, 300, 200, 32, 32, 0, 0xFF0000);
+    ASSERT_TRUE(s.encoder.SendCursorRecord(moveOnly.data(), 4256));
+    auto body = Body(s.sink.Packets().back().bytes, packet::kCursorHeaderSize);
+    EXPECT_EQ(32u, body.size());
+    EXPECT_EQ(2u, packet::LoadU32(body.data()));
+    EXPECT_EQ(1u, packet::LoadU32(body.data() + 4));
+    auto both = CursorRecordBytes(3, 100, 100, 32, 32, 0, 0xFF0000);
+    auto tooLong = both;
+    EXPECT_FALSE(s.encoder.SendCursorRecord(tooLong.data(), 100));
+    ASSERT_TRUE(s.encoder.SendCursorRecord(both.data(), static_cast<uint32_t>(both.size())));
+    EXPECT_EQ(both.size(), Body(s.sink.Packets().back().bytes, 12).size());
+
+    Receiver r(codec_.Get());
+    const auto packets = s.sink.Packets();
+    ASSERT_EQ(Outcome::Frame, r.Take(packets[0]));
+    ASSERT_TRUE(r.image.MoveCursor(300, 200));  // the default arrow
+    RECT arrow, expected;
+    r.image.GetCursorRect(&arrow);
+    r.image.TakeChangedArea();
+    EXPECT_EQ(Outcome::Cursor, r.Take(packets[2]));
+    ASSERT_EQ(2u, r.owner.cursorAreas.size());
+    const RECT shapeAtOldPlace{296, 200, 336, 232};
+    UnionRect(&expected, &arrow, &shapeAtOldPlace);
+    EXPECT_EQ(expected, r.owner.cursorAreas[0]);
+    EXPECT_EQ((RECT{96, 96, 336, 232}), r.owner.cursorAreas[1]);  // old place, new place
+    EXPECT_EQ((RECT{96, 96, 336, 232}), r.owner.cursorAreas[1]);  // old place, new place
+    EXPECT_EQ(0x7C00, Pixel555(r.image, 131, 131));  // the stream is 5-5-5
+    EXPECT_EQ(Outcome::Cursor, r.Take(packets[1]));   // position only: shape kept
+    EXPECT_EQ(0x7C00, Pixel555(r.image, 331, 231));
+    EXPECT_EQ(0x0210, Pixel555(r.image, 131, 131));
+}
+
+TEST_F(StreamTest, FrameBufferExportRebuildsTheSamePicture) {
+    Sender s(codec_.Get(), Bmi(1024, 768, 16));
+    FillNoise(s.image, 11);
+    RECT all{0, 0, 1024, 768};
+    s.encoder.SendRegion(&all);
+    Receiver first(codec_.Get()), second(codec_.Get());
+    first.TakeAll(s.sink);
+    std::vector<BYTE> staging(packet::kBufferSize), out(packet::kBufferSize);
+    uint32_t counter = 0, length = 0;
+    int bands = 0;
+    while ((length = StreamEncoder::ExportBand(first.image, codec_.Get(), 16, staging.data(),
+                                               out.data(), &counter)) != 0) {
+        EXPECT_EQ(0u, packet::ReadHead(out.data()).time);
+        ASSERT_EQ(Outcome::Frame, second.decoder.Decode(out.data(), length));
+        ++bands;
+    }
+    EXPECT_EQ(2, bands);
+    EXPECT_EQ(768u, counter);
+    EXPECT_TRUE(second.decoder.IsPictureComplete());
+    EXPECT_EQ(Snapshot(s.image), Snapshot(second.image));
+}
