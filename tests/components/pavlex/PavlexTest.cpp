@@ -1,0 +1,370 @@
+// Pavlex.dll through its exports, the way the capture thread uses it, on the virtual display:
+// what this test draws must come back as covering rectangles, pointer moves and shapes as
+// cursor records, and calls out of order must fail without harm.
+#include <windows.h>
+#include <tlhelp32.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/Pavlex.h"
+#include "platform/UniqueHandle.h"
+#include "stream/Packet.h"
+
+using namespace vantrel;
+
+namespace {
+
+constexpr DWORD kPatience = 5000;  // ms; generous, the machine is shared
+
+void PumpMessages() {
+    MSG msg;
+    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
+        DispatchMessageA(&msg);
+}
+
+// Waits on event, pumping messages; resets it as the capture does.
+bool WaitAndReset(HANDLE event, DWORD timeout) {
+    const DWORD start = GetTickCount();
+    for (DWORD elapsed = 0; elapsed < timeout; elapsed = GetTickCount() - start) {
+        PumpMessages();
+        if (MsgWaitForMultipleObjects(1, &event, FALSE, timeout - elapsed, QS_ALLINPUT) ==
+            WAIT_OBJECT_0)
+            return ResetEvent(event) != FALSE;
+    }
+    return false;
+}
+
+// The corners and every step-th pixel of area lie in one of rects.
+bool Covers(const std::vector<RECT>& rects, const RECT& area, LONG step) {
+    for (LONG y = area.top;; y = std::min(y + step, area.bottom - 1)) {
+        for (LONG x = area.left;; x = std::min(x + step, area.right - 1)) {
+            bool in = false;
+            for (const RECT& r : rects)
+                in = in || PtInRect(&r, POINT{x, y});
+            if (!in)
+                return false;
+            if (x == area.right - 1)
+                break;
+        }
+        if (y == area.bottom - 1)
+            return true;
+    }
+}
+
+int ThreadCount() {
+    UniqueFile snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof entry;
+    int count = 0;
+    for (BOOL more = Thread32First(snapshot.get(), &entry); more;
+         more = Thread32Next(snapshot.get(), &entry))
+        count += entry.th32OwnerProcessID == GetCurrentProcessId();
+    return count;
+}
+
+// A topmost popup filled with one colour, or with 4 x 4 white dots every 20 pixels on black.
+// A pointer window shows the cross over its left half and the arrow over its right half; only
+// it is activated, because the platform reports the pointer of the foreground window's thread
+// and, without a window manager, deactivating a window takes seconds.
+class TestWindow {
+  public:
+    TestWindow(const RECT& r, COLORREF colour, bool pointerWindow = false)
+        : colour_(colour), pointerWindow_(pointerWindow) {
+        WNDCLASSA wc{};
+        wc.lpfnWndProc = Proc;
+        wc.hInstance = GetModuleHandleA(nullptr);
+        wc.hCursor = LoadCursorA(nullptr, IDC_ARROW);
+        wc.lpszClassName = "PavlexTestWindow";
+        RegisterClassA(&wc);
+        hwnd_.reset(CreateWindowExA(WS_EX_TOPMOST, wc.lpszClassName, "", WS_POPUP, r.left, r.top,
+                                    r.right - r.left, r.bottom - r.top, nullptr, nullptr,
+                                    wc.hInstance, this));
+        ShowWindow(hwnd_.get(), pointerWindow ? SW_SHOW : SW_SHOWNOACTIVATE);
+        if (pointerWindow)
+            SetForegroundWindow(hwnd_.get());
+        UpdateWindow(hwnd_.get());
+        PumpMessages();
+    }
+    ~TestWindow() {
+        hwnd_.reset();
+        UnregisterClassA("PavlexTestWindow", GetModuleHandleA(nullptr));
+    }
+    void repaint(COLORREF colour, bool dots = false) {
+        colour_ = colour;
+        dots_ = dots;
+        InvalidateRect(hwnd_.get(), nullptr, FALSE);
+        UpdateWindow(hwnd_.get());
+    }
+
+  private:
+    static LRESULT CALLBACK Proc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
+        if (msg == WM_NCCREATE) {
+            auto* create = reinterpret_cast<CREATESTRUCTA*>(lp);
+            SetWindowLongPtrA(hwnd, GWLP_USERDATA,
+                              reinterpret_cast<LONG_PTR>(create->lpCreateParams));
+        }
+        auto* self = reinterpret_cast<TestWindow*>(GetWindowLongPtrA(hwnd, GWLP_USERDATA));
+        RECT rc;
+        GetClientRect(hwnd, &rc);
+        if (msg == WM_SETCURSOR && self->pointerWindow_) {
+            POINT p;
+            GetCursorPos(&p);
+            ScreenToClient(hwnd, &p);
+            SetCursor(LoadCursorA(nullptr, p.x < rc.right / 2 ? IDC_CROSS : IDC_ARROW));
+            return TRUE;
+        }
+        if (msg == WM_PAINT) {
+            PaintDc dc(hwnd);
+            UniqueBrush fill(CreateSolidBrush(self->dots_ ? RGB(0, 0, 0) : self->colour_));
+            UniqueBrush white(CreateSolidBrush(RGB(255, 255, 255)));
+            FillRect(dc.get(), &rc, fill.get());
+            for (int y = 0; self->dots_ && y < rc.bottom; y += 20) {
+                for (int x = 0; x < rc.right; x += 20) {
+                    RECT dot{x, y, x + 4, y + 4};
+                    FillRect(dc.get(), &dot, white.get());
+                }
+            }
+            return 0;
+        }
+        return DefWindowProcA(hwnd, msg, wp, lp);
+    }
+
+    UniqueHwnd hwnd_;
+    COLORREF colour_;
+    bool dots_ = false;
+    bool pointerWindow_;
+};
+
+class PavlexCapture : public testing::Test {
+  protected:
+    void SetUp() override {
+        SetCursorPos(1000, 740);  // out of the way of the windows drawn here
+        ASSERT_TRUE(DispInitCapture());
+        ASSERT_TRUE(DispRegisterCursorUpdate(&cursorEvent_, kPavlexCursorBufferSize));
+        ASSERT_TRUE(DispRegisterScreenUpdate(&screenEvent_, kPavlexScreenBufferSize));
+    }
+    void TearDown() override {
+        EXPECT_TRUE(DispUnRegisterScreenUpdate());
+        EXPECT_TRUE(DispUnRegisterCursorUpdate());
+        EXPECT_TRUE(DispDoneCapture());
+    }
+
+    // Fetches screen lists into rects_ until done() or the time runs out. Every list holds 1 to
+    // 513 rectangles, all on the screen.
+    bool CollectScreen(DWORD timeout, const std::function<bool()>& done) {
+        const RECT screen{0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)};
+        for (const DWORD start = GetTickCount(); GetTickCount() - start < timeout;) {
+            PavlexScreenUpdate* update = nullptr;
+            if (!WaitAndReset(screenEvent_, 50) || !DispGetScreenUpdate(&update)) {
+                if (done())
+                    return true;
+                continue;
+            }
+            EXPECT_GE(update->count, 1u);
+            EXPECT_LE(update->count, kPavlexMaxRects);
+            for (DWORD i = 0; i < update->count; ++i) {
+                RECT r = update->rects[i], clipped;
+                EXPECT_TRUE(IntersectRect(&clipped, &r, &screen) && EqualRect(&clipped, &r));
+                rects_.push_back(r);
+            }
+            lastList_ = GetTickCount();
+        }
+        return false;
+    }
+    // Drains lists until none has come for 400 ms; false when the screen never settles.
+    bool Settle() {
+        lastList_ = GetTickCount();
+        const bool quiet =
+            CollectScreen(kPatience, [&] { return GetTickCount() - lastList_ > 400; });
+        rects_.clear();
+        return quiet;
+    }
+
+    // The merged record pending now, as the receiver parses it.
+    packet::CursorRecordView TakeRecord() {
+        BYTE* record = nullptr;
+        packet::CursorRecordView view;
+        EXPECT_TRUE(DispGetCursorUpdate(&record));
+        EXPECT_EQ(packet::CursorError::None,
+                  packet::ParseCursorRecord(record, kPavlexCursorBufferSize, &view));
+        EXPECT_LE(packet::SenderCursorRecordLength(view.record), kPavlexCursorBufferSize);
+        return view;
+    }
+
+    HANDLE cursorEvent_ = nullptr;
+    HANDLE screenEvent_ = nullptr;
+    std::vector<RECT> rects_;
+    DWORD lastList_ = 0;
+};
+
+// Draws icon at width x height on black and on white; both pictures.
+std::vector<COLORREF> Render(HICON icon, int width, int height) {
+    WindowDc screen(nullptr);
+    UniqueHdc dc(CreateCompatibleDC(screen.get()));
+    UniqueBitmap bitmap(CreateCompatibleBitmap(screen.get(), width, height));
+    SelectObjectGuard select(dc.get(), bitmap.get());
+    std::vector<COLORREF> pixels;
+    for (int stock : {BLACK_BRUSH, WHITE_BRUSH}) {
+        RECT all{0, 0, width, height};
+        FillRect(dc.get(), &all, static_cast<HBRUSH>(GetStockObject(stock)));
+        DrawIconEx(dc.get(), 0, 0, icon, width, height, 0, nullptr, DI_NORMAL);
+        for (int i = 0; i < width * height; ++i)
+            pixels.push_back(GetPixel(dc.get(), i % width, i / width));
+    }
+    return pixels;
+}
+
+}  // namespace
+
+TEST_F(PavlexCapture, RepaintedWindowIsCoveredByRectanglesNearItThenNothingComes) {
+    const RECT area{120, 90, 320, 240};
+    TestWindow window(area, RGB(200, 40, 120));
+    ASSERT_TRUE(Settle()) << "the screen never became quiet";
+
+    window.repaint(RGB(20, 180, 60));
+    EXPECT_TRUE(CollectScreen(kPatience, [&] { return Covers(rects_, area, 4); }));
+    RECT nearby = area, outside;
+    InflateRect(&nearby, 32, 32);
+    for (const RECT& r : rects_)
+        EXPECT_FALSE(SubtractRect(&outside, &r, &nearby));
+
+    ASSERT_TRUE(Settle());
+    EXPECT_FALSE(WaitAndReset(screenEvent_, 500));
+    auto* update = reinterpret_cast<PavlexScreenUpdate*>(0xdeadbeef);
+    EXPECT_FALSE(DispGetScreenUpdate(&update));
+    EXPECT_EQ(reinterpret_cast<PavlexScreenUpdate*>(0xdeadbeef), update);
+}
+
+TEST_F(PavlexCapture, ScatteredDotsComeInListsOfAtMost513ThatCoverEveryDot) {
+    const RECT screen{0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)};
+    TestWindow window(screen, RGB(0, 0, 0));
+    ASSERT_TRUE(Settle());
+    window.repaint(0, true);
+    EXPECT_TRUE(CollectScreen(kPatience, [&] {
+        for (LONG y = 0; y < screen.bottom; y += 20) {
+            for (LONG x = 0; x < screen.right; x += 20) {
+                if (!Covers(rects_, RECT{x, y, x + 4, y + 4}, 3))
+                    return false;
+            }
+        }
+        return true;
+    })) << "not every dot was covered";
+}
+
+TEST_F(PavlexCapture, PointerMovesBecomePositionRecords) {
+    // The first record after registration carries the current shape and position.
+    ASSERT_TRUE(WaitAndReset(cursorEvent_, kPatience));
+    packet::CursorRecordView first = TakeRecord();
+    EXPECT_TRUE(first.newShape && first.newPosition);
+    EXPECT_EQ(1000, first.record.x);
+    EXPECT_EQ(740, first.record.y);
+
+    for (POINT target : {POINT{300, 200}, POINT{301, 420}, POINT{0, 0}}) {
+        SetCursorPos(target.x, target.y);
+        ASSERT_TRUE(WaitAndReset(cursorEvent_, kPatience));
+        const packet::CursorRecordView view = TakeRecord();
+        EXPECT_EQ(packet::kCursorNewPosition, view.record.flags);
+        EXPECT_EQ(target.x, view.record.x);
+        EXPECT_EQ(target.y, view.record.y);
+    }
+}
+
+TEST_F(PavlexCapture, ShapeUnderThePointerBecomesAShapeRecordThatDrawsTheSame) {
+    TestWindow window(RECT{100, 100, 500, 300}, RGB(200, 40, 120), true);
+    std::vector<std::uint8_t> shapes[2];
+    for (int i = 0; i < 2; ++i) {
+        HCURSOR expected = LoadCursorA(nullptr, i == 0 ? IDC_CROSS : IDC_ARROW);
+        SetCursorPos(i == 0 ? 150 : 450, 200);
+        CURSORINFO info{};
+        info.cbSize = sizeof info;
+        for (const DWORD start = GetTickCount(); GetCursorInfo(&info) && info.hCursor != expected &&
+                                                 GetTickCount() - start < kPatience;)
+            WaitAndReset(cursorEvent_, 20);
+        ASSERT_EQ(expected, info.hCursor) << "the platform never showed the shape";
+        WaitAndReset(cursorEvent_, 300);  // the detector sees it; the merged record has it
+        const packet::CursorRecordView view = TakeRecord();
+        ASSERT_TRUE(view.newShape);
+        shapes[i].assign(view.shape, view.xorBits + view.xorBitsSize);
+
+        // The receiver's way: CreateIcon from the record, XOR bits right after the mask.
+        UniqueIcon icon(CreateIcon(nullptr, view.record.width, view.record.height, 1,
+                                   view.record.bitsPerPixel, view.andMask, view.xorBits));
+        ASSERT_TRUE(icon);
+        ICONINFO original{};
+        ASSERT_TRUE(GetIconInfo(expected, &original));
+        UniqueBitmap mask(original.hbmMask), colour(original.hbmColor);
+        BITMAP bm{};
+        GetObjectA(mask.get(), sizeof bm, &bm);
+        const int height = colour ? bm.bmHeight : bm.bmHeight / 2;
+        if (bm.bmWidth == view.record.width && height == view.record.height) {
+            // Nothing was scaled: it must draw pixel for pixel the same.
+            EXPECT_EQ(original.xHotspot, view.record.hotSpotX);
+            EXPECT_EQ(original.yHotspot, view.record.hotSpotY);
+            EXPECT_TRUE(Render(expected, bm.bmWidth, height) ==
+                        Render(icon.get(), bm.bmWidth, height))
+                << "the record draws differently from the pointer";
+        }
+    }
+    EXPECT_NE(shapes[0], shapes[1]);
+}
+
+TEST(PavlexCalls, OutOfOrderCallsFailAndLeaveOutputsAlone) {
+    auto* record = reinterpret_cast<BYTE*>(0xdeadbeef);
+    auto* update = reinterpret_cast<PavlexScreenUpdate*>(0xdeadbeef);
+    auto* event = reinterpret_cast<HANDLE>(0xdeadbeef);
+    auto nothingWorks = [&] {
+        EXPECT_FALSE(DispGetCursorUpdate(&record));
+        EXPECT_FALSE(DispGetScreenUpdate(&update));
+        EXPECT_FALSE(DispRegisterCursorUpdate(&event, kPavlexCursorBufferSize));
+        EXPECT_FALSE(DispRegisterScreenUpdate(&event, kPavlexScreenBufferSize));
+        EXPECT_FALSE(DispUnRegisterScreenUpdate());
+        EXPECT_FALSE(DispUnRegisterCursorUpdate());
+        EXPECT_FALSE(DispCheckDisplayHook());
+        EXPECT_FALSE(DispDoneCapture());
+    };
+    nothingWorks();
+
+    ASSERT_TRUE(DispInitCapture());
+    EXPECT_FALSE(DispInitCapture());
+    EXPECT_FALSE(DispGetCursorUpdate(&record));
+    EXPECT_FALSE(DispRegisterCursorUpdate(nullptr, kPavlexCursorBufferSize));
+    EXPECT_FALSE(DispRegisterCursorUpdate(&event, kPavlexCursorBufferSize - 1));
+    EXPECT_FALSE(DispRegisterScreenUpdate(&event, kPavlexScreenBufferSize - 1));
+    HANDLE cursorEvent = nullptr, screenEvent = nullptr;
+    ASSERT_TRUE(DispRegisterCursorUpdate(&cursorEvent, kPavlexCursorBufferSize));
+    ASSERT_TRUE(DispRegisterScreenUpdate(&screenEvent, kPavlexScreenBufferSize));
+    EXPECT_FALSE(DispRegisterCursorUpdate(&event, kPavlexCursorBufferSize));
+    EXPECT_FALSE(DispRegisterScreenUpdate(&event, kPavlexScreenBufferSize));
+    EXPECT_FALSE(DispGetCursorUpdate(nullptr));
+    EXPECT_FALSE(DispGetScreenUpdate(nullptr));
+    // Done with registrations still standing takes them down too.
+    EXPECT_TRUE(DispDoneCapture());
+    nothingWorks();
+    EXPECT_EQ(reinterpret_cast<BYTE*>(0xdeadbeef), record);
+    EXPECT_EQ(reinterpret_cast<PavlexScreenUpdate*>(0xdeadbeef), update);
+    EXPECT_EQ(reinterpret_cast<HANDLE>(0xdeadbeef), event);
+}
+
+TEST(PavlexCalls, CaptureRunsAgainAfterDoneAndLeavesNoThreadBehind) {
+    const int threadsBefore = ThreadCount();
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_TRUE(DispInitCapture()) << round;
+        HANDLE cursorEvent = nullptr, screenEvent = nullptr;
+        ASSERT_TRUE(DispRegisterCursorUpdate(&cursorEvent, kPavlexCursorBufferSize));
+        ASSERT_TRUE(DispRegisterScreenUpdate(&screenEvent, kPavlexScreenBufferSize));
+        // A running detector reports the pointer as soon as it is registered.
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(cursorEvent, kPatience)) << round;
+        BYTE* record = nullptr;
+        EXPECT_TRUE(DispGetCursorUpdate(&record));
+        EXPECT_TRUE(DispUnRegisterScreenUpdate());
+        EXPECT_GT(ThreadCount(), threadsBefore);
+        EXPECT_TRUE(DispUnRegisterCursorUpdate());
+        EXPECT_EQ(threadsBefore, ThreadCount()) << "the detector outlived its registrations";
+        EXPECT_TRUE(DispDoneCapture());
+    }
+}
