@@ -132,11 +132,16 @@ HRESULT UnregisterModuleTypeLib(HMODULE module) noexcept {
     TLIBATTR* attr = nullptr;
     hr = typeLib->GetLibAttr(&attr);
     if (SUCCEEDED(hr)) {
-        hr = UnRegisterTypeLib(attr->guid, attr->wMajorVerNum, attr->wMinorVerNum, attr->lcid,
-                               attr->syskind);
+        // Unregistering twice is harmless. What UnRegisterTypeLib returns for a library that is
+        // not registered differs between systems (Wine: E_INVALIDARG), so ask first.
+        BSTR registeredPath = nullptr;
+        if (SUCCEEDED(QueryPathOfRegTypeLib(attr->guid, attr->wMajorVerNum, attr->wMinorVerNum,
+                                            attr->lcid, &registeredPath))) {
+            SysFreeString(registeredPath);
+            hr = UnRegisterTypeLib(attr->guid, attr->wMajorVerNum, attr->wMinorVerNum, attr->lcid,
+                                   attr->syskind);
+        }
         typeLib->ReleaseTLibAttr(attr);
-        // Unregistering twice is harmless.
-        if (hr == TYPE_E_REGISTRYACCESS || hr == TYPE_E_CANTLOADLIBRARY) hr = S_OK;
     }
     typeLib->Release();
     return hr;
