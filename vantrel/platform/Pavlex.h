@@ -1,5 +1,18 @@
 // Pavlex.dll, the display-capture hook library: tells the capture thread which parts of the
 // screen and which cursor properties changed. Every call is made on the capture thread.
+//
+// Its own thread grabs the screen about 30 times a second (HKLM\Software\Vantrel\Pavlex, DWORD
+// "GrabsPerSecond", 1 to 100, read by DispInitCapture) and reports the tiles that changed as at
+// most 513 rectangles. Calls out of order (a get or unregister before its register, a second
+// init or register, done without init) return FALSE. The events belong to the library; they are
+// manual-reset and signalled exactly while something is pending.
+//
+// Cursor records: the shape's width is always a multiple of 16 (at most 32), its height at most
+// 32, and each AND-mask row is width / 8 bytes, so the XOR bits begin both (bytes per row x
+// height) and (width x height) / 8 bytes behind the AND mask. XOR bits are 1 bpp for monochrome
+// pointers and 32 bpp (alpha kept) otherwise. Narrower pointers are padded with transparent
+// pixels; larger ones are cropped to their visible part and hot spot, or scaled down when that
+// does not fit 32 x 32. A hidden pointer is sent as a fully transparent shape.
 #pragma once
 
 #include <windows.h>
