@@ -14,7 +14,6 @@ const HRESULT kTooSmall = HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
 const HRESULT kInvalid = HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
 const HRESULT kBadCheck = HRESULT_FROM_WIN32(ERROR_CRC);
 const std::size_t kFailed = static_cast<std::size_t>(-1);
-const int kTrialLevel = 1;
 
 bool IsMode(ULONG mode) noexcept {
     return mode == BlockCodec::kModeStrong || mode == BlockCodec::kModeFast;
@@ -45,8 +44,6 @@ BlockCodec::~BlockCodec() {
     for (int i = 0; i < 2; ++i)
         if (deflaterReady_[i])
             deflateEnd(&deflaters_[i]);
-    if (trialReady_)
-        deflateEnd(&trial_);
     if (inflaterReady_)
         inflateEnd(&inflater_);
 }
@@ -119,23 +116,8 @@ std::size_t BlockCodec::Deflate(z_stream* s, const std::uint8_t* src, std::size_
     return rc == Z_STREAM_END ? static_cast<std::size_t>(s->total_out) : kFailed;
 }
 
-std::size_t BlockCodec::TrialSize(const std::uint8_t* data, std::size_t cb) noexcept {
-    if (!trialReady_) {
-        trial_ = z_stream{};
-        if (InitDeflate(&trial_, kTrialLevel) != Z_OK)
-            return kFailed;
-        trialReady_ = true;
-    } else if (deflateReset(&trial_) != Z_OK) {
-        return kFailed;
-    }
-    const std::size_t bound = deflateBound(&trial_, static_cast<uLong>(cb));
-    if (!trialOut_.Reserve(bound))
-        return kFailed;
-    return Deflate(&trial_, data, cb, trialOut_.data.get(), bound);
-}
-
-bool BlockCodec::FilterInput(const std::uint8_t* src, std::size_t cb, const PixelFilter& filter,
-                             ULONG mode) noexcept {
+bool BlockCodec::FilterInput(const std::uint8_t* src, std::size_t cb,
+                             const PixelFilter& filter) noexcept {
     const std::size_t chunks = filter.Chunks(cb);
     const std::size_t mapBytes = filter.MapBytes(cb);
     if (chunks == 0 || !filtered_.Reserve(cb) || !map_.Reserve(mapBytes))
@@ -145,18 +127,8 @@ bool BlockCodec::FilterInput(const std::uint8_t* src, std::size_t cb, const Pixe
     std::memset(map, 0, mapBytes);
     bool any = false;
     for (std::size_t c = 0; c < chunks; ++c) {
-        bool use;
-        if (mode == kModeFast) {
-            use = filter.LooksNatural(src, cb, c);
-            if (use)
-                filter.FilterChunk(src, cb, c, out);
-        } else {
-            std::size_t begin, end;
-            filter.ChunkBytes(cb, c, &begin, &end);
+        if (filter.LooksPhotographic(src, cb, c)) {
             filter.FilterChunk(src, cb, c, out);
-            use = TrialSize(out + begin, end - begin) < TrialSize(src + begin, end - begin);
-        }
-        if (use) {
             map[c / 8] |= static_cast<std::uint8_t>(1u << (c % 8));
             any = true;
         } else {
@@ -180,7 +152,7 @@ HRESULT BlockCodec::Compress(const std::uint8_t* src, std::size_t cb, std::uint8
 
     PixelFilter filter = PixelFilter::ForPayload(src, cb);
     const std::uint8_t* input = src;
-    if (filter.kind() != PixelFilter::kNone && FilterInput(src, cb, filter, mode)) {
+    if (filter.kind() != PixelFilter::kNone && FilterInput(src, cb, filter)) {
         input = filtered_.data.get();
         header.filter = filter.kind();
         header.filterOffset = filter.offset();

@@ -18,7 +18,7 @@ namespace screencodec {
 
 class BlockCodec {
   public:
-    static constexpr ULONG kModeStrong = 1;  // export: chunks judged by trial compression
+    static constexpr ULONG kModeStrong = 1;  // export
     static constexpr ULONG kModeFast = 2;    // live stream
     static constexpr ULONG kDefaultStrongLevel = 6;
     static constexpr ULONG kDefaultFastLevel = 1;
@@ -59,10 +59,7 @@ class BlockCodec {
     z_stream* Inflater() noexcept;
     // Builds the filtered copy of src in filtered_ and the chunk map in map_; false when no
     // chunk gains from the filter (or memory ran out), and the block goes unfiltered.
-    bool FilterInput(const std::uint8_t* src, std::size_t cb, const PixelFilter& filter,
-                     ULONG mode) noexcept;
-    // Deflates one chunk at the trial level; its compressed size, or SIZE_MAX on failure.
-    std::size_t TrialSize(const std::uint8_t* data, std::size_t cb) noexcept;
+    bool FilterInput(const std::uint8_t* src, std::size_t cb, const PixelFilter& filter) noexcept;
     // Deflates src into dst; the compressed size, or SIZE_MAX when it does not fit in limit.
     std::size_t Deflate(z_stream* stream, const std::uint8_t* src, std::size_t cb,
                         std::uint8_t* dst, std::size_t limit) noexcept;
@@ -72,13 +69,10 @@ class BlockCodec {
     ULONG levels_[2] = {kDefaultStrongLevel, kDefaultFastLevel};
     z_stream deflaters_[2] = {};
     bool deflaterReady_[2] = {false, false};
-    z_stream trial_ = {};
-    bool trialReady_ = false;
     z_stream inflater_ = {};
     bool inflaterReady_ = false;
     Buffer filtered_;  // the filtered input of Compress
     Buffer map_;       // the chunk map of Compress
-    Buffer trialOut_;  // output of the trial compressions, thrown away
     Buffer checked_;   // what Check restores
 };
 

@@ -133,22 +133,24 @@ void PixelFilter::ChunkBytes(std::size_t cb, std::size_t chunk, std::size_t* beg
     *end = last >= pixels ? cb : offset_ + 2 * last;
 }
 
-bool PixelFilter::LooksNatural(const std::uint8_t* data, std::size_t cb,
-                               std::size_t chunk) const noexcept {
+bool PixelFilter::LooksPhotographic(const std::uint8_t* data, std::size_t cb,
+                                    std::size_t chunk) const noexcept {
     const std::uint8_t* pixels = data + offset_;
     const std::size_t count = (cb - offset_) / 2;
     const std::size_t first = chunk * kChunkPixels;
     const std::size_t last = first + kChunkPixels < count ? first + kChunkPixels : count;
-    if (last - first < 2)
-        return false;
-    std::size_t repeats = 0;
-    std::uint16_t prev = Load(pixels + 2 * first);
-    for (std::size_t i = first + 1; i < last; ++i) {
+    std::uint32_t seen[65536 / 32] = {};
+    std::size_t colours = 0;
+    for (std::size_t i = first; i < last; ++i) {
         const std::uint16_t v = Load(pixels + 2 * i);
-        repeats += v == prev;
-        prev = v;
+        const std::uint32_t bit = 1u << (v % 32);
+        if (seen[v / 32] & bit)
+            continue;
+        seen[v / 32] |= bit;
+        if (++colours > kPhotoColours)
+            return true;
     }
-    return repeats * 10 < (last - first - 1) * 7;
+    return false;
 }
 
 void PixelFilter::FilterChunk(const std::uint8_t* data, std::size_t cb, std::size_t chunk,

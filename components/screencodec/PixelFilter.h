@@ -2,9 +2,9 @@
 // is a BITMAPINFO of the whole desktop followed by the rows of a band whose width is not in the
 // payload, so the filter works along the pixel sequence alone: each pixel is replaced by its
 // difference from the pixel before it, channel by channel, folded so that small differences
-// of either sign become small numbers. That suits photographs and soft gradients; text and
-// flat UI compress better as they are, so the decision is taken per chunk of pixels and kept
-// in a bit map the block carries.
+// of either sign become small numbers. That suits photographs; text, flat UI and gradients
+// compress better as they are (deflate finds their repeats), so the decision is taken per
+// chunk of pixels and kept in a bit map the block carries.
 #pragma once
 
 #include <cstddef>
@@ -17,6 +17,7 @@ class PixelFilter {
     enum Kind : std::uint8_t { kNone = 0, kDelta555 = 1, kDelta565 = 2 };
 
     static constexpr std::size_t kChunkPixels = 16384;
+    static constexpr std::size_t kPhotoColours = 384;
 
     PixelFilter() noexcept = default;
     PixelFilter(Kind kind, std::uint32_t offset) noexcept : kind_(kind), offset_(offset) {}
@@ -31,9 +32,11 @@ class PixelFilter {
     std::size_t Chunks(std::size_t cb) const noexcept;
     std::size_t MapBytes(std::size_t cb) const noexcept { return (Chunks(cb) + 7) / 8; }
 
-    // The cheap judgement of the fast mode: a chunk where fewer than 70% of the pixels repeat
-    // their left neighbour is photo-like and gains from the filter.
-    bool LooksNatural(const std::uint8_t* data, std::size_t cb, std::size_t chunk) const noexcept;
+    // Whether chunk `chunk` is photograph-like and gains from the filter: more than
+    // kPhotoColours distinct pixel values. Text, UI flats and (dithered) gradients use few
+    // colours per chunk and compress better as they are.
+    bool LooksPhotographic(const std::uint8_t* data, std::size_t cb,
+                           std::size_t chunk) const noexcept;
     // Writes chunk `chunk` of data filtered into out (same offsets as data).
     void FilterChunk(const std::uint8_t* data, std::size_t cb, std::size_t chunk,
                      std::uint8_t* out) const noexcept;
