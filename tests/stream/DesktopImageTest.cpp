@@ -186,25 +186,15 @@ TEST(DesktopImageSettings, FixCitrixOnlyWhenExactlyOne) {
     EXPECT_FALSE(image.Convert565());
 }
 
-TEST(DesktopImageScreen, OpensInTheDisplayFormatAndStampsTheLogoInTheCornerOnly) {
-    UniqueBitmap logo(CreateBitmap(100, 40, 1, 32, nullptr));
-    {
-        WindowDc screen(nullptr);
-        UniqueHdc dc(CreateCompatibleDC(screen.get()));
-        SelectObjectGuard select(dc.get(), logo.get());
-        const RECT all{0, 0, 100, 40};
-        UniqueBrush red(CreateSolidBrush(RGB(255, 0, 0)));
-        FillRect(dc.get(), &all, red.get());
-    }
+TEST(DesktopImageScreen, GrabStampsTheLogoInTheCornerOnly) {
+    const std::vector<uint32_t> red(100 * 40, 0xFF0000);
+    UniqueBitmap logo(CreateBitmap(100, 40, 1, 32, red.data()));
     DesktopImage image;
     image.SetLogo(logo.get());
     ASSERT_TRUE(image.OpenFromScreen());
     RECT screen;
     image.GetScreenRect(&screen);
-    WindowDc dc(nullptr);
-    EXPECT_EQ((RECT{0, 0, GetDeviceCaps(dc.get(), HORZRES), GetDeviceCaps(dc.get(), VERTRES)}),
-              screen);
-    EXPECT_EQ(GetDeviceCaps(dc.get(), BITSPIXEL), image.GetBitsPixel());
+    EXPECT_EQ((RECT{0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)}), screen);
 
     const int h = screen.bottom;
     const RECT corner{0, h - 64, 128, h}, elsewhere{200, 0, 328, 64};
@@ -213,9 +203,7 @@ TEST(DesktopImageScreen, OpensInTheDisplayFormatAndStampsTheLogoInTheCornerOnly)
     GdiFlush();
     const std::vector<uint32_t> nearLogo = GrabScreen32(RECT{99, h - 41, 101, h - 39});
     const std::vector<uint32_t> farAway = GrabScreen32(RECT{200, 0, 202, 1});
-    auto at = [&](int x, int y) {
-        return image.GetBitsPixel() == 32 ? To555(Pixel32(image, x, y)) : Pixel555(image, x, y);
-    };
+    auto at = [&](int x, int y) { return To555(Pixel32(image, x, y)); };
     EXPECT_EQ(0x7C00, at(0, h - 1));
     EXPECT_EQ(0x7C00, at(99, h - 40));
     EXPECT_EQ(To555(nearLogo[3]), at(100, h - 40));  // right of the logo: the screen
