@@ -65,15 +65,17 @@ StreamDecoder::Outcome StreamDecoder::DecodeFrame(const void* data, uint32_t cbD
     const LONGLONG start = Now();
     const auto* bmi = reinterpret_cast<const BITMAPINFO*>(payload.bitmapInfo);
     if (!FormatMatches(frame, payload)) {
-        desktop_ = RECT{};
-        bitsPixel_ = 0;
         received_.reset();
-        if (!owner_.RebuildImage(image_, bmi) || !image_.IsOpen()) {
-            image_.Close();
-            return Outcome::RebuildFailed;
-        }
         desktop_ = frame.desktop;
         bitsPixel_ = frame.bitsPerPixel;
+        // The rows are written at the image's depth: an image that came out in any other format
+        // counts as a failed rebuild.
+        if (!owner_.RebuildImage(image_, bmi) || !FormatMatches(frame, payload)) {
+            image_.Close();
+            desktop_ = RECT{};
+            bitsPixel_ = 0;
+            return Outcome::RebuildFailed;
+        }
         owner_.OnFormatChanged(pictureComplete_);
     }
     // Every packet brings the sender's palette of its grab.
@@ -92,8 +94,6 @@ bool StreamDecoder::FormatMatches(const packet::FrameHeader& frame,
     const BITMAPINFO* own = image_.GetBitmapInfo();
     if (!own || !EqualRect(&frame.desktop, &desktop_) || frame.bitsPerPixel != bitsPixel_)
         return false;
-    // The desktop size is part of the format too: after a failed rebuild the image is closed
-    // and own is null, so this compares a live image only.
     const BITMAPINFOHEADER& h = own->bmiHeader;
     if (h.biCompression != payload.header.biCompression || h.biWidth != payload.header.biWidth ||
         h.biHeight != payload.header.biHeight || h.biBitCount != payload.header.biBitCount)
