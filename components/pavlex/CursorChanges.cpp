@@ -15,7 +15,7 @@ bool CursorChanges::open(HANDLE* event, DWORD bufferSize) {
     UniqueEvent created(CreateEventA(nullptr, TRUE, FALSE, nullptr));
     if (!created)
         return false;
-    delivered_.assign(bufferSize, 0);
+    delivered_.assign(CursorRecord::kMaxSize, 0);
     pendingFlags_ = 0;
     shape_ = CursorShape::transparent();
     event_ = std::move(created);

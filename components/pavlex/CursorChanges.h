@@ -16,9 +16,9 @@ namespace vantrel::pavlex {
 
 class CursorChanges {
   public:
-    // Creates the manual-reset event (owned here, handed out through *event) and a record
-    // buffer of bufferSize bytes. False when already open or bufferSize cannot hold the
-    // largest record.
+    // Creates the manual-reset event (owned here, handed out through *event) and the record
+    // buffer. False when already open or when the capture's bufferSize cannot hold the largest
+    // record.
     bool open(HANDLE* event, DWORD bufferSize);
     void close() noexcept;
     bool isOpen() noexcept;

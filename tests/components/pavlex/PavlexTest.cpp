@@ -361,6 +361,7 @@ TEST(PavlexCalls, CaptureRunsAgainAfterDoneAndLeavesNoThreadBehind) {
         EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(cursorEvent, kPatience)) << round;
         BYTE* record = nullptr;
         EXPECT_TRUE(DispGetCursorUpdate(&record));
+        EXPECT_FALSE(DispCheckDisplayHook()) << "the display did not change";
         EXPECT_TRUE(DispUnRegisterScreenUpdate());
         EXPECT_GT(ThreadCount(), threadsBefore);
         EXPECT_TRUE(DispUnRegisterCursorUpdate());
