@@ -1,12 +1,13 @@
 // Stream encode/decode benchmark (scripts/bench stream). A full-screen update through the
 // capture's encoder and back through the shared decoder: the real 1024 x 768 screen with a
 // desktop-like window painted over it, and a 1920 x 1080 32-bit image built from a BITMAPINFO
-// with the same kind of synthetic content. Times come from the encoder's and decoder's own
-// phase counters. Prints tables; no thresholds.
+// with the same kind of synthetic content (nothing to grab there). Times come from the encoder's
+// and decoder's own phase counters. Prints tables; no thresholds.
 #include <windows.h>
 
 #include <cstdint>
 #include <cstdio>
+#include <string>
 #include <vector>
 
 #include "ScreenCodec.h"
@@ -119,7 +120,17 @@ UniqueHwnd ShowDesktopWindow() {
     return window;
 }
 
-void Run(const char* name, DesktopImage& image, IScreenCodec* codec) {
+struct Result {
+    std::string name;
+    bool grabbed;
+    StreamEncoder::Timings encode;
+    double encodeMs, encodeMbps;
+    StreamDecoder::Timings decode;
+    double decodeMs, decodeMbps;
+};
+
+Result Run(const std::string& name, DesktopImage& image, IScreenCodec* codec, bool grabbed) {
+    Result result{name, grabbed, {}, 0, 0, {}, 0, 0};
     SinkTable sinks;
     BenchSink sink;
     sinks.RegisterDataTransmitter(&sink);
@@ -132,14 +143,10 @@ void Run(const char* name, DesktopImage& image, IScreenCodec* codec) {
     const LONGLONG start = Now();
     for (int i = 0; i < kFrames; ++i)
         encoder.EncodeUpdate(&all, 1);
-    const double total = Ms(Now() - start) / kFrames;
-    const StreamEncoder::Timings t = encoder.GetTimings();
-    const double rawMb =
-        static_cast<double>(image.GetRectBytes(&all)) / (1024.0 * 1024.0);  // at the image depth
-    std::printf("%-24s %8.2f %7.2f %8.2f %9.2f %8.2f %9.1f %8u %10.0f\n", name, total,
-                Ms(t.grab) / kFrames, Ms(t.convert) / kFrames, Ms(t.compress) / kFrames,
-                Ms(t.deliver) / kFrames, rawMb / (total / 1000.0), t.packets / kFrames,
-                static_cast<double>(t.packetBytes) / kFrames);
+    result.encodeMs = Ms(Now() - start) / kFrames;
+    result.encode = encoder.GetTimings();
+    // Raw pixels at the image's own depth.
+    result.encodeMbps = image.GetRectBytes(&all) / (1024.0 * 1024.0) / (result.encodeMs / 1000.0);
 
     sink.keep = true;
     encoder.EncodeUpdate(&all, 1);
@@ -155,14 +162,36 @@ void Run(const char* name, DesktopImage& image, IScreenCodec* codec) {
     for (int i = 0; i < kFrames; ++i)
         for (const auto& p : sink.kept)
             decoder.Decode(p.data(), static_cast<uint32_t>(p.size()));
-    const double decodeTotal = Ms(Now() - decodeStart) / kFrames;
-    const StreamDecoder::Timings d = decoder.GetTimings();
-    const double outMb = static_cast<double>(received.GetRectBytes(&all)) / (1024.0 * 1024.0);
+    result.decodeMs = Ms(Now() - decodeStart) / kFrames;
+    result.decode = decoder.GetTimings();
+    // Decoded pixels, at the stream's depth.
+    result.decodeMbps =
+        received.GetRectBytes(&all) / (1024.0 * 1024.0) / (result.decodeMs / 1000.0);
+    return result;
+}
+
+void Print(const std::vector<Result>& results) {
     std::printf(
-        "%-24s %8s %7s %8s %9s %8s %9s | decode %7.2f ms (decompress %.2f, write %.2f) "
-        "%.1f MB/s\n",
-        "", "", "", "", "", "", "", decodeTotal, Ms(d.decompress) / kFrames, Ms(d.write) / kFrames,
-        outMb / (decodeTotal / 1000.0));
+        "Encode: full-screen update, %d frames each, ms per frame; MB/s of raw pixels at "
+        "the image's depth\n",
+        kFrames);
+    std::printf("%-22s %7s %7s %8s %9s %8s %8s %8s %10s\n", "source", "total", "grab", "convert",
+                "compress", "deliver", "MB/s", "packets", "bytes");
+    for (const Result& r : results) {
+        char grab[16] = "-";
+        if (r.grabbed)
+            std::snprintf(grab, sizeof grab, "%.2f", Ms(r.encode.grab) / kFrames);
+        std::printf("%-22s %7.2f %7s %8.2f %9.2f %8.2f %8.1f %8u %10.0f\n", r.name.c_str(),
+                    r.encodeMs, grab, Ms(r.encode.convert) / kFrames,
+                    Ms(r.encode.compress) / kFrames, Ms(r.encode.deliver) / kFrames, r.encodeMbps,
+                    r.encode.packets / kFrames,
+                    static_cast<double>(r.encode.packetBytes) / kFrames);
+    }
+    std::printf("\nDecode: the same packets, ms per frame; MB/s of decoded 16-bit pixels\n");
+    std::printf("%-22s %7s %10s %7s %8s\n", "source", "total", "decompress", "write", "MB/s");
+    for (const Result& r : results)
+        std::printf("%-22s %7.2f %10.2f %7.2f %8.1f\n", r.name.c_str(), r.decodeMs,
+                    Ms(r.decode.decompress) / kFrames, Ms(r.decode.write) / kFrames, r.decodeMbps);
 }
 
 }  // namespace
@@ -177,22 +206,17 @@ int main() {
         std::printf("ScreenCodec is not registered\n");
         return 1;
     }
-    std::printf(
-        "Full-screen update, %d frames each; times in ms per frame; MB/s of raw pixels at "
-        "the image's depth\n",
-        kFrames);
-    std::printf("%-24s %8s %7s %8s %9s %8s %9s %8s %10s\n", "source", "total", "grab", "convert",
-                "compress", "deliver", "MB/s", "packets", "bytes");
+    std::vector<Result> results;
     {
         UniqueHwnd window = ShowDesktopWindow();
         DesktopImage screen;
         if (screen.OpenFromScreen()) {
-            char name[64];
             RECT r;
             screen.GetScreenRect(&r);
-            std::snprintf(name, sizeof name, "screen %ldx%ldx%d", r.right, r.bottom,
-                          screen.GetBitsPixel());
-            Run(name, screen, codec.Get());
+            results.push_back(Run("screen " + std::to_string(r.right) + "x" +
+                                      std::to_string(r.bottom) + "x" +
+                                      std::to_string(screen.GetBitsPixel()),
+                                  screen, codec.Get(), true));
         }
     }
     {
@@ -204,9 +228,10 @@ int main() {
             const std::vector<uint32_t> px = Content(w, h);
             const RECT all{0, 0, w, h};
             image.PutRows(&all, px.data());
-            Run("image 1920x1080x32", image, codec.Get());
+            results.push_back(Run("image 1920x1080x32", image, codec.Get(), false));
         }
     }
+    Print(results);
     codec.Reset();
     CoUninitialize();
     return 0;
