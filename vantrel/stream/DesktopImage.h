@@ -5,9 +5,9 @@
 // it. Each owner holds one by value and opens and closes it as the desktop format changes.
 //
 // Lock: lock_ guards the memory DC, the DIB section, the pixel memory, the format block and
-// the overlay fields against the painting thread. It is re-entrant; PutRows, RefreshPalette,
-// CreateImagePalette and the geometry helpers run without it (their callers hold it or own
-// the image alone).
+// the overlay fields against the painting thread, and is held for the whole of every open. It
+// is re-entrant; PutRows, RefreshPalette and the geometry helpers run without it (their callers
+// hold it or own the image alone).
 #pragma once
 
 #include <windows.h>
@@ -51,7 +51,6 @@ class DesktopImage {
     // copy as many rows of r (from firstLine on) as fit in *pcb, set *pLines and *pcb. A
     // rectangle not wholly inside the image, or a null pointer, gives false with the out values
     // untouched; a 0-byte row gives *pLines = 0 and false.
-    BOOL Grab(const RECT* r) noexcept;
     BOOL CopyRows(const RECT* r, void* dst, UINT* pcb, UINT firstLine, UINT* pLines) noexcept;
     // Like CopyRows with the rows in reverse order: dst becomes a bottom-up DIB body.
     BOOL CopyRowsBottomUp(const RECT* r, void* dst, UINT* pcb, UINT firstLine,
@@ -59,6 +58,9 @@ class DesktopImage {
     // Like CopyRows, converted to the stream's pixels: 24/32 bpp to 5-5-5, 5-6-5 to 5-5-5 when
     // the FixCitrix16bit switch is on, anything else copied. The owner calls PixmendInit first.
     BOOL ConvertRows(const RECT* r, void* dst, UINT* pcb, UINT firstLine, UINT* pLines) noexcept;
+    // r from the screen into the same place (screen opens only), the logo stamped where r meets
+    // the bottom-left corner. The result of the screen copy.
+    BOOL Grab(const RECT* r) noexcept;
     // Writes rows into r, which must lie wholly inside the image. No lock, no overlay care.
     BOOL PutRows(const RECT* r, const void* src) noexcept;
     // PutRows under the lock with the pointer lifted and put back on top of the new rows.
