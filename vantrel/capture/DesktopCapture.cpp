@@ -1,11 +1,40 @@
-// DesktopCapture: settings and state checks of the capture object.
+// DesktopCapture: construction, Run and Stop around the capture engine, and the settings.
 #include "capture/DesktopCapture.h"
 
+#include <mutex>
+
+#include "platform/DeskPref.h"
+#include "platform/Pixmend.h"
 #include "platform/Result.h"
 
 namespace vantrel {
+namespace {
 
-DesktopCapture::DesktopCapture(IUnknown* outer) noexcept : ComObjectRoot(outer) {}
+using Guard = std::lock_guard<CriticalSection>;
+
+// "FPS" clamped to 0..6, in frames per second (steps of 5); absent reads as -1, so 0.
+int FramesPerSecond(LONG fps, LONG maxFps) noexcept {
+    if (fps < 0)
+        fps = 0;
+    if (fps > maxFps)
+        fps = maxFps;
+    return static_cast<int>(fps) * 5;
+}
+
+}  // namespace
+
+// A missing codec is noticed by Run only; the encoder made its two buffers already.
+DesktopCapture::DesktopCapture(IUnknown* outer) noexcept : ComObjectRoot(outer) {
+    PixmendInit();
+    if (FAILED(CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER, IID_IScreenCodec,
+                                codec_.PutVoid())))
+        codec_.Reset();
+    engine_.SetCodec(codec_.Get());
+}
+
+DesktopCapture::~DesktopCapture() {
+    Stop();
+}
 
 HRESULT DesktopCapture::InternalQueryInterface(REFIID riid, void** ppv) noexcept {
     static const QITAB rows[] = {QITABENT(DesktopCapture, IDesktopCapture), {}};
@@ -13,13 +42,34 @@ HRESULT DesktopCapture::InternalQueryInterface(REFIID riid, void** ppv) noexcept
 }
 
 HRESULT DesktopCapture::Run() noexcept {
-    RETURN_HR_IF(E_FAIL, running_);
-    return E_NOTIMPL;  // needs the capture engine
+    Guard guard(lock_);
+    RETURN_HR_IF(E_FAIL, running_ || !codec_);
+    RETURN_HR_IF(E_OUTOFMEMORY, !engine_.HasBuffers());
+    CaptureEngine::Settings settings;
+    settings.fixCitrix16bit = DeskPref::FixCitrix16bit();
+    settings.framesPerSecond = FramesPerSecond(DeskPref::ReadValue(DeskPref::kFps), kMaxFps);
+    settings.priority = capturePriority_;
+    RETURN_IF_FAILED(engine_.Start(settings));
+    running_ = true;
+    return S_OK;
 }
 
+// The capture thread cannot wait for its own end: a sink that calls Stop from Transfer is
+// refused instead of hanging.
 HRESULT DesktopCapture::Stop() noexcept {
-    RETURN_HR_IF(E_FAIL, !running_);
-    return E_NOTIMPL;  // needs the capture engine
+    RETURN_HR_IF(E_FAIL, engine_.IsCaptureThread());
+    {
+        Guard guard(lock_);
+        RETURN_HR_IF(E_FAIL, !running_ || stopping_);
+        stopping_ = true;
+        engine_.SignalStop();
+    }
+    // While stopping_ is set no other method touches the engine's thread or events.
+    engine_.Join();
+    Guard guard(lock_);
+    stopping_ = false;
+    running_ = false;
+    return S_OK;
 }
 
 HRESULT DesktopCapture::SetCompatibleMode(long) noexcept {
@@ -32,37 +82,42 @@ HRESULT DesktopCapture::GetCompatibleMode(long* pbCompatibleMode) noexcept {
     return S_OK;
 }
 
-HRESULT DesktopCapture::RegisterDataTransmitter(IDataTransmitter*) noexcept {
-    return E_NOTIMPL;  // needs the sink table
+HRESULT DesktopCapture::RegisterDataTransmitter(IDataTransmitter* pDataTransmitter) noexcept {
+    return sinks_.RegisterDataTransmitter(pDataTransmitter);
 }
 
-HRESULT DesktopCapture::UnregisterDataTransmitter(IDataTransmitter*) noexcept {
-    return E_NOTIMPL;  // needs the sink table
+HRESULT DesktopCapture::UnregisterDataTransmitter(IDataTransmitter* pDataTransmitter) noexcept {
+    return sinks_.UnregisterDataTransmitter(pDataTransmitter);
 }
 
-// Before Run and after Stop there is no event and the request is dropped.
+// Before Run, after Stop and while a Stop waits there is no thread to ask and the request is
+// dropped.
 HRESULT DesktopCapture::RequestFullScreen() noexcept {
-    if (fullScreenEvent_)
-        SetEvent(fullScreenEvent_.get());
+    Guard guard(lock_);
+    if (running_ && !stopping_)
+        engine_.RequestFullScreen();
     return S_OK;
 }
 
 // Run applies the stored priority to every new capture thread.
 HRESULT DesktopCapture::SetCapturePriority(int nPriority) noexcept {
+    Guard guard(lock_);
     capturePriority_ = nPriority;
-    if (captureThread_)
-        SetThreadPriority(captureThread_.get(), nPriority);
+    if (running_ && !stopping_)
+        engine_.SetPriority(nPriority);
     return S_OK;
 }
 
 HRESULT DesktopCapture::SetIdleFlushTimeout(unsigned long dwTimeout) noexcept {
     RETURN_HR_IF(E_FAIL, dwTimeout < kMinIdleFlushTimeout);
-    idleFlushTimeout_ = dwTimeout;
+    engine_.SetIdleFlushTimeout(dwTimeout);
     return S_OK;
 }
 
-HRESULT DesktopCapture::SetRecordLogo(HBITMAP) noexcept {
-    return E_NOTIMPL;  // needs the desktop image, which draws the logo
+// The image prepares its logo when it opens: a new logo shows from the next Run.
+HRESULT DesktopCapture::SetRecordLogo(HBITMAP hBmp) noexcept {
+    engine_.SetLogo(hBmp);
+    return S_OK;
 }
 
 }  // namespace vantrel

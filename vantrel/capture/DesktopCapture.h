@@ -1,15 +1,22 @@
 // DesktopCapture: the COM object a host creates to share the local screen, the first source of
-// every desktop stream. The capture engine runs behind Run and Stop; the methods here hold the
-// settings the engine reads.
+// every desktop stream. It holds the sink table, the codec and the settings; Run and Stop start
+// and end the CaptureEngine's thread.
+//
+// Threading model "both": every method may come from any thread. lock_ serialises Run, Stop,
+// RequestFullScreen and SetCapturePriority against each other; Stop lets go of it while it waits
+// for the capture thread, so a call that arrives meanwhile never waits for the thread's end.
+// The sink table has its own lock (SinkTable.h); the idle flush timeout is atomic in the engine.
 #pragma once
 
 #include <windows.h>
 
-#include <atomic>
-
+#include "ScreenCodec.h"
 #include "Vantrel.h"
+#include "capture/CaptureEngine.h"
 #include "platform/ComObjectRoot.h"
-#include "platform/UniqueHandle.h"
+#include "platform/ComPtr.h"
+#include "platform/CriticalSection.h"
+#include "stream/SinkTable.h"
 
 namespace vantrel {
 
@@ -34,19 +41,23 @@ class DesktopCapture final : public ComObjectRoot, public IDesktopCapture {
     HRESULT STDMETHODCALLTYPE SetRecordLogo(HBITMAP hBmp) noexcept override;
 
   private:
-    ~DesktopCapture() override = default;
+    // A capture still running when the last reference goes is stopped as Stop does.
+    ~DesktopCapture() override;
     HRESULT InternalQueryInterface(REFIID riid, void** ppv) noexcept override;
 
     static constexpr DWORD kMinIdleFlushTimeout = 150;
+    static constexpr LONG kMaxFps = 6;  // registry steps of 5 frames per second
 
     const long compatibleMode_ = 0;  // reported, never changed
-    bool running_ = false;
-    // Read by the capture thread at each wait; written by the host's thread.
-    std::atomic<DWORD> idleFlushTimeout_{250};
-    std::atomic<int> capturePriority_{0};
-    // Exist only between Run and Stop.
-    UniqueThread captureThread_;
-    UniqueEvent fullScreenEvent_;
+    // Destroyed in reverse: the codec first, then the engine (image, buffers), then the table,
+    // which does not release sinks still registered.
+    SinkTable sinks_;
+    CaptureEngine engine_{sinks_};
+    ComPtr<IScreenCodec> codec_;  // null when ScreenCodec could not be made; Run refuses then
+    CriticalSection lock_;
+    int capturePriority_ = THREAD_PRIORITY_NORMAL;  // guarded by lock_
+    bool running_ = false;   // guarded by lock_: between a successful Run and Stop
+    bool stopping_ = false;  // guarded by lock_: a Stop is waiting for the thread
 };
 
 }  // namespace vantrel

@@ -1,0 +1,88 @@
+// DesktopCapture's methods through COM: state rules, argument checks, the sink table, the
+// thread priority as the delivering thread has it, and the last Release of a running capture.
+#include "CaptureTestSupport.h"
+
+#include "common/FakeSink.h"
+
+using namespace vantrel;
+using namespace vantrel::test;
+
+TEST_F(CaptureTest, StoppedObjectRefusesStopAndBadArgumentsAndKeepsFiveSinks) {
+    EXPECT_EQ(E_FAIL, capture_->Stop());
+    EXPECT_EQ(E_FAIL, capture_->SetIdleFlushTimeout(149));
+    EXPECT_EQ(S_OK, capture_->SetIdleFlushTimeout(150));
+    long mode = static_cast<long>(0xdeadbeef);
+    EXPECT_EQ(S_OK, capture_->SetCompatibleMode(1));
+    EXPECT_EQ(S_OK, capture_->GetCompatibleMode(&mode));
+    EXPECT_EQ(0, mode);
+    EXPECT_EQ(E_POINTER, capture_->GetCompatibleMode(nullptr));
+
+    EXPECT_EQ(E_POINTER, capture_->RegisterDataTransmitter(nullptr));
+    EXPECT_EQ(E_FAIL, capture_->UnregisterDataTransmitter(sink_.get()));
+    FakeSink sinks[6];
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(S_OK, capture_->RegisterDataTransmitter(&sinks[i]));
+    EXPECT_EQ(E_FAIL, capture_->RegisterDataTransmitter(&sinks[5]));
+    EXPECT_EQ(0, sinks[5].AddRefs());
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(S_OK, capture_->UnregisterDataTransmitter(&sinks[i]));
+        EXPECT_EQ(0, sinks[i].Refs());
+    }
+}
+
+TEST_F(CaptureTest, RunOnceAtATimeWithStoredPriorityAndNoEarlyOrLateFullScreen) {
+    DebugOutput debug;
+    EXPECT_EQ(S_OK, capture_->RequestFullScreen());
+    EXPECT_EQ(S_OK, capture_->SetCapturePriority(THREAD_PRIORITY_BELOW_NORMAL));
+    NoiseBox box(RECT{300, 300, 420, 380}, 21);
+    PumpFor(100);
+    RunAndWaitForPicture();
+    EXPECT_EQ(E_FAIL, capture_->Run());
+    EXPECT_EQ(THREAD_PRIORITY_BELOW_NORMAL, sink_->Arrivals().front().priority);
+
+    // The second Run changed nothing: the capture goes on.
+    box.Repaint(22);
+    EXPECT_TRUE(Converges());
+    ASSERT_TRUE(Settle());
+    EXPECT_EQ(0u, debug.Count("Request Full Screen\n")) << "a request before Run was kept";
+
+    // Applied to the running thread at once.
+    EXPECT_EQ(S_OK, capture_->SetCapturePriority(THREAD_PRIORITY_ABOVE_NORMAL));
+    size_t from = sink_->Count();
+    EXPECT_EQ(S_OK, capture_->RequestFullScreen());
+    ASSERT_TRUE(WaitUntil([&] { return debug.Count("Request Full Screen\n") == 1; }));
+    auto all = sink_->Arrivals();
+    ASSERT_GT(all.size(), from);
+    EXPECT_EQ(THREAD_PRIORITY_ABOVE_NORMAL, all.back().priority);
+
+    EXPECT_EQ(S_OK, capture_->Stop());
+    EXPECT_EQ(E_FAIL, capture_->Stop());
+    from = sink_->Count();
+    EXPECT_EQ(S_OK, capture_->RequestFullScreen());
+    PumpFor(500);
+    EXPECT_EQ(from, sink_->Count()) << "a request after Stop produced packets";
+
+    // The stored priority goes to the next thread too.
+    ASSERT_EQ(S_OK, capture_->Run());
+    ASSERT_TRUE(WaitUntil([&] { return sink_->Count() > from; }));
+    EXPECT_EQ(THREAD_PRIORITY_ABOVE_NORMAL, sink_->Arrivals()[from].priority);
+    EXPECT_EQ(S_OK, capture_->Stop());
+    EXPECT_EQ(1u, debug.Count("Request Full Screen\n"));
+}
+
+TEST_F(CaptureTest, LastReleaseWhileRunningStopsTheCaptureAndLeavesSinksRegistered) {
+    FakeSink second("second");
+    ASSERT_EQ(S_OK, capture_->RegisterDataTransmitter(&second));
+    RunAndWaitForPicture();
+    capture_.Reset();  // the only reference
+
+    const auto all = sink_->Arrivals();
+    ASSERT_TRUE(all.back().IsFrame());
+    EXPECT_EQ((RECT{0, 0, 8, 8}), all.back().band);
+    PumpFor(300);
+    EXPECT_EQ(all.size(), sink_->Count());
+    EXPECT_EQ(1, sink_->Refs());
+    EXPECT_EQ(1, second.Refs());
+    EXPECT_EQ(0, second.Releases());
+    EXPECT_TRUE(second.Faults().empty());
+}

@@ -1,0 +1,258 @@
+// DesktopCapture through COM on the 24-bit virtual display, as a host wires it: a sink decodes
+// every packet with the shared decoder, and what it rebuilds must match the screen at 5-5-5
+// while windows draw, move and close; full-screen requests, idle flushes, frame pacing, pointer
+// packets and the logo are checked on the same stream.
+#include "CaptureTestSupport.h"
+
+#include "common/FakeSink.h"
+
+using namespace vantrel;
+using namespace vantrel::test;
+
+namespace {
+
+RECT ScreenRect() {
+    return RECT{0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)};
+}
+
+// Index of the first arrival from `from` on that begins a whole-screen sweep, or arrivals.size().
+size_t FindSweep(const std::vector<Arrival>& arrivals, size_t from) {
+    const RECT screen = ScreenRect();
+    for (size_t i = from; i < arrivals.size(); ++i) {
+        const RECT& b = arrivals[i].band;
+        if (arrivals[i].IsFrame() && b.left == 0 && b.top == 0 && b.right == screen.right)
+            return i;
+    }
+    return arrivals.size();
+}
+
+// The frames from `start` on are full-width bands, each beginning where the last ended, down to
+// the bottom of the screen. Returns the index after the sweep.
+size_t ExpectSweep(const std::vector<Arrival>& arrivals, size_t start) {
+    const RECT screen = ScreenRect();
+    LONG next = 0;
+    size_t i = start;
+    for (; next < screen.bottom; ++i) {
+        if (i >= arrivals.size()) {
+            ADD_FAILURE() << "the sweep ends at row " << next;
+            break;
+        }
+        const Arrival& a = arrivals[i];
+        EXPECT_TRUE(a.IsFrame()) << "arrival " << i;
+        EXPECT_EQ((RECT{0, next, screen.right, a.band.bottom}), a.band) << "arrival " << i;
+        if (a.band.bottom <= next)
+            break;
+        next = a.band.bottom;
+    }
+    return i;
+}
+
+size_t CountFrames(const std::vector<Arrival>& arrivals, size_t from) {
+    size_t n = 0;
+    for (size_t i = from; i < arrivals.size(); ++i)
+        n += arrivals[i].IsFrame();
+    return n;
+}
+
+}  // namespace
+
+TEST_F(CaptureTest, DecodedStreamFollowsAWindowThatDrawsMovesAndClosesAndEndsWithTheCorner) {
+    NoiseBox box(RECT{100, 80, 340, 260}, 1);
+    PumpFor(100);
+    RunAndWaitForPicture();
+    ExpectSweep(sink_->Arrivals(), 0);
+    EXPECT_TRUE(Converges());
+
+    box.Repaint(2);
+    EXPECT_TRUE(Converges()) << "after a repaint";
+    box.MoveTo(520, 410);
+    EXPECT_TRUE(Converges()) << "after a move";
+    box.Close();
+    EXPECT_TRUE(Converges()) << "after closing";
+
+    ASSERT_EQ(S_OK, capture_->Stop());
+    const auto all = sink_->Arrivals();
+    for (size_t i = 0; i < all.size(); ++i)
+        EXPECT_TRUE(all[i].IsFrame() || all[i].IsCursor())
+            << "arrival " << i << " did not decode: " << static_cast<int>(all[i].outcome);
+    ASSERT_TRUE(all.back().IsFrame());
+    EXPECT_EQ((RECT{0, 0, 8, 8}), all.back().band);
+    PumpFor(300);
+    EXPECT_EQ(all.size(), sink_->Count()) << "packets after Stop returned";
+}
+
+// The resent bands must be exactly the picture the sink already holds. The window is repainted
+// just before the request, so a resend that grabbed the screen would carry the new pixels ahead
+// of the update that reports them (the detector polls every ~33 ms; the request is served at
+// once).
+TEST_F(CaptureTest, RequestFullScreenResendsTheCurrentImageWithoutGrabbing) {
+    DebugOutput debug;
+    NoiseBox box(RECT{200, 152, 456, 344}, 7);
+    PumpFor(100);
+    RunAndWaitForPicture();
+    ASSERT_TRUE(Converges());
+    ASSERT_TRUE(Settle());
+    EXPECT_EQ(0u, debug.Count("Request Full Screen\n"));
+    const size_t before = sink_->Count();
+
+    box.Repaint(8);
+    ASSERT_EQ(S_OK, capture_->RequestFullScreen());
+    ASSERT_TRUE(WaitUntil([&] { return debug.Count("Request Full Screen\n") == 1; }));
+    EXPECT_TRUE(Converges());
+
+    const auto all = sink_->Arrivals();
+    const size_t sweep = FindSweep(all, before);
+    ASSERT_LT(sweep, all.size()) << "no resend arrived";
+    const size_t end = ExpectSweep(all, sweep);
+    for (size_t i = sweep; i < end && i < all.size(); ++i)
+        EXPECT_FALSE(all[i].changedPicture) << "resent band " << all[i].band << " was grabbed";
+    EXPECT_EQ(all.size(), FindSweep(all, end)) << "a second resend";
+    bool repaintArrived = false;
+    for (size_t i = before; i < all.size(); ++i)
+        repaintArrived = repaintArrived || (all[i].changedPicture && (i < sweep || i >= end));
+    EXPECT_TRUE(repaintArrived);
+}
+
+TEST_F(CaptureTest, EverySinkIsFlushedOncePerQuietPeriodAndNotWithoutPackets) {
+    constexpr DWORD kIdle = 300;
+    FakeSink second("second");
+    ASSERT_EQ(S_OK, capture_->SetIdleFlushTimeout(kIdle));
+    ASSERT_EQ(S_OK, capture_->RegisterDataTransmitter(&second));
+    NoiseBox box(RECT{600, 100, 760, 220}, 11);
+    PumpFor(100);
+    RunAndWaitForPicture();
+    // Whatever the start brought (the pointer's first record) has been flushed once it is quiet.
+    ASSERT_TRUE(Settle(3 * kIdle));
+    const size_t idleFlushes = sink_->Flushes().size();
+    const size_t idlePackets = sink_->Count();
+    PumpFor(4 * kIdle);
+    EXPECT_EQ(idlePackets, sink_->Count());
+    EXPECT_EQ(idleFlushes, sink_->Flushes().size()) << "a flush without packets";
+
+    for (uint32_t burst = 0; burst < 2; ++burst) {
+        const size_t flushesBefore = sink_->Flushes().size();
+        for (uint32_t i = 0; i < 3; ++i) {
+            box.Repaint(100 + 10 * burst + i);
+            PumpFor(60);
+        }
+        ASSERT_TRUE(WaitUntil([&] { return sink_->Flushes().size() > flushesBefore; }))
+            << "no flush after burst " << burst;
+        PumpFor(4 * kIdle);
+        const auto flushes = sink_->Flushes();
+        ASSERT_EQ(flushesBefore + 1, flushes.size()) << "burst " << burst;
+        DWORD lastPacket = 0;
+        for (const Arrival& a : sink_->Arrivals())
+            if (static_cast<LONG>(flushes.back() - a.tick) >= 0)
+                lastPacket = a.tick;
+        const DWORD gap = flushes.back() - lastPacket;
+        EXPECT_GE(gap, kIdle - 20) << "flushed too early after burst " << burst;
+        EXPECT_LE(gap, 2 * kIdle + 1500) << "flushed too late after burst " << burst;
+    }
+    ASSERT_EQ(S_OK, capture_->Stop());
+    EXPECT_EQ(static_cast<LONG>(sink_->Flushes().size()), second.Flushes());
+    EXPECT_EQ(S_OK, capture_->UnregisterDataTransmitter(&second));
+    EXPECT_TRUE(second.Faults().empty());
+}
+
+// A 40 x 40 window repainted about 60 times a second: every pass is one small frame packet.
+// Unpaced, the detector's rate comes through; with "FPS" 1 at most one pass per 200 ms.
+TEST_F(CaptureTest, FpsSettingBoundsThePassesPerSecond) {
+    DeskPrefOverride fps("FPS", 0);
+    ASSERT_TRUE(fps.Ok());
+    NoiseBox box(RECT{96, 96, 136, 136}, 1);
+    ASSERT_EQ(S_OK, capture_->RegisterDataTransmitter(sink_.get()));
+    size_t passes[2] = {0, 0};
+    DWORD limit[2] = {0, 0};
+    for (int run = 0; run < 2; ++run) {
+        fps.Set(run == 0 ? 0 : 1);
+        ASSERT_EQ(S_OK, capture_->Run());
+        ASSERT_TRUE(Settle());
+        const size_t from = sink_->Count();
+        const DWORD start = GetTickCount();
+        for (uint32_t seed = 2; GetTickCount() - start < 2000; ++seed) {
+            box.Repaint(seed);
+            PumpFor(15);
+        }
+        const DWORD elapsed = GetTickCount() - start;
+        ASSERT_TRUE(Settle());
+        ASSERT_EQ(S_OK, capture_->Stop());
+        passes[run] = CountFrames(sink_->Arrivals(), from) - 1;  // the closing block
+        limit[run] = elapsed / 200 + 2;
+    }
+    EXPECT_GT(passes[0], limit[0]) << "unpaced capture was not faster than 5 passes a second";
+    EXPECT_LE(passes[1], limit[1]) << "FPS 1 let more than one pass per 200 ms through";
+    EXPECT_GE(passes[1], 3u) << "FPS 1 stopped capturing";
+}
+
+// The platform reports the pointer of the foreground window's thread: the window is activated.
+TEST_F(CaptureTest, PointerMovesAndShapesArriveAsCursorPackets) {
+    NoiseBox box(RECT{100, 100, 500, 300}, 3, true);
+    box.SplitPointer();
+    SetCursorPos(700, 600);
+    RunAndWaitForPicture();
+
+    for (POINT target : {POINT{650, 500}, POINT{20, 30}}) {
+        const size_t from = sink_->Count();
+        SetCursorPos(target.x, target.y);
+        EXPECT_TRUE(WaitUntil([&] {
+            const auto all = sink_->Arrivals();
+            for (size_t i = from; i < all.size(); ++i)
+                if (all[i].IsCursor() && (all[i].cursor.flags & packet::kCursorNewPosition) &&
+                    all[i].cursor.x == target.x && all[i].cursor.y == target.y)
+                    return true;
+            return false;
+        })) << "no position packet for "
+            << target.x << "," << target.y;
+    }
+
+    std::vector<BYTE> shapes[2];
+    for (int i = 0; i < 2; ++i) {
+        const size_t from = sink_->Count();
+        SetCursorPos(i == 0 ? 150 : 450, 200);
+        EXPECT_TRUE(WaitUntil([&] {
+            const auto all = sink_->Arrivals();
+            for (size_t k = from; k < all.size(); ++k)
+                if (all[k].IsCursor() && !all[k].shape.empty())
+                    shapes[i] = all[k].shape;
+            return !shapes[i].empty();
+        })) << "no shape packet over the "
+            << (i == 0 ? "cross" : "arrow");
+    }
+    EXPECT_NE(shapes[0], shapes[1]);
+}
+
+TEST_F(CaptureTest, LogoIsStampedBottomLeftFromTheNextRun) {
+    const RECT screen = ScreenRect();
+    constexpr int kW = 40, kH = 24;
+    constexpr uint32_t kColour = 0x3060C0;
+    WindowDc screenDc(nullptr);
+    auto bmi = Bmi(kW, kH, 32);
+    void* bits = nullptr;
+    UniqueBitmap logo(
+        CreateDIBSection(screenDc.get(), AsBmi(bmi), DIB_RGB_COLORS, &bits, nullptr, 0));
+    ASSERT_TRUE(logo);
+    for (int i = 0; i < kW * kH; ++i)
+        static_cast<uint32_t*>(bits)[i] = kColour;
+    NoiseBox corner(RECT{0, screen.bottom - 64, 96, screen.bottom}, 5);
+    PumpFor(100);
+
+    RunAndWaitForPicture();
+    ASSERT_EQ(S_OK, capture_->SetRecordLogo(logo.get()));
+    corner.Repaint(6);
+    EXPECT_TRUE(Converges()) << "a logo set while running showed at once";
+    ASSERT_EQ(S_OK, capture_->Stop());
+
+    ASSERT_EQ(S_OK, capture_->Run());
+    ASSERT_TRUE(WaitUntil([&] { return sink_->PixelAt(0, screen.bottom - 1) == To555(kColour); }))
+        << "no logo after the next Run";
+    for (POINT p : {POINT{0, screen.bottom - kH}, POINT{kW - 1, screen.bottom - 1},
+                    POINT{kW / 2, screen.bottom - kH / 2}})
+        EXPECT_EQ(To555(kColour), sink_->PixelAt(p.x, p.y)) << p.x << "," << p.y;
+    const RECT beside{kW, screen.bottom - kH - 1, kW + 1, screen.bottom - kH};
+    EXPECT_EQ(To555(GrabScreen32(beside)[0]), sink_->PixelAt(kW, screen.bottom - kH - 1));
+
+    // The capture's image keeps the bitmap selected until it is gone.
+    ASSERT_EQ(S_OK, capture_->Stop());
+    capture_->UnregisterDataTransmitter(sink_.get());
+    capture_.Reset();
+}

@@ -1,0 +1,90 @@
+// The input-desktop functions on the calling thread, as far as the platform lets a test move
+// threads between desktops: the input desktop and back, an unknown name, a second desktop of
+// the window station, and a thread whose windows keep it where it is.
+#include <windows.h>
+
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "CaptureTestSupport.h"
+#include "capture/InputDesktop.h"
+
+using namespace vantrel;
+using namespace vantrel::test;
+
+namespace {
+
+constexpr char kOtherDesktop[] = "VantrelInputDesktopTest";
+
+HDESK ThreadDesktop() {
+    return GetThreadDesktop(GetCurrentThreadId());
+}
+
+}  // namespace
+
+TEST(InputDesktop, ThreadGoesToTheInputDesktopAndBackClosingWhatItOpened) {
+    DebugOutput debug;
+    EXPECT_TRUE(IsInputDesktopCurrent());
+    const HDESK start = ThreadDesktop();
+    ASSERT_TRUE(SelectDesktop(nullptr));
+    const HDESK opened = ThreadDesktop();
+    EXPECT_NE(start, opened);
+    EXPECT_TRUE(IsInputDesktopCurrent());
+
+    ASSERT_TRUE(SelectHDESK(start));
+    EXPECT_EQ(start, ThreadDesktop());
+    char name[256];
+    EXPECT_FALSE(GetUserObjectInformationA(opened, UOI_NAME, name, sizeof name, nullptr))
+        << "the desktop SelectDesktop opened was not closed";
+    EXPECT_TRUE(IsInputDesktopCurrent());
+    // The start handle is the process's own desktop: closing it after the first switch fails
+    // and is only reported.
+    for (const std::string& line : debug.Lines())
+        EXPECT_EQ("SelectHDESK failed to close old desktop\n", line);
+}
+
+TEST(InputDesktop, UnknownDesktopNameIsRefusedWithItsMessage) {
+    DebugOutput debug;
+    const HDESK start = ThreadDesktop();
+    EXPECT_FALSE(SelectDesktop("VantrelNoSuchDesktop"));
+    EXPECT_EQ(std::vector<std::string>{"unable to open desktop\n"}, debug.Lines());
+    EXPECT_EQ(start, ThreadDesktop());
+}
+
+TEST(InputDesktop, SecondDesktopIsNotTheInputOneAndABusyThreadStaysWithBothMessages) {
+    UniqueDesktop other(CreateDesktopA(kOtherDesktop, nullptr, nullptr, 0, GENERIC_ALL, nullptr));
+    ASSERT_TRUE(other);
+
+    // A fresh thread owns no window and may move.
+    BOOL moved = FALSE, onInputThere = TRUE, back = FALSE, onInputBack = FALSE;
+    std::thread([&] {
+        moved = SelectDesktop(kOtherDesktop);
+        onInputThere = IsInputDesktopCurrent();
+        back = SelectDesktop(nullptr);
+        onInputBack = IsInputDesktopCurrent();
+    }).join();
+    EXPECT_TRUE(moved);
+    EXPECT_FALSE(onInputThere);
+    EXPECT_TRUE(back);
+    EXPECT_TRUE(onInputBack);
+
+    // A thread with a window cannot leave its desktop.
+    UniqueHwnd window(CreateWindowExA(0, "STATIC", "", WS_POPUP, 0, 0, 10, 10, nullptr, nullptr,
+                                      nullptr, nullptr));
+    ASSERT_TRUE(window);
+    DebugOutput debug;
+    const HDESK start = ThreadDesktop();
+    EXPECT_FALSE(SelectDesktop(kOtherDesktop));
+    EXPECT_EQ(start, ThreadDesktop());
+    const auto lines = debug.Lines();
+    ASSERT_EQ(2u, lines.size());
+    EXPECT_EQ("unable to SetThreadDesktop\n", lines[0]);
+    EXPECT_TRUE(std::regex_match(lines[1], std::regex(std::string("ERROR: Set Desktop: ") +
+                                                      kOtherDesktop + ", [0-9A-F]{8}\n")))
+        << lines[1];
+    EXPECT_NE("ERROR: Set Desktop: " + std::string(kOtherDesktop) + ", 00000000\n", lines[1]);
+}

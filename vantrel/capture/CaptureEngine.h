@@ -1,0 +1,117 @@
+// CaptureEngine: the worker side of DesktopCapture. One capture thread per Run learns from
+// Pavlex.dll which parts of the screen and which pointer properties changed, turns them into
+// desktop-stream packets through the shared StreamEncoder and hands every packet to the owner's
+// sink table. It decides when packets are made: the first picture, every hook notification,
+// full-screen requests, the display-hook check, and the closing 8 x 8 block at stop; it paces
+// passes to the frame rate and flushes the sinks after a quiet period.
+//
+// Threads. Start, Stop, RequestFullScreen and SetPriority run on the host's threads; the owner
+// serialises them (DesktopCapture's lock) and never holds that lock while Stop waits. Everything
+// else below runs on the capture thread alone: the image, the encoder and its buffers, the hook
+// library and the sink deliveries. The two sides meet only through the stop and full-screen
+// events, the idle flush timeout (atomic, read for every wait), the thread priority and the
+// image's logo.
+//
+// Ownership: the sink table and the codec belong to the owner and outlive the engine; the image,
+// the encoder's buffers, the events and the thread are the engine's.
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+
+#include "ScreenCodec.h"
+#include "platform/Pavlex.h"
+#include "platform/UniqueHandle.h"
+#include "stream/DesktopImage.h"
+#include "stream/SinkTable.h"
+#include "stream/StreamEncoder.h"
+
+namespace vantrel {
+
+class CaptureEngine {
+  public:
+    static constexpr DWORD kDefaultIdleFlushTimeout = 250;
+
+    // What each Run hands over; the registry has been read by then.
+    struct Settings {
+        int framesPerSecond = 0;  // 0: no pacing
+        bool fixCitrix16bit = false;
+        int priority = THREAD_PRIORITY_NORMAL;
+    };
+
+    explicit CaptureEngine(SinkTable& sinks) noexcept;
+    CaptureEngine(const CaptureEngine&) = delete;
+    CaptureEngine& operator=(const CaptureEngine&) = delete;
+    // The owner stops a running capture first.
+    ~CaptureEngine() = default;
+
+    void SetCodec(IScreenCodec* codec) noexcept { encoder_.SetCodec(codec); }
+    bool HasBuffers() const noexcept { return encoder_.HasBuffers(); }
+    // Stamped into grabbed areas from the next open of the image on.
+    void SetLogo(HBITMAP logo) noexcept { image_.SetLogo(logo); }
+    void SetIdleFlushTimeout(DWORD ms) noexcept { idleFlushTimeout_ = ms; }
+
+    // Opens the image from the screen, grabs it, makes the events and starts the capture thread
+    // (suspended, given the priority, resumed). E_FAIL with nothing left open when the image,
+    // an event or the thread cannot be made.
+    HRESULT Start(const Settings& settings) noexcept;
+    // Signals the stop event without waiting: the thread sends its closing packet and ends.
+    void SignalStop() noexcept;
+    // Waits for the thread without time-out, then closes the thread, the events and the image.
+    void Join() noexcept;
+    // True on the capture thread itself, which must never wait for its own end.
+    bool IsCaptureThread() const noexcept { return GetCurrentThreadId() == threadId_.load(); }
+
+    void RequestFullScreen() noexcept;
+    // Applied to a running thread at once; the result is not looked at.
+    void SetPriority(int priority) noexcept;
+
+  private:
+    // Thread-local state of one capture loop.
+    struct Loop {
+        HANDLE cursorEvent = nullptr;
+        HANDLE screenEvent = nullptr;
+        DWORD frameInterval = 0;  // ms between passes, 0: unpaced
+        bool active = false;      // a packet was made since the last flush
+        DWORD lastActivity = 0;   // GetTickCount of the last cursor, screen or full-screen pass
+    };
+
+    static DWORD WINAPI ThreadEntry(void* engine) noexcept;
+    DWORD CaptureThread() noexcept;
+    // Waits and works until a quiet period has been flushed (true) or the stop was asked for
+    // (false).
+    bool RunBurst(Loop& loop, const HANDLE (&waits)[4]) noexcept;
+    // One wake-up from the loop's wait: false once the stop has been asked for.
+    bool HandleWake(Loop& loop, DWORD reason) noexcept;
+    // The quiet-period end: pending changes once more, then Flush on every sink.
+    void IdleFlush() noexcept;
+    bool TakeCursorUpdate() noexcept;
+    bool TakeScreenUpdate() noexcept;
+
+    void ProcessScreenUpdate(const PavlexScreenUpdate* update) noexcept;
+    void ProcessCursorUpdate(BYTE* record) noexcept;
+    void SendRegion(const RECT& r) noexcept;
+    void ProcessWholeScreen() noexcept;
+    // The screen's size and depth against the image's; reopens the image when they changed or
+    // when an earlier reopen failed. False while the image is unusable: the update is dropped.
+    bool FollowScreenFormat() noexcept;
+    // {0, 0, HORZRES, VERTRES} and BITSPIXEL of the screen; false without a screen DC.
+    static bool ReadScreenFormat(RECT* rect, int* depth) noexcept;
+
+    SinkTable& sinks_;
+    DesktopImage image_;
+    StreamEncoder encoder_;
+    // Written by Start before the thread exists, then by the capture thread only.
+    RECT screenRect_{};
+    int screenDepth_ = 0;
+    int framesPerSecond_ = 0;
+    std::atomic<DWORD> idleFlushTimeout_{kDefaultIdleFlushTimeout};
+    // Exist from Start to Join.
+    UniqueThread thread_;
+    std::atomic<DWORD> threadId_{0};
+    UniqueEvent stopEvent_;
+    UniqueEvent fullScreenEvent_;
+};
+
+}  // namespace vantrel
