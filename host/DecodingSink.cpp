@@ -1,58 +1,96 @@
 // The demo's decoding sink (see DecodingSink.h).
 #include "DecodingSink.h"
 
-#include <algorithm>
 #include <cstring>
+#include <mutex>
 #include <new>
+
+#include "stream/Packet.h"
 
 namespace vantrel::host {
 
 namespace {
 
-// The background an image shows before bands cover it: COLORREF 0x808000 as 5-5-5.
-constexpr uint16_t kBackground555 = (0x80 >> 3) << 5 | (0x80 >> 3);
+using Guard = std::lock_guard<CriticalSection>;
 
-bool Inside(const RECT& r, const RECT& bounds) {
-    return r.left >= bounds.left && r.top >= bounds.top && r.right <= bounds.right &&
-           r.bottom <= bounds.bottom;
-}
+// Far enough left and up that no pointer shape reaches the picture.
+constexpr int kOffPicture = -0x10000;
 
-bool SameRect(const RECT& a, const RECT& b) {
-    return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;
+const char* OutcomeName(StreamDecoder::Outcome outcome) noexcept {
+    switch (outcome) {
+        case StreamDecoder::Outcome::NoCodec:
+            return "no codec or no decode buffer";
+        case StreamDecoder::Outcome::CodecFailed:
+            return "the codec refused a body";
+        case StreamDecoder::Outcome::Damaged:
+            return "a body did not match its header";
+        case StreamDecoder::Outcome::RebuildFailed:
+            return "the picture could not be made in the packet's format";
+        default:
+            return "unexpected outcome";
+    }
 }
 
 }  // namespace
 
 DecodingSink::DecodingSink(IUnknown* outer) noexcept
-    : ComObjectRoot(outer), buffer_(new (std::nothrow) BYTE[packet::kBufferSize]) {}
+    : ComObjectRoot(outer), decoder_(image_, *this) {}
 
 HRESULT DecodingSink::InternalQueryInterface(REFIID riid, void** ppv) noexcept {
     static const QITAB rows[] = {QITABENT(DecodingSink, IDataTransmitter), {}};
     return QISearch(this, rows, riid, ppv);
 }
 
+void DecodingSink::SetCodec(IScreenCodec* codec) noexcept {
+    Guard guard(lock_);
+    codec_ = ComPtr<IScreenCodec>(codec);
+    decoder_.SetCodec(codec);
+}
+
+// Whatever happened, the source is not told.
 HRESULT DecodingSink::Transfer(void* lpvData, unsigned long cbData, long) noexcept {
-    try {
-        switch (packet::Classify(lpvData, cbData)) {
-            case packet::Verdict::Frame:
-                ApplyFrame(lpvData, cbData);
-                break;
-            case packet::Verdict::Cursor:
-                ApplyCursor(lpvData, cbData);
-                break;
-            default:
-                ++refused_;
-                break;
-        }
-    } catch (const std::bad_alloc&) {
-        Problem("out of memory");
+    Guard guard(lock_);
+    const StreamDecoder::Outcome outcome = decoder_.Decode(lpvData, cbData);
+    switch (outcome) {
+        case StreamDecoder::Outcome::Frame:
+            ++frames_;
+            break;
+        case StreamDecoder::Outcome::Cursor:
+            ++cursors_;
+            KeepShape();
+            break;
+        case StreamDecoder::Outcome::Refused:
+        case StreamDecoder::Outcome::NoImage:
+            ++refused_;
+            break;
+        default:
+            Problem(OutcomeName(outcome));
+            break;
     }
-    // Whatever happened, the source is not told.
     return S_OK;
 }
 
 HRESULT DecodingSink::Flush() noexcept {
     return S_OK;
+}
+
+void DecodingSink::OnCursorChanged(const RECT&, const POINT* position) noexcept {
+    if (position)
+        pointer_ = *position;
+}
+
+// The decoder's buffer still holds the record it has just applied.
+void DecodingSink::KeepShape() noexcept {
+    packet::CursorRecordView view;
+    if (packet::ParseCursorRecord(decoder_.Buffer(), packet::kBufferSize, &view) !=
+            packet::CursorError::None ||
+        !view.newShape)
+        return;
+    try {
+        pointerMasks_.assign(view.andMask, view.xorBits + view.xorBitsSize);
+    } catch (const std::bad_alloc&) {
+        Problem("out of memory");
+    }
 }
 
 void DecodingSink::Problem(const char* what) noexcept {
@@ -64,71 +102,64 @@ void DecodingSink::Problem(const char* what) noexcept {
     }
 }
 
-uint32_t DecodingSink::Decompress(const void* data, uint32_t cbData,
-                                  packet::Verdict verdict) noexcept {
-    if (!codec_ || !buffer_) {
-        Problem("no codec or no decode buffer");
-        return 0;
-    }
-    const packet::ByteRange body = packet::BodyOf(data, cbData, verdict);
-    ULONG size = packet::kBufferSize;
-    if (codec_->Decompress(body.data, body.size, buffer_.get(), &size) != S_OK) {
-        Problem("the codec refused a body");
-        return 0;
-    }
-    return size;
+uint32_t DecodingSink::Frames() const noexcept {
+    Guard guard(lock_);
+    return frames_;
 }
 
-void DecodingSink::ApplyFrame(const void* data, uint32_t cbData) {
-    packet::FrameHeader frame;
-    if (!packet::ReadFrameHeader(data, cbData, &frame))
-        return Problem("unreadable frame header");
-    const uint32_t size = Decompress(data, cbData, packet::Verdict::Frame);
-    if (size == 0)
-        return;
-    packet::FramePayloadView view;
-    const packet::PayloadError error = packet::ParseFramePayload(buffer_.get(), size, frame, &view);
-    if (error != packet::PayloadError::None)
-        return Problem(packet::PayloadErrorName(error));
-    if (view.header.biBitCount != 16 || view.header.biCompression != BI_RGB)
-        return Problem("a format this demo does not rebuild");
-
-    if (!SameRect(frame.desktop, desktop_)) {
-        desktop_ = frame.desktop;
-        pixels_.assign(static_cast<size_t>(desktop_.right) * desktop_.bottom, kBackground555);
-    }
-    // A band outside the desktop is counted but not written.
-    if (Inside(frame.band, desktop_)) {
-        for (uint32_t r = 0; r < view.rowCount; ++r) {
-            const size_t y = static_cast<size_t>(frame.band.top) + r;
-            std::memcpy(&pixels_[y * desktop_.right + frame.band.left],
-                        view.rows + static_cast<size_t>(r) * view.rowBytes, view.rowBytes);
-        }
-    }
-    ++frames_;
-    payloadBytes_ += size;
+uint32_t DecodingSink::Cursors() const noexcept {
+    Guard guard(lock_);
+    return cursors_;
 }
 
-void DecodingSink::ApplyCursor(const void* data, uint32_t cbData) {
-    // No picture yet: there is nothing to draw a pointer on.
-    if (pixels_.empty()) {
-        ++refused_;
-        return;
+uint32_t DecodingSink::Refused() const noexcept {
+    Guard guard(lock_);
+    return refused_;
+}
+
+std::string DecodingSink::Problems() const {
+    Guard guard(lock_);
+    return problems_;
+}
+
+RECT DecodingSink::Desktop() const noexcept {
+    Guard guard(lock_);
+    return decoder_.GetDesktopRect();
+}
+
+std::vector<BYTE> DecodingSink::PointerMasks() const {
+    Guard guard(lock_);
+    return pointerMasks_;
+}
+
+POINT DecodingSink::PointerPosition() const noexcept {
+    Guard guard(lock_);
+    return pointer_;
+}
+
+// Moving the pointer off the picture puts back what it covered; it returns afterwards.
+std::vector<uint16_t> DecodingSink::Picture() {
+    Guard guard(lock_);
+    const BITMAPINFO* bmi = image_.GetBitmapInfo();
+    if (!bmi || bmi->bmiHeader.biBitCount != 16)
+        return {};
+    const bool is565 = bmi->bmiHeader.biCompression == BI_BITFIELDS &&
+                       reinterpret_cast<const DWORD*>(bmi->bmiColors)[0] == 0xF800;
+    RECT whole;
+    image_.GetScreenRect(&whole);
+    image_.MoveCursor(kOffPicture, kOffPicture);
+    std::vector<uint16_t> pixels(static_cast<size_t>(whole.right) * whole.bottom);
+    for (LONG y = 0; y < whole.bottom; ++y) {
+        uint16_t* row = &pixels[static_cast<size_t>(y) * whole.right];
+        std::memcpy(row, image_.GetBits() + y * image_.GetStride(),
+                    static_cast<size_t>(whole.right) * 2);
+        for (LONG x = 0; is565 && x < whole.right; ++x)
+            row[x] = static_cast<uint16_t>(((row[x] >> 11) << 10) | (((row[x] >> 6) & 0x1F) << 5) |
+                                           (row[x] & 0x1F));
     }
-    const uint32_t size = Decompress(data, cbData, packet::Verdict::Cursor);
-    if (size == 0)
-        return;
-    packet::CursorRecordView view;
-    const packet::CursorError error = packet::ParseCursorRecord(buffer_.get(), size, &view);
-    if (error != packet::CursorError::None)
-        return Problem(packet::CursorErrorName(error));
-    if (view.newShape) {
-        pointerMasks_.assign(view.andMask, view.andMask + view.andMaskSize + view.xorBitsSize);
-    }
-    if (view.newPosition)
-        pointer_ = POINT{view.record.x, view.record.y};
-    ++cursors_;
-    payloadBytes_ += size;
+    image_.MoveCursor(pointer_.x, pointer_.y);
+    image_.TakeChangedArea();
+    return pixels;
 }
 
 }  // namespace vantrel::host

@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 
+#include "CaptureStep.h"
 #include "RoundTripStep.h"
 #include "ScreenCodec.h"
 #include "platform/ComPtr.h"
@@ -57,10 +58,11 @@ int Demo::Run() noexcept {
             return Fail(out_, text);
         }
 
-        // Later stages (capture, render, record, cast) are appended here, in the order a
-        // classroom wires them.
+        // Later stages (render, record, cast) are appended here, in the order a classroom
+        // wires them.
         std::vector<std::unique_ptr<DemoStep>> steps;
         steps.push_back(std::make_unique<RoundTripStep>(codec.Get()));
+        steps.push_back(std::make_unique<CaptureStep>(codec.Get()));
 
         for (const auto& step : steps) {
             std::fprintf(out_, "%s\n", step->Name());

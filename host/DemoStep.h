@@ -1,5 +1,5 @@
-// One stage of the classroom demo (host/Demo): the packet round trip today; live capture,
-// render, record and cast join as further steps. A step gets what it needs at construction,
+// One stage of the classroom demo (host/Demo): the packet round trip and the live capture
+// today; render, record and cast join as further steps. A step gets what it needs at construction,
 // prints its own lines and tells whether it passed.
 #pragma once
 

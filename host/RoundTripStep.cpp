@@ -1,8 +1,6 @@
 // The demo's packet round trip (see RoundTripStep.h).
 #include "RoundTripStep.h"
 
-#include <algorithm>
-#include <cstring>
 #include <new>
 #include <string>
 
@@ -15,8 +13,6 @@ namespace vantrel::host {
 
 namespace {
 
-// The codec mode of the live stream.
-constexpr ULONG kLiveMode = 2;
 constexpr int kTypedUpdates = 3;
 
 double Ratio(const uint64_t raw, const uint64_t sent) {
@@ -38,10 +34,9 @@ HRESULT MakeSink(ComPtr<IDataTransmitter>* sink, T** object) {
 
 }  // namespace
 
-RoundTripStep::RoundTripStep(IScreenCodec* codec)
-    : codec_(codec),
-      work_(new (std::nothrow) BYTE[packet::kBufferSize]),
-      packet_(new (std::nothrow) BYTE[packet::kBufferSize]) {}
+RoundTripStep::RoundTripStep(IScreenCodec* codec) : codec_(codec) {
+    encoder_.SetCodec(codec);
+}
 
 bool RoundTripStep::Run(std::FILE* out, std::string* failure) noexcept {
     try {
@@ -53,8 +48,13 @@ bool RoundTripStep::Run(std::FILE* out, std::string* failure) noexcept {
 }
 
 bool RoundTripStep::RunChecked(std::FILE* out, std::string* failure) {
-    if (!work_ || !packet_) {
+    if (!encoder_.HasBuffers()) {
         *failure = "no packet buffers";
+        return false;
+    }
+    const BITMAPINFOHEADER header = desktop_.Header();
+    if (!image_.CreateFromBitmapInfo(reinterpret_cast<const BITMAPINFO*>(&header))) {
+        *failure = "the desktop image could not be made";
         return false;
     }
     ComPtr<IDataTransmitter> counterSink;
@@ -88,8 +88,7 @@ bool RoundTripStep::RunChecked(std::FILE* out, std::string* failure) {
         ok = ok && SendCursor(2, 320 + 40 * i, 310 + 12 * i, failure);
     }
     sinks_.Flush();
-    if (ok)
-        SendBroken();
+    const uint64_t brokenBytes = ok ? SendBroken() : 0;
     sinks_.UnregisterDataTransmitter(counterSink.Get());
     sinks_.UnregisterDataTransmitter(decoderSink.Get());
     if (!ok)
@@ -105,9 +104,8 @@ bool RoundTripStep::RunChecked(std::FILE* out, std::string* failure) {
     std::fprintf(out, "  counting sink: %u frames, %u cursors, %u others, %llu bytes, %u flush\n",
                  counter->Frames(), counter->Cursors(), counter->Others(),
                  static_cast<unsigned long long>(counter->Bytes()), counter->Flushes());
-    std::fprintf(out, "  decoding sink: %u frames, %u cursors decoded (%llu bytes), %u refused\n",
-                 decoder->Frames(), decoder->Cursors(),
-                 static_cast<unsigned long long>(decoder->PayloadBytes()), decoder->Refused());
+    std::fprintf(out, "  decoding sink: %u frames, %u cursors decoded, %u refused\n",
+                 decoder->Frames(), decoder->Cursors(), decoder->Refused());
 
     const uint32_t brokenPackets = 2;
     if (!decoder->Problems().empty()) {
@@ -118,10 +116,10 @@ bool RoundTripStep::RunChecked(std::FILE* out, std::string* failure) {
         *failure = "decoder refused " + std::to_string(decoder->Refused()) + " packets, not 2";
     } else if (counter->Frames() != frames_.packets || counter->Cursors() != cursors_.packets ||
                counter->Others() != brokenPackets ||
-               counter->Bytes() != frames_.sent + cursors_.sent + 2 * lastCursorPacket_.size() ||
+               counter->Bytes() != frames_.sent + cursors_.sent + brokenBytes ||
                counter->Flushes() != 1) {
         *failure = "counting sink saw another stream than was sent";
-    } else if (decoder->Pixels() != desktop_.Pixels()) {
+    } else if (decoder->Picture() != desktop_.Pixels()) {
         *failure = "rebuilt desktop differs from the sent one";
     } else if (decoder->PointerMasks() != pointer_.Masks() ||
                decoder->PointerPosition().x != lastPosition_.x ||
@@ -137,72 +135,48 @@ bool RoundTripStep::RunChecked(std::FILE* out, std::string* failure) {
 }
 
 bool RoundTripStep::SendRect(const RECT& r, std::string* failure) {
-    RECT bounds = desktop_.Bounds();
-    RECT band = UpdateRegion::SnapToGrid(r);
-    if (!IntersectRect(&band, &band, &bounds))
-        return true;
-
-    const BITMAPINFOHEADER header = desktop_.Header();
-    const uint32_t n = packet::BitmapInfoSize(header.biBitCount, header.biCompression);
-    const uint32_t rowBytes = packet::RowBytes(band, SyntheticDesktop::kBitsPerPixel);
-    const uint32_t perBand = packet::RowsThatFit(n, rowBytes);
-    const uint32_t height = static_cast<uint32_t>(band.bottom - band.top);
-    std::memcpy(work_.get(), &header, sizeof header);
-    for (uint32_t done = 0; done < height;) {
-        const uint32_t rows = std::min(perBand, height - done);
-        desktop_.CopyRows(band, done, rows, work_.get() + n);
-        const uint32_t raw = n + rows * rowBytes;
-        ULONG size = packet::kMaxFramePayload;
-        const HRESULT hr = codec_->Compress(
-            work_.get(), raw, packet_.get() + packet::kFrameHeaderSize, &size, kLiveMode);
-        if (FAILED(hr)) {
-            *failure = HResultText("frame compression failed", hr);
-            return false;
-        }
-        packet::FrameHeader frame;
-        frame.time = GetTickCount();
-        frame.desktop = bounds;
-        frame.bitsPerPixel = SyntheticDesktop::kBitsPerPixel;
-        frame.band = RECT{band.left, band.top + static_cast<LONG>(done), band.right,
-                          band.top + static_cast<LONG>(done + rows)};
-        const uint32_t length = packet::WriteFrameHeader(packet_.get(), frame, size);
-        sinks_.Deliver(packet_.get(), length);
-        ++frames_.packets;
-        frames_.raw += raw;
-        frames_.sent += length;
-        done += rows;
+    const RECT bounds = desktop_.Bounds();
+    if (!image_.PutRows(&bounds, desktop_.Pixels().data())) {
+        *failure = "the desktop could not be written into the image";
+        return false;
     }
+    const StreamEncoder::Timings before = encoder_.GetTimings();
+    const int sent = encoder_.SendRegion(&r);
+    const StreamEncoder::Timings& after = encoder_.GetTimings();
+    RECT inside;
+    if (sent == 0 && IntersectRect(&inside, &r, &bounds)) {
+        *failure = "the encoder sent nothing for a rectangle on the desktop";
+        return false;
+    }
+    frames_.packets += static_cast<uint32_t>(sent);
+    frames_.raw += after.payloadBytes - before.payloadBytes;
+    frames_.sent += after.packetBytes - before.packetBytes;
     return true;
 }
 
 bool RoundTripStep::SendCursor(uint32_t flags, int32_t x, int32_t y, std::string* failure) {
-    const std::vector<BYTE> record = pointer_.Record(flags, x, y);
-    ULONG size = packet::kMaxCursorPayload;
-    const HRESULT hr =
-        codec_->Compress(record.data(), static_cast<ULONG>(record.size()),
-                         packet_.get() + packet::kCursorHeaderSize, &size, kLiveMode);
-    if (FAILED(hr)) {
-        *failure = HResultText("cursor compression failed", hr);
+    std::vector<BYTE> record = pointer_.Record(flags, x, y);
+    const StreamEncoder::Timings before = encoder_.GetTimings();
+    if (!encoder_.SendCursorRecord(record.data(), static_cast<uint32_t>(record.size()))) {
+        *failure = "the encoder sent no cursor packet";
         return false;
     }
-    const uint32_t length = packet::WriteCursorHeader(packet_.get(), GetTickCount(), size);
-    sinks_.Deliver(packet_.get(), length);
-    lastCursorPacket_.assign(packet_.get(), packet_.get() + length);
     lastPosition_ = POINT{x, y};
     ++cursors_.packets;
     cursors_.raw += record.size();
-    cursors_.sent += length;
+    cursors_.sent += encoder_.GetTimings().packetBytes - before.packetBytes;
     return true;
 }
 
-// Two packets every decoder must ignore: a length field one byte off, and an unknown magic.
-void RoundTripStep::SendBroken() {
-    std::vector<BYTE> broken = lastCursorPacket_;
-    const uint32_t cbData = static_cast<uint32_t>(broken.size());
-    packet::WriteHead(broken.data(), packet::Head{packet::kCursorMagic, cbData + 1, 0});
-    sinks_.Deliver(broken.data(), cbData);
-    packet::WriteHead(broken.data(), packet::Head{0x58585858, cbData, 0});
-    sinks_.Deliver(broken.data(), cbData);
+// A cursor packet whose length field is one byte off, and one with an unknown magic.
+uint64_t RoundTripStep::SendBroken() {
+    BYTE broken[packet::kCursorHeaderSize + 4] = {};
+    const uint32_t cbData = sizeof broken;
+    packet::WriteHead(broken, packet::Head{packet::kCursorMagic, cbData + 1, 0});
+    sinks_.Deliver(broken, cbData);
+    packet::WriteHead(broken, packet::Head{0x58585858, cbData, 0});
+    sinks_.Deliver(broken, cbData);
+    return 2 * cbData;
 }
 
 }  // namespace vantrel::host

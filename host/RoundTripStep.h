@@ -1,9 +1,10 @@
-// First stage of the demo: the desktop stream's round trip without a screen. Frame packets
-// (bands of a synthetic desktop, then a few typed updates merged in an UpdateRegion) and cursor
-// packets (a 32 x 32 pointer) are compressed with the registered ScreenCodec and fanned out
-// through a SinkTable to a counting sink and a decoding sink; two broken packets follow. It
-// passes when the decoder rebuilt the desktop and pointer exactly, both sinks saw every packet
-// and both broken packets were refused.
+// First stage of the demo: the desktop stream's round trip without a screen. A synthetic desktop
+// is written into a DesktopImage, and the library's StreamEncoder turns it into frame packets
+// (the whole desktop, then a few typed updates merged in an UpdateRegion) and a 32 x 32 pointer
+// into cursor packets, compressed with the registered ScreenCodec and fanned out through a
+// SinkTable to a counting sink and a decoding sink; two broken packets follow. It passes when
+// the decoder rebuilt the desktop and pointer exactly, both sinks saw every packet and both
+// broken packets were refused.
 #pragma once
 
 #include <windows.h>
@@ -16,7 +17,9 @@
 #include "SyntheticDesktop.h"
 #include "SyntheticPointer.h"
 #include "platform/ComPtr.h"
+#include "stream/DesktopImage.h"
 #include "stream/SinkTable.h"
+#include "stream/StreamEncoder.h"
 
 namespace vantrel::host {
 
@@ -37,18 +40,18 @@ class RoundTripStep final : public DemoStep {
     };
 
     bool RunChecked(std::FILE* out, std::string* failure);
-    // The band loop: r snapped to the grid and clipped, cut into bands that fit a packet.
+    // r of the synthetic desktop (copied into the image first) through the encoder's band loop.
     bool SendRect(const RECT& r, std::string* failure);
     bool SendCursor(uint32_t flags, int32_t x, int32_t y, std::string* failure);
-    void SendBroken();
+    // Two packets every decoder must ignore; returns their bytes.
+    uint64_t SendBroken();
 
     ComPtr<IScreenCodec> codec_;
     SyntheticDesktop desktop_;
     SyntheticPointer pointer_;
     SinkTable sinks_;
-    std::unique_ptr<BYTE[]> work_;    // payload before compression
-    std::unique_ptr<BYTE[]> packet_;  // packet being built
-    std::vector<BYTE> lastCursorPacket_;
+    DesktopImage image_;
+    StreamEncoder encoder_{image_, sinks_};
     Tally frames_;
     Tally cursors_;
     POINT lastPosition_{};

@@ -1,6 +1,6 @@
 // A made-up teacher's desktop for the demo: 1024 x 768 at 16 bpp (5-5-5, BI_RGB) with what
 // classroom screens are made of: flat window areas, text-like strokes, a gradient wallpaper and
-// a task bar. Stands in for a screen grab until the capture stage joins the demo.
+// a task bar. The round trip sends it without a screen; the capture step uses the real one.
 #pragma once
 
 #include <windows.h>
