@@ -1,0 +1,262 @@
+// Live capture benchmark (scripts/bench capture): DesktopCapture through COM, as a host runs it,
+// captures the virtual screen for about 10 s per scenario while a window animates a region or
+// redraws the whole screen. A counting sink measures passes (runs of bands: a frame packet that
+// does not continue the previous band starts a pass), packets and bytes per second, and the
+// capture thread's CPU time per pass (GetThreadTimes on the thread that calls Transfer). The
+// change detector's own cost per poll is bench_pavlex's. Prints a table; no thresholds.
+#include <windows.h>
+#include <objbase.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <mutex>
+#include <vector>
+
+#include "Vantrel.h"
+#include "platform/ComPtr.h"
+#include "platform/CriticalSection.h"
+#include "platform/UniqueHandle.h"
+#include "stream/Packet.h"
+
+using namespace vantrel;
+
+namespace {
+
+constexpr DWORD kMeasureMs = 10000;
+constexpr DWORD kFrameMs = 33;  // the animation's pace, about 30 frames a second
+
+ULONGLONG CpuTime(HANDLE thread) {
+    FILETIME created, exited, kernel, user;
+    if (!thread || !GetThreadTimes(thread, &created, &exited, &kernel, &user))
+        return 0;
+    auto v = [](const FILETIME& f) {
+        return (static_cast<ULONGLONG>(f.dwHighDateTime) << 32) | f.dwLowDateTime;
+    };
+    return v(kernel) + v(user);  // 100 ns units
+}
+
+// Counts on the capture thread; the bench thread reads under lock_.
+class CountingSink final : public IDataTransmitter {
+  public:
+    struct Counts {
+        uint64_t passes = 0, frames = 0, cursors = 0, bytes = 0;
+    };
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override {
+        *ppv = nullptr;
+        if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, IID_IDataTransmitter))
+            return E_NOINTERFACE;
+        *ppv = this;
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() noexcept override { return 1; }
+    HRESULT STDMETHODCALLTYPE Transfer(void* data, unsigned long cb, long) noexcept override {
+        std::lock_guard<CriticalSection> guard(lock_);
+        if (!thread_)
+            thread_.reset(OpenThread(THREAD_QUERY_INFORMATION, FALSE, GetCurrentThreadId()));
+        packet::FrameHeader h;
+        if (packet::ReadFrameHeader(data, static_cast<uint32_t>(cb), &h)) {
+            ++counts_.frames;
+            const bool continues = h.band.top == last_.bottom && h.band.left == last_.left &&
+                                   h.band.right == last_.right;
+            counts_.passes += !continues;
+            last_ = h.band;
+        } else {
+            ++counts_.cursors;
+        }
+        counts_.bytes += cb;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Flush() noexcept override { return S_OK; }
+
+    Counts Take() {
+        std::lock_guard<CriticalSection> guard(lock_);
+        return counts_;
+    }
+    ULONGLONG Cpu() {
+        std::lock_guard<CriticalSection> guard(lock_);
+        return CpuTime(thread_.get());
+    }
+    void Reset() {
+        std::lock_guard<CriticalSection> guard(lock_);
+        counts_ = Counts{};
+        last_ = RECT{};
+        thread_.reset();
+    }
+
+  private:
+    CriticalSection lock_;
+    Counts counts_;
+    RECT last_{};
+    UniqueHandle thread_;  // the capture thread, seen at its first Transfer
+};
+
+// A top-most, never activated window that draws frame n of a moving picture: bars and a
+// gradient scrolling by a few pixels per frame, so every pixel of it changes.
+class Animation {
+  public:
+    explicit Animation(const RECT& where) : width_(where.right - where.left) {
+        const int h = where.bottom - where.top;
+        pixels_.resize(static_cast<size_t>(width_) * h * 2);
+        for (int y = 0; y < 2 * h; ++y)
+            for (int x = 0; x < width_; ++x)
+                pixels_[static_cast<size_t>(y) * width_ + x] =
+                    ((x / 24 + y / 24) % 2 ? 0x203040u : 0xE0D0C0u) ^ ((y * 255 / (2 * h)) << 8);
+        WNDCLASSA wc{};
+        wc.lpfnWndProc = Proc;
+        wc.hInstance = GetModuleHandleA(nullptr);
+        wc.lpszClassName = "VantrelCaptureBench";
+        RegisterClassA(&wc);
+        window_.reset(CreateWindowExA(WS_EX_TOPMOST | WS_EX_NOACTIVATE, wc.lpszClassName, "",
+                                      WS_POPUP, where.left, where.top, width_, h, nullptr, nullptr,
+                                      wc.hInstance, this));
+        ShowWindow(window_.get(), SW_SHOWNOACTIVATE);
+        Step();
+    }
+    void Step() {
+        ++frame_;
+        InvalidateRect(window_.get(), nullptr, FALSE);
+        UpdateWindow(window_.get());
+        MSG msg;
+        while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
+            DispatchMessageA(&msg);
+    }
+
+  private:
+    static LRESULT CALLBACK Proc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
+        if (msg == WM_NCCREATE)
+            SetWindowLongPtrA(
+                hwnd, GWLP_USERDATA,
+                reinterpret_cast<LONG_PTR>(reinterpret_cast<CREATESTRUCTA*>(lp)->lpCreateParams));
+        auto* self = reinterpret_cast<Animation*>(GetWindowLongPtrA(hwnd, GWLP_USERDATA));
+        if (msg != WM_PAINT || !self)
+            return DefWindowProcA(hwnd, msg, wp, lp);
+        PaintDc dc(hwnd);
+        RECT rc;
+        GetClientRect(hwnd, &rc);
+        const int offset = (self->frame_ * 6) % rc.bottom;
+        BITMAPINFO bmi{};
+        bmi.bmiHeader = BITMAPINFOHEADER{
+            sizeof(BITMAPINFOHEADER), self->width_, -rc.bottom, 1, 32, BI_RGB, 0, 0, 0, 0, 0};
+        SetDIBitsToDevice(dc.get(), 0, 0, rc.right, rc.bottom, 0, 0, 0, rc.bottom,
+                          &self->pixels_[static_cast<size_t>(offset) * self->width_], &bmi,
+                          DIB_RGB_COLORS);
+        return 0;
+    }
+
+    int width_;
+    int frame_ = 0;
+    std::vector<uint32_t> pixels_;
+    UniqueHwnd window_;
+};
+
+// "FPS" under DeskPref for one scenario; the previous state comes back afterwards.
+class FpsSetting {
+  public:
+    explicit FpsSetting(LONG fps) {
+        if (fps < 0 || RegCreateKeyExA(HKEY_LOCAL_MACHINE, "Software\\Korvane\\Tessaroom\\DeskPref",
+                                       0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key_.put(),
+                                       nullptr) != ERROR_SUCCESS)
+            return;
+        DWORD size = sizeof previous_;
+        had_ = RegQueryValueExA(key_.get(), "FPS", nullptr, nullptr,
+                                reinterpret_cast<BYTE*>(&previous_), &size) == ERROR_SUCCESS;
+        const DWORD value = static_cast<DWORD>(fps);
+        RegSetValueExA(key_.get(), "FPS", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value),
+                       sizeof value);
+    }
+    ~FpsSetting() {
+        if (!key_)
+            return;
+        if (had_)
+            RegSetValueExA(key_.get(), "FPS", 0, REG_DWORD,
+                           reinterpret_cast<const BYTE*>(&previous_), sizeof previous_);
+        else
+            RegDeleteValueA(key_.get(), "FPS");
+    }
+
+  private:
+    UniqueHkey key_;
+    DWORD previous_ = 0;
+    bool had_ = false;
+};
+
+struct Scenario {
+    const char* name;
+    RECT area;
+    LONG fps;  // registry "FPS"; -1 leaves it alone
+};
+
+void RunScenario(IDesktopCapture* capture, CountingSink& sink, const Scenario& s) {
+    FpsSetting fps(s.fps);
+    Animation animation(s.area);
+    sink.Reset();
+    if (FAILED(capture->Run())) {
+        std::printf("%-28s  Run failed\n", s.name);
+        return;
+    }
+    // The first picture and the pointer's first record are not part of the measurement.
+    for (int i = 0; i < 30; ++i) {
+        animation.Step();
+        Sleep(kFrameMs);
+    }
+    const CountingSink::Counts start = sink.Take();
+    const ULONGLONG cpuStart = sink.Cpu();
+    const DWORD t0 = GetTickCount();
+    DWORD next = t0;
+    while (GetTickCount() - t0 < kMeasureMs) {
+        animation.Step();
+        next += kFrameMs;
+        const LONG wait = static_cast<LONG>(next - GetTickCount());
+        if (wait > 0)
+            Sleep(static_cast<DWORD>(wait));
+    }
+    const CountingSink::Counts end = sink.Take();
+    const ULONGLONG cpu = sink.Cpu() - cpuStart;
+    const double seconds = (GetTickCount() - t0) / 1000.0;
+    capture->Stop();
+
+    const double passes = static_cast<double>(end.passes - start.passes);
+    const double packets =
+        static_cast<double>(end.frames - start.frames + end.cursors - start.cursors);
+    const double bytes = static_cast<double>(end.bytes - start.bytes);
+    const double cpuMs = static_cast<double>(cpu) / 10000.0;
+    std::printf("%-28s %9.1f %10.1f %10.1f %13.2f %9.1f\n", s.name, passes / seconds,
+                packets / seconds, bytes / seconds / 1024.0, passes > 0 ? cpuMs / passes : 0.0,
+                100.0 * cpuMs / (seconds * 1000.0));
+}
+
+}  // namespace
+
+int main() {
+    if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)))
+        return 1;
+    int rc = 0;
+    {
+        ComPtr<IDesktopCapture> capture;
+        CountingSink sink;
+        if (FAILED(CoCreateInstance(CLSID_DesktopCapture, nullptr, CLSCTX_INPROC_SERVER,
+                                    IID_IDesktopCapture, capture.PutVoid())) ||
+            FAILED(capture->RegisterDataTransmitter(&sink))) {
+            std::printf("DesktopCapture could not be created: is Vantrel.dll registered?\n");
+            rc = 1;
+        } else {
+            const int w = GetSystemMetrics(SM_CXSCREEN), h = GetSystemMetrics(SM_CYSCREEN);
+            SetCursorPos(w - 4, h - 4);
+            std::printf("DesktopCapture, %dx%d screen, animation at %lu frames/s, %lu s each\n", w,
+                        h, 1000ul / kFrameMs, kMeasureMs / 1000ul);
+            std::printf("%-28s %9s %10s %10s %13s %9s\n", "scenario", "passes/s", "packets/s",
+                        "KiB/s", "CPU ms/pass", "CPU %");
+            const Scenario scenarios[] = {
+                {"region 256x192", RECT{384, 288, 640, 480}, 0},
+                {"region 256x192, FPS 2", RECT{384, 288, 640, 480}, 2},
+                {"whole screen", RECT{0, 0, w, h}, 0},
+            };
+            for (const Scenario& s : scenarios)
+                RunScenario(capture.Get(), sink, s);
+            capture->UnregisterDataTransmitter(&sink);
+        }
+    }
+    CoUninitialize();
+    return rc;
+}
