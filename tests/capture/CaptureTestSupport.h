@@ -58,6 +58,7 @@ struct Arrival {
     StreamDecoder::Outcome outcome = StreamDecoder::Outcome::Refused;
     RECT band{};                  // frames
     bool changedPicture = false;  // frames: the band altered what the decoder held
+    DWORD compression = 0;        // frames: of the picture the decoder holds
     packet::CursorRecord cursor;  // cursor packets
     std::vector<BYTE> shape;      // cursor packets with a new shape: shape header and masks
     bool IsFrame() const { return outcome == StreamDecoder::Outcome::Frame; }
@@ -99,6 +100,7 @@ class CaptureSink final : public IDataTransmitter, private StreamDecoder::Owner 
         if (a.IsFrame()) {
             a.band = frame.band;
             a.changedPicture = before.empty() || before != BandBytes(frame.band);
+            a.compression = image_.GetBitmapInfo()->bmiHeader.biCompression;
         } else if (a.IsCursor()) {
             // The decoder's buffer still holds the record it applied.
             packet::CursorRecordView view;
