@@ -35,13 +35,13 @@ TEST_F(CaptureTest, RunOnceAtATimeWithStoredPriorityAndNoEarlyOrLateFullScreen) 
     EXPECT_EQ(S_OK, capture_->RequestFullScreen());
     EXPECT_EQ(S_OK, capture_->SetCapturePriority(THREAD_PRIORITY_BELOW_NORMAL));
     NoiseBox box(RECT{300, 300, 420, 380}, 21);
-    PumpFor(100);
+    ASSERT_TRUE(box.Shown());
     RunAndWaitForPicture();
     EXPECT_EQ(E_FAIL, capture_->Run());
     EXPECT_EQ(THREAD_PRIORITY_BELOW_NORMAL, sink_->Arrivals().front().priority);
 
     // The second Run changed nothing: the capture goes on.
-    box.Repaint(22);
+    ASSERT_TRUE(box.Repaint(22));
     EXPECT_TRUE(Converges());
     ASSERT_TRUE(Settle());
     EXPECT_EQ(0u, debug.Count("Request Full Screen\n")) << "a request before Run was kept";
@@ -85,4 +85,26 @@ TEST_F(CaptureTest, LastReleaseWhileRunningStopsTheCaptureAndLeavesSinksRegister
     EXPECT_EQ(1, second.Refs());
     EXPECT_EQ(0, second.Releases());
     EXPECT_TRUE(second.Faults().empty());
+}
+
+// The change detector serves one capture per process: a second one fails its thread's start-up,
+// which leaves it running without packets until Stop, and must not disturb the first.
+TEST_F(CaptureTest, CaptureWhoseThreadCannotStartSendsNothingStopsAndSparesTheOther) {
+    NoiseBox box(RECT{300, 200, 420, 300}, 31);
+    ASSERT_TRUE(box.Shown());
+    RunAndWaitForPicture();
+    ComPtr<IDesktopCapture> second;
+    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopCapture, nullptr, CLSCTX_INPROC_SERVER,
+                                     IID_IDesktopCapture, second.PutVoid()));
+    FakeSink idle("idle");
+    ASSERT_EQ(S_OK, second->RegisterDataTransmitter(&idle));
+    ASSERT_EQ(S_OK, second->Run());
+    PumpFor(500);
+    EXPECT_EQ(S_OK, second->Stop());
+    EXPECT_EQ(E_FAIL, second->Stop());
+    EXPECT_EQ(0u, idle.PacketCount());
+    EXPECT_EQ(S_OK, second->UnregisterDataTransmitter(&idle));
+
+    ASSERT_TRUE(box.Repaint(32));
+    EXPECT_TRUE(Converges());
 }

@@ -58,16 +58,16 @@ size_t CountFrames(const std::vector<Arrival>& arrivals, size_t from) {
 
 TEST_F(CaptureTest, DecodedStreamFollowsAWindowThatDrawsMovesAndClosesAndEndsWithTheCorner) {
     NoiseBox box(RECT{100, 80, 340, 260}, 1);
-    PumpFor(100);
+    ASSERT_TRUE(box.Shown());
     RunAndWaitForPicture();
     ExpectSweep(sink_->Arrivals(), 0);
     EXPECT_TRUE(Converges());
 
-    box.Repaint(2);
+    ASSERT_TRUE(box.Repaint(2));
     EXPECT_TRUE(Converges()) << "after a repaint";
-    box.MoveTo(520, 410);
+    ASSERT_TRUE(box.MoveTo(520, 410));
     EXPECT_TRUE(Converges()) << "after a move";
-    box.Close();
+    ASSERT_TRUE(box.Close());
     EXPECT_TRUE(Converges()) << "after closing";
 
     ASSERT_EQ(S_OK, capture_->Stop());
@@ -88,14 +88,14 @@ TEST_F(CaptureTest, DecodedStreamFollowsAWindowThatDrawsMovesAndClosesAndEndsWit
 TEST_F(CaptureTest, RequestFullScreenResendsTheCurrentImageWithoutGrabbing) {
     DebugOutput debug;
     NoiseBox box(RECT{200, 152, 456, 344}, 7);
-    PumpFor(100);
+    ASSERT_TRUE(box.Shown());
     RunAndWaitForPicture();
     ASSERT_TRUE(Converges());
     ASSERT_TRUE(Settle());
     EXPECT_EQ(0u, debug.Count("Request Full Screen\n"));
     const size_t before = sink_->Count();
 
-    box.Repaint(8);
+    ASSERT_TRUE(box.Repaint(8, 0));
     ASSERT_EQ(S_OK, capture_->RequestFullScreen());
     ASSERT_TRUE(WaitUntil([&] { return debug.Count("Request Full Screen\n") == 1; }));
     EXPECT_TRUE(Converges());
@@ -119,7 +119,7 @@ TEST_F(CaptureTest, EverySinkIsFlushedOncePerQuietPeriodAndNotWithoutPackets) {
     ASSERT_EQ(S_OK, capture_->SetIdleFlushTimeout(kIdle));
     ASSERT_EQ(S_OK, capture_->RegisterDataTransmitter(&second));
     NoiseBox box(RECT{600, 100, 760, 220}, 11);
-    PumpFor(100);
+    ASSERT_TRUE(box.Shown());
     RunAndWaitForPicture();
     // Whatever the start brought (the pointer's first record) has been flushed once it is quiet.
     ASSERT_TRUE(Settle(3 * kIdle));
@@ -132,7 +132,7 @@ TEST_F(CaptureTest, EverySinkIsFlushedOncePerQuietPeriodAndNotWithoutPackets) {
     for (uint32_t burst = 0; burst < 2; ++burst) {
         const size_t flushesBefore = sink_->Flushes().size();
         for (uint32_t i = 0; i < 3; ++i) {
-            box.Repaint(100 + 10 * burst + i);
+            ASSERT_TRUE(box.Repaint(100 + 10 * burst + i));
             PumpFor(60);
         }
         ASSERT_TRUE(WaitUntil([&] { return sink_->Flushes().size() > flushesBefore; }))
@@ -170,7 +170,7 @@ TEST_F(CaptureTest, FpsSettingBoundsThePassesPerSecond) {
         const size_t from = sink_->Count();
         const DWORD start = GetTickCount();
         for (uint32_t seed = 2; GetTickCount() - start < 2000; ++seed) {
-            box.Repaint(seed);
+            ASSERT_TRUE(box.Repaint(seed));
             PumpFor(15);
         }
         const DWORD elapsed = GetTickCount() - start;
@@ -234,11 +234,11 @@ TEST_F(CaptureTest, LogoIsStampedBottomLeftFromTheNextRun) {
     for (int i = 0; i < kW * kH; ++i)
         static_cast<uint32_t*>(bits)[i] = kColour;
     NoiseBox corner(RECT{0, screen.bottom - 64, 96, screen.bottom}, 5);
-    PumpFor(100);
+    ASSERT_TRUE(corner.Shown());
 
     RunAndWaitForPicture();
     ASSERT_EQ(S_OK, capture_->SetRecordLogo(logo.get()));
-    corner.Repaint(6);
+    ASSERT_TRUE(corner.Repaint(6));
     EXPECT_TRUE(Converges()) << "a logo set while running showed at once";
     ASSERT_EQ(S_OK, capture_->Stop());
 

@@ -209,10 +209,6 @@ class DebugOutput {
             n += l == line;
         return n;
     }
-    void Clear() {
-        std::lock_guard<CriticalSection> guard(lock_);
-        lines_.clear();
-    }
 
   private:
     static constexpr DWORD kDebugPrint = 0x40010006;  // DBG_PRINTEXCEPTION_C
@@ -238,10 +234,13 @@ class DebugOutput {
 };
 
 // A top-most popup painted with pseudo-random pixels; never activated unless asked, because
-// without a window manager an active window takes seconds to go away.
+// without a window manager an active window takes seconds to go away. The platform puts what a
+// window painted on the screen a little later, so every change waits until the screen shows it
+// (pollMs between looks) before a test compares anything with the screen.
 class NoiseBox {
   public:
-    NoiseBox(const RECT& where, uint32_t seed, bool activate = false) : seed_(seed) {
+    NoiseBox(const RECT& where, uint32_t seed, bool activate = false) : rect_(where) {
+        Fill(seed);
         WNDCLASSA wc{};
         wc.lpfnWndProc = Proc;
         wc.hInstance = GetModuleHandleA(nullptr);
@@ -257,23 +256,49 @@ class NoiseBox {
             SetForegroundWindow(window_.get());
         UpdateWindow(window_.get());
     }
-    HWND Handle() const { return window_.get(); }
-    // New noise, painted before it returns.
-    void Repaint(uint32_t seed) {
-        seed_ = seed;
+    // True once the screen shows the window's pixels.
+    bool Shown(DWORD pollMs = 10) { return WaitForScreen(true, pollMs); }
+    bool Repaint(uint32_t seed, DWORD pollMs = 10) {
+        Fill(seed);
         InvalidateRect(window_.get(), nullptr, FALSE);
         UpdateWindow(window_.get());
+        return Shown(pollMs);
     }
-    void MoveTo(int x, int y) {
+    bool MoveTo(int x, int y) {
         SetWindowPos(window_.get(), nullptr, x, y, 0, 0,
                      SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
+        OffsetRect(&rect_, x - rect_.left, y - rect_.top);
         UpdateWindow(window_.get());
+        return Shown();
     }
-    void Close() { window_.reset(); }
+    // True once the screen no longer shows the window.
+    bool Close() {
+        window_.reset();
+        return WaitForScreen(false, 10);
+    }
     // Over the left half the pointer is a cross, over the right half an arrow.
     void SplitPointer() { splitPointer_ = true; }
 
   private:
+    void Fill(uint32_t seed) {
+        pixels_.resize(static_cast<size_t>(rect_.right - rect_.left) * (rect_.bottom - rect_.top));
+        for (auto& p : pixels_)
+            p = (seed = seed * 1664525u + 1013904223u) >> 8;
+    }
+    // The first and the last pixel of the window, as the screen has them.
+    bool WaitForScreen(bool shown, DWORD pollMs) {
+        const RECT first{rect_.left, rect_.top, rect_.left + 1, rect_.top + 1};
+        const RECT last{rect_.right - 1, rect_.bottom - 1, rect_.right, rect_.bottom};
+        for (const DWORD start = GetTickCount(); GetTickCount() - start < kPatience;) {
+            const bool a = To555(GrabScreen32(first)[0]) == To555(pixels_.front());
+            const bool b = To555(GrabScreen32(last)[0]) == To555(pixels_.back());
+            if (shown ? a && b : !a && !b)
+                return true;
+            PumpMessages();
+            Sleep(pollMs);
+        }
+        return false;
+    }
     static LRESULT CALLBACK Proc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
         if (msg == WM_NCCREATE)
             SetWindowLongPtrA(
@@ -291,19 +316,16 @@ class NoiseBox {
         }
         if (msg == WM_PAINT && self) {
             PaintDc dc(hwnd);
-            std::vector<uint32_t> px(static_cast<size_t>(rc.right) * rc.bottom);
-            uint32_t seed = self->seed_;
-            for (auto& p : px)
-                p = (seed = seed * 1664525u + 1013904223u) >> 8;
             auto bmi = Bmi(rc.right, rc.bottom, 32);
-            SetDIBitsToDevice(dc.get(), 0, 0, rc.right, rc.bottom, 0, 0, 0, rc.bottom, px.data(),
-                              AsBmi(bmi), DIB_RGB_COLORS);
+            SetDIBitsToDevice(dc.get(), 0, 0, rc.right, rc.bottom, 0, 0, 0, rc.bottom,
+                              self->pixels_.data(), AsBmi(bmi), DIB_RGB_COLORS);
             return 0;
         }
         return DefWindowProcA(hwnd, msg, wp, lp);
     }
 
-    uint32_t seed_;
+    RECT rect_;
+    std::vector<uint32_t> pixels_;
     bool splitPointer_ = false;
     UniqueHwnd window_;
 };

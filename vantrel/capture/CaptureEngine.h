@@ -54,7 +54,8 @@ class CaptureEngine {
 
     // Opens the image from the screen, grabs it, makes the events and starts the capture thread
     // (suspended, given the priority, resumed). E_FAIL with nothing left open when the image,
-    // an event or the thread cannot be made.
+    // an event or the thread cannot be made. The encoder copies the image's BITMAPINFO into its
+    // work buffer for every send, so a reopened image needs no copy here.
     HRESULT Start(const Settings& settings) noexcept;
     // Signals the stop event without waiting: the thread sends its closing packet and ends.
     void SignalStop() noexcept;
