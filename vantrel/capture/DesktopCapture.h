@@ -41,7 +41,8 @@ class DesktopCapture final : public ComObjectRoot, public IDesktopCapture {
     HRESULT STDMETHODCALLTYPE SetRecordLogo(HBITMAP hBmp) noexcept override;
 
   private:
-    // A capture still running when the last reference goes is stopped as Stop does.
+    // A capture still running when the last reference goes is stopped as Stop does. Sinks never
+    // call back into their source, so the last reference never goes on the capture thread.
     ~DesktopCapture() override;
     HRESULT InternalQueryInterface(REFIID riid, void** ppv) noexcept override;
 
