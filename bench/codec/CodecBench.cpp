@@ -18,38 +18,19 @@
 #include <string>
 #include <vector>
 
+#include "common/BenchClock.h"
 #include "platform/ComPtr.h"
 #include "platform/Pixmend.h"
 #include "platform/UniqueHandle.h"
 
 using Bytes = std::vector<std::uint8_t>;
 using vantrel::ComPtr;
+using vantrel::bench::SecondsPerCall;
 
 namespace {
 
 const int kWidth = 1920, kHeight = 1080;
 const ULONG kBuffer = 0x180000;
-
-double Now() {
-    LARGE_INTEGER c, f;
-    QueryPerformanceCounter(&c);
-    QueryPerformanceFrequency(&f);
-    return static_cast<double>(c.QuadPart) / f.QuadPart;
-}
-
-// Seconds per call of fn, repeated for at least a quarter of a second.
-double TimePerCall(const std::function<void()>& fn) {
-    fn();
-    int runs = 0;
-    const double start = Now();
-    double elapsed = 0;
-    do {
-        fn();
-        ++runs;
-        elapsed = Now() - start;
-    } while (elapsed < 0.25);
-    return elapsed / runs;
-}
 
 struct Desktop {
     vantrel::UniqueBitmap bitmap;
@@ -191,13 +172,13 @@ Result Measure(const std::vector<Bytes>& payloads, const CompressFn& compress,
     Bytes block(kBuffer), restored(kBuffer);
     for (const Bytes& p : payloads) {
         ULONG cb = 0;
-        tc += TimePerCall([&] { cb = compress(p, &block); });
+        tc += SecondsPerCall([&] { cb = compress(p, &block); });
         if (!cb || !decompress(block, cb, &restored) ||
             std::memcmp(restored.data(), p.data(), p.size()) != 0) {
             std::printf("  ! round trip failed\n");
             return r;
         }
-        td += TimePerCall([&] { decompress(block, cb, &restored); });
+        td += SecondsPerCall([&] { decompress(block, cb, &restored); });
         original += p.size();
         compressed += cb;
     }
@@ -299,7 +280,7 @@ void ConverterTable(const char* title) {
     std::printf("  %-20s %14s\n", "converter", "Mpixels/s");
     for (const Conv& c : convs) {
         const UINT row = kWidth * c.bytesPerPixel;
-        const double t = TimePerCall([&] {
+        const double t = SecondsPerCall([&] {
             for (int y = 0; y < kHeight; ++y)
                 c.fn(source.data() + y * row, dest.data() + y * kWidth * 2, row);
         });

@@ -13,6 +13,7 @@
 #include "RectMerger.h"
 #include "ScreenFrame.h"
 #include "TileMap.h"
+#include "common/BenchClock.h"
 #include "platform/Pavlex.h"
 #include "platform/UniqueHandle.h"
 
@@ -21,25 +22,8 @@ using namespace vantrel::pavlex;
 
 namespace {
 
-double Now() {
-    LARGE_INTEGER c, f;
-    QueryPerformanceCounter(&c);
-    QueryPerformanceFrequency(&f);
-    return static_cast<double>(c.QuadPart) / f.QuadPart;
-}
-
-// Milliseconds per call of fn, repeated for at least a quarter of a second.
 double MsPerCall(const std::function<void()>& fn) {
-    fn();
-    int runs = 0;
-    const double start = Now();
-    double elapsed = 0;
-    do {
-        fn();
-        ++runs;
-        elapsed = Now() - start;
-    } while (elapsed < 0.25);
-    return elapsed * 1000 / runs;
+    return 1000.0 * bench::SecondsPerCall(fn);
 }
 
 struct Scenario {

@@ -17,6 +17,7 @@
 #include "stream/DesktopImage.h"
 #include "stream/SinkTable.h"
 #include "stream/StreamDecoder.h"
+#include "common/BenchClock.h"
 #include "stream/StreamEncoder.h"
 
 using namespace vantrel;
@@ -26,9 +27,7 @@ namespace {
 constexpr int kFrames = 20;
 
 double Ms(LONGLONG ticks) {
-    LARGE_INTEGER f;
-    QueryPerformanceFrequency(&f);
-    return 1000.0 * static_cast<double>(ticks) / static_cast<double>(f.QuadPart);
+    return bench::TicksToMs(ticks);
 }
 
 LONGLONG Now() {
