@@ -4,12 +4,12 @@
 
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "common/FakeSink.h"
-#include "platform/UniqueHandle.h"
 #include "stream/SinkTable.h"
 
 using namespace vantrel;
@@ -26,6 +26,15 @@ class SinkTableTest : public testing::Test {
     FakeSink* Sink(const std::string& name) {
         sinks_.push_back(std::make_unique<FakeSink>(name, &journal_));
         return sinks_.back().get();
+    }
+    // New sinks, registered in this order.
+    std::vector<FakeSink*> Registered(std::initializer_list<const char*> names) {
+        std::vector<FakeSink*> out;
+        for (const char* name : names) {
+            out.push_back(Sink(name));
+            EXPECT_EQ(S_OK, table_.RegisterDataTransmitter(out.back()));
+        }
+        return out;
     }
     Journal Deliver(IDataTransmitter* skip = nullptr) {
         journal_.Clear();
@@ -47,14 +56,10 @@ class SinkTableTest : public testing::Test {
 };
 
 TEST_F(SinkTableTest, DeliversToEverySlotInOrderWithThePacketAsGiven) {
-    FakeSink* a = Sink("A");
-    FakeSink* b = Sink("B");
-    FakeSink* c = Sink("C");
-    for (FakeSink* s : {a, b, c})
-        ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(s));
-
+    const auto sinks = Registered({"A", "B", "C"});
+    FakeSink* a = sinks[0];
     EXPECT_EQ((Journal{"A.Transfer", "B.Transfer", "C.Transfer"}), Deliver());
-    for (FakeSink* s : {a, b, c}) {
+    for (FakeSink* s : sinks) {
         ASSERT_EQ(1u, s->PacketCount());
         const FakeSink::Packet p = s->Packets()[0];
         EXPECT_EQ(sizeof kPacket, p.cbData);
@@ -65,20 +70,15 @@ TEST_F(SinkTableTest, DeliversToEverySlotInOrderWithThePacketAsGiven) {
     journal_.Clear();
     EXPECT_EQ(3, table_.Flush());
     EXPECT_EQ((Journal{"A.Flush", "B.Flush", "C.Flush"}), journal_.Entries());
-}
-
-TEST_F(SinkTableTest, EmptyTableCallsNobody) {
-    EXPECT_EQ(0, table_.Deliver(kPacket, sizeof kPacket));
-    EXPECT_EQ(0, table_.Flush());
-    EXPECT_EQ(0, table_.Count());
+    // One reference per registration, none taken for a delivery.
+    EXPECT_EQ(1, a->AddRefs());
+    EXPECT_EQ(0, a->Releases());
+    ASSERT_EQ(S_OK, table_.UnregisterDataTransmitter(a));
+    EXPECT_EQ(1, a->Releases());
 }
 
 TEST_F(SinkTableTest, SixthRegistrationFailsAndTheFirstFiveStillReceive) {
-    std::vector<FakeSink*> five;
-    for (int i = 0; i < 5; ++i) {
-        five.push_back(Sink(std::to_string(i)));
-        ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(five.back()));
-    }
+    const auto five = Registered({"1", "2", "3", "4", "5"});
     FakeSink* sixth = Sink("6");
     EXPECT_EQ(E_FAIL, table_.RegisterDataTransmitter(sixth));
     EXPECT_EQ(0, sixth->AddRefs());
@@ -91,7 +91,7 @@ TEST_F(SinkTableTest, SixthRegistrationFailsAndTheFirstFiveStillReceive) {
     EXPECT_EQ(E_FAIL, table_.UnregisterDataTransmitter(sixth));
 }
 
-TEST_F(SinkTableTest, SameSinkTwiceFillsTwoSlotsAndLeavesTheLowerFirst) {
+TEST_F(SinkTableTest, SameSinkTwiceFillsTwoSlotsAndAFreedSlotIsReusedFirst) {
     FakeSink* a = Sink("A");
     FakeSink* b = Sink("B");
     ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(a));
@@ -114,68 +114,34 @@ TEST_F(SinkTableTest, SameSinkTwiceFillsTwoSlotsAndLeavesTheLowerFirst) {
     EXPECT_EQ(2, a->Releases());
 }
 
-TEST_F(SinkTableTest, FreedSlotIsReusedByTheNextRegistration) {
-    FakeSink* a = Sink("A");
-    FakeSink* b = Sink("B");
-    FakeSink* c = Sink("C");
-    FakeSink* d = Sink("D");
-    for (FakeSink* s : {a, b, c})
-        ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(s));
-    ASSERT_EQ(S_OK, table_.UnregisterDataTransmitter(a));
-    ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(d));
-    EXPECT_EQ((Journal{"D.Transfer", "B.Transfer", "C.Transfer"}), Deliver());
-    EXPECT_EQ(0u, a->PacketCount());
-}
-
 TEST_F(SinkTableTest, FailingSinkDoesNotStopLaterSlots) {
-    FakeSink* a = Sink("A");
-    FakeSink* b = Sink("B");
-    FakeSink* c = Sink("C");
-    a->FailWith(E_FAIL);
-    b->FailWith(E_OUTOFMEMORY);
-    for (FakeSink* s : {a, b, c})
-        ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(s));
+    const auto sinks = Registered({"A", "B", "C"});
+    sinks[0]->FailWith(E_FAIL);
+    sinks[1]->FailWith(E_OUTOFMEMORY);
     EXPECT_EQ((Journal{"A.Transfer", "B.Transfer", "C.Transfer"}), Deliver());
     EXPECT_EQ(3, table_.Flush());
-    EXPECT_EQ(1, c->Flushes());
+    EXPECT_EQ(1, sinks[2]->Flushes());
 }
 
 TEST_F(SinkTableTest, SkippedPointerMissesDeliveryOnly) {
-    FakeSink* a = Sink("A");
-    FakeSink* b = Sink("B");
-    FakeSink* c = Sink("C");
-    for (FakeSink* s : {a, b, c})
-        ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(s));
-    EXPECT_EQ((Journal{"A.Transfer", "C.Transfer"}), Deliver(b));
+    const auto sinks = Registered({"A", "B", "C"});
+    EXPECT_EQ((Journal{"A.Transfer", "C.Transfer"}), Deliver(sinks[1]));
     journal_.Clear();
     table_.Flush();
     EXPECT_EQ((Journal{"A.Flush", "B.Flush", "C.Flush"}), journal_.Entries());
 }
 
-TEST_F(SinkTableTest, NullAndUnknownPointersChangeNothing) {
-    FakeSink* a = Sink("A");
+TEST_F(SinkTableTest, EmptyTableNullAndUnknownPointersCallNobody) {
+    EXPECT_EQ(0, table_.Deliver(kPacket, sizeof kPacket));
+    EXPECT_EQ(0, table_.Flush());
+    Registered({"A"});
     FakeSink* stranger = Sink("S");
-    ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(a));
     EXPECT_EQ(E_POINTER, table_.RegisterDataTransmitter(nullptr));
     EXPECT_EQ(E_POINTER, table_.UnregisterDataTransmitter(nullptr));
     EXPECT_EQ(E_FAIL, table_.UnregisterDataTransmitter(stranger));
     EXPECT_EQ(1, table_.Count());
     EXPECT_EQ((Journal{"A.Transfer"}), Deliver());
     EXPECT_EQ(0, stranger->AddRefs() + stranger->Releases());
-}
-
-TEST_F(SinkTableTest, OneReferencePerRegistrationAndNoneForDelivery) {
-    FakeSink* a = Sink("A");
-    ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(a));
-    EXPECT_EQ(1, a->AddRefs());
-    for (int i = 0; i < 3; ++i)
-        table_.Deliver(kPacket, sizeof kPacket);
-    table_.Flush();
-    EXPECT_EQ(1, a->AddRefs());
-    EXPECT_EQ(0, a->Releases());
-    ASSERT_EQ(S_OK, table_.UnregisterDataTransmitter(a));
-    EXPECT_EQ(1, a->Releases());
-    EXPECT_EQ(0, a->Refs());
 }
 
 TEST_F(SinkTableTest, DestroyedTableLeavesRegisteredSinksAlone) {
@@ -190,43 +156,21 @@ TEST_F(SinkTableTest, DestroyedTableLeavesRegisteredSinksAlone) {
 
 // ---- Changes while the worker thread delivers --------------------------------------------------
 
-// Runs one delivery of kPacket on its own thread.
-class DeliveryThread {
-  public:
-    DeliveryThread(SinkTable& table, int rounds = 1) : table_(table), rounds_(rounds) {
-        thread_.reset(CreateThread(nullptr, 0, &DeliveryThread::Run, this, 0, nullptr));
-    }
-    ~DeliveryThread() { Join(); }
-    bool Join() {
-        return !thread_ ||
-               WaitForSingleObject(thread_.get(), FakeSink::kHoldLimitMs * 2) == WAIT_OBJECT_0;
-    }
-    explicit operator bool() const { return static_cast<bool>(thread_); }
-
-  private:
-    static DWORD WINAPI Run(void* self) {
-        auto* t = static_cast<DeliveryThread*>(self);
-        for (int i = 0; i < t->rounds_; ++i)
-            t->table_.Deliver(kPacket, sizeof kPacket);
-        return 0;
-    }
-    SinkTable& table_;
-    const int rounds_;
-    UniqueThread thread_;
-};
+// Delivers kPacket rounds times on another thread.
+std::thread Worker(SinkTable& table, int rounds = 1) {
+    return std::thread([&table, rounds] {
+        for (int i = 0; i < rounds; ++i)
+            table.Deliver(kPacket, sizeof kPacket);
+    });
+}
 
 TEST_F(SinkTableTest, UnregisteredDuringItsTransferIsReleasedAfterTheCallReturns) {
-    FakeSink* a = Sink("A");
-    FakeSink* b = Sink("B");
-    FakeSink* c = Sink("C");
-    FakeSink* d = Sink("D");
-    for (FakeSink* s : {a, b, c})
-        ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(s));
+    const auto sinks = Registered({"A", "B", "C"});
+    FakeSink *a = sinks[0], *c = sinks[2], *d = Sink("D");
     a->HoldTransfers();
     journal_.Clear();
-    DeliveryThread worker(table_);
-    ASSERT_TRUE(worker);
-    ASSERT_TRUE(a->WaitHeld(FakeSink::kHoldLimitMs));
+    std::thread worker = Worker(table_);
+    EXPECT_TRUE(a->WaitHeld(FakeSink::kHoldLimitMs));
 
     // While A's Transfer runs: A leaves, D takes its slot, C leaves. Nothing here may wait for
     // the Transfer to end.
@@ -238,7 +182,7 @@ TEST_F(SinkTableTest, UnregisteredDuringItsTransferIsReleasedAfterTheCallReturns
     EXPECT_EQ(1, c->Releases());
 
     a->Unblock();
-    ASSERT_TRUE(worker.Join());
+    worker.join();
     // Slot 0 was already passed when D arrived; C was gone when the delivery reached it.
     EXPECT_EQ((Journal{"A.Transfer", "C.Release", "A.TransferEnd", "A.Release", "B.Transfer"}),
               journal_.Entries());
@@ -247,15 +191,14 @@ TEST_F(SinkTableTest, UnregisteredDuringItsTransferIsReleasedAfterTheCallReturns
 }
 
 TEST_F(SinkTableTest, ReregisteredDuringItsTransferKeepsOneReference) {
-    FakeSink* a = Sink("A");
-    ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(a));
+    FakeSink* a = Registered({"A"})[0];
     a->HoldTransfers();
-    DeliveryThread worker(table_);
-    ASSERT_TRUE(a->WaitHeld(FakeSink::kHoldLimitMs));
+    std::thread worker = Worker(table_);
+    EXPECT_TRUE(a->WaitHeld(FakeSink::kHoldLimitMs));
     EXPECT_EQ(S_OK, table_.UnregisterDataTransmitter(a));
     EXPECT_EQ(S_OK, table_.RegisterDataTransmitter(a));
     a->Unblock();
-    ASSERT_TRUE(worker.Join());
+    worker.join();
     EXPECT_EQ(1, a->Refs());
     EXPECT_EQ(2, a->AddRefs());
     EXPECT_EQ(1u, a->PacketCount());
@@ -263,21 +206,15 @@ TEST_F(SinkTableTest, ReregisteredDuringItsTransferKeepsOneReference) {
 
 TEST_F(SinkTableTest, RegistrationChurnAgainstAWorkerKeepsCountsAndOrder) {
     // The worker delivers while this thread keeps replacing B; A and C never move.
-    FakeSink* a = Sink("A");
-    FakeSink* b = Sink("B");
-    FakeSink* c = Sink("C");
-    ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(a));
-    ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(b));
-    ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(c));
+    const auto sinks = Registered({"A", "B", "C"});
+    FakeSink *a = sinks[0], *b = sinks[1], *c = sinks[2];
     const int rounds = 2000;
-    {
-        DeliveryThread worker(table_, rounds);
-        for (int i = 0; i < rounds; ++i) {
-            ASSERT_EQ(S_OK, table_.UnregisterDataTransmitter(b));
-            ASSERT_EQ(S_OK, table_.RegisterDataTransmitter(b));
-        }
-        ASSERT_TRUE(worker.Join());
+    std::thread worker = Worker(table_, rounds);
+    for (int i = 0; i < rounds; ++i) {
+        EXPECT_EQ(S_OK, table_.UnregisterDataTransmitter(b));
+        EXPECT_EQ(S_OK, table_.RegisterDataTransmitter(b));
     }
+    worker.join();
     EXPECT_EQ(static_cast<size_t>(rounds), a->PacketCount());
     EXPECT_EQ(static_cast<size_t>(rounds), c->PacketCount());
     EXPECT_LE(b->PacketCount(), static_cast<size_t>(rounds));
@@ -285,9 +222,8 @@ TEST_F(SinkTableTest, RegistrationChurnAgainstAWorkerKeepsCountsAndOrder) {
     EXPECT_EQ(rounds + 1, b->AddRefs());
 
     // Within every delivery A comes first and C last, with B at most once between them.
-    const Journal entries = journal_.Entries();
     std::string last = "C.Transfer";
-    for (const std::string& e : entries) {
+    for (const std::string& e : journal_.Entries()) {
         if (e == "B.Release")
             continue;
         if (e == "A.Transfer") {
