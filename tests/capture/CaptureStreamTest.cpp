@@ -2,9 +2,9 @@
 // every packet with the shared decoder, and what it rebuilds must match the screen at 5-5-5
 // while windows draw, move and close; full-screen requests, idle flushes, frame pacing, pointer
 // packets and the logo are checked on the same stream.
-#include "CaptureTestSupport.h"
+#include <algorithm>
 
-#include "common/FakeSink.h"
+#include "common/ScreenTestSupport.h"
 
 using namespace vantrel;
 using namespace vantrel::test;
@@ -17,10 +17,9 @@ RECT ScreenRect() {
 
 // Index of the first arrival from `from` on that begins a whole-screen sweep, or arrivals.size().
 size_t FindSweep(const std::vector<Arrival>& arrivals, size_t from) {
-    const RECT screen = ScreenRect();
     for (size_t i = from; i < arrivals.size(); ++i) {
         const RECT& b = arrivals[i].band;
-        if (arrivals[i].IsFrame() && b.left == 0 && b.top == 0 && b.right == screen.right)
+        if (arrivals[i].IsFrame() && b.left == 0 && b.top == 0 && b.right == ScreenRect().right)
             return i;
     }
     return arrivals.size();
@@ -47,13 +46,6 @@ size_t ExpectSweep(const std::vector<Arrival>& arrivals, size_t start) {
     return i;
 }
 
-size_t CountFrames(const std::vector<Arrival>& arrivals, size_t from) {
-    size_t n = 0;
-    for (size_t i = from; i < arrivals.size(); ++i)
-        n += arrivals[i].IsFrame();
-    return n;
-}
-
 }  // namespace
 
 TEST_F(CaptureTest, DecodedStreamFollowsAWindowThatDrawsMovesAndClosesAndEndsWithTheCorner) {
@@ -74,7 +66,7 @@ TEST_F(CaptureTest, DecodedStreamFollowsAWindowThatDrawsMovesAndClosesAndEndsWit
     const auto all = sink_->Arrivals();
     for (size_t i = 0; i < all.size(); ++i)
         EXPECT_TRUE(all[i].IsFrame() || all[i].IsCursor())
-            << "arrival " << i << " did not decode: " << static_cast<int>(all[i].outcome);
+            << "arrival " << i << ": outcome " << static_cast<int>(all[i].outcome);
     ASSERT_TRUE(all.back().IsFrame());
     EXPECT_EQ((RECT{0, 0, 8, 8}), all.back().band);
     PumpFor(300);
@@ -123,23 +115,23 @@ TEST_F(CaptureTest, EverySinkIsFlushedOncePerQuietPeriodAndNotWithoutPackets) {
     RunAndWaitForPicture();
     // Whatever the start brought (the pointer's first record) has been flushed once it is quiet.
     ASSERT_TRUE(Settle(3 * kIdle));
-    const size_t idleFlushes = sink_->Flushes().size();
+    const LONG idleFlushes = sink_->Flushes();
     const size_t idlePackets = sink_->Count();
     PumpFor(4 * kIdle);
     EXPECT_EQ(idlePackets, sink_->Count());
-    EXPECT_EQ(idleFlushes, sink_->Flushes().size()) << "a flush without packets";
+    EXPECT_EQ(idleFlushes, sink_->Flushes()) << "a flush without packets";
 
     for (uint32_t burst = 0; burst < 2; ++burst) {
-        const size_t flushesBefore = sink_->Flushes().size();
+        const LONG flushesBefore = sink_->Flushes();
         for (uint32_t i = 0; i < 3; ++i) {
             ASSERT_TRUE(box.Repaint(100 + 10 * burst + i));
             PumpFor(60);
         }
-        ASSERT_TRUE(WaitUntil([&] { return sink_->Flushes().size() > flushesBefore; }))
+        ASSERT_TRUE(WaitUntil([&] { return sink_->Flushes() > flushesBefore; }))
             << "no flush after burst " << burst;
         PumpFor(4 * kIdle);
-        const auto flushes = sink_->Flushes();
-        ASSERT_EQ(flushesBefore + 1, flushes.size()) << "burst " << burst;
+        const auto flushes = sink_->FlushTicks();
+        ASSERT_EQ(static_cast<size_t>(flushesBefore + 1), flushes.size()) << "burst " << burst;
         DWORD lastPacket = 0;
         for (const Arrival& a : sink_->Arrivals())
             if (static_cast<LONG>(flushes.back() - a.tick) >= 0)
@@ -149,7 +141,7 @@ TEST_F(CaptureTest, EverySinkIsFlushedOncePerQuietPeriodAndNotWithoutPackets) {
         EXPECT_LE(gap, 2 * kIdle + 1500) << "flushed too late after burst " << burst;
     }
     ASSERT_EQ(S_OK, capture_->Stop());
-    EXPECT_EQ(static_cast<LONG>(sink_->Flushes().size()), second.Flushes());
+    EXPECT_EQ(sink_->Flushes(), second.Flushes());
     EXPECT_EQ(S_OK, capture_->UnregisterDataTransmitter(&second));
     EXPECT_TRUE(second.Faults().empty());
 }
@@ -176,7 +168,10 @@ TEST_F(CaptureTest, FpsSettingBoundsThePassesPerSecond) {
         const DWORD elapsed = GetTickCount() - start;
         ASSERT_TRUE(Settle());
         ASSERT_EQ(S_OK, capture_->Stop());
-        passes[run] = CountFrames(sink_->Arrivals(), from) - 1;  // the closing block
+        const auto all = sink_->Arrivals();
+        passes[run] = std::count_if(all.begin() + from, all.end(),
+                                    [](const Arrival& a) { return a.IsFrame(); }) -
+                      1;  // the closing block
         limit[run] = elapsed / 200 + 2;
     }
     EXPECT_GT(passes[0], limit[0]) << "unpaced capture was not faster than 5 passes a second";
@@ -190,34 +185,32 @@ TEST_F(CaptureTest, PointerMovesAndShapesArriveAsCursorPackets) {
     box.SplitPointer();
     SetCursorPos(700, 600);
     RunAndWaitForPicture();
-
-    for (POINT target : {POINT{650, 500}, POINT{20, 30}}) {
+    // Moves the pointer and waits for a cursor packet from then on that satisfies seen.
+    auto moveAndWait = [&](POINT to, const std::function<bool(const Arrival&)>& seen) {
         const size_t from = sink_->Count();
-        SetCursorPos(target.x, target.y);
-        EXPECT_TRUE(WaitUntil([&] {
+        SetCursorPos(to.x, to.y);
+        return WaitUntil([&] {
             const auto all = sink_->Arrivals();
-            for (size_t i = from; i < all.size(); ++i)
-                if (all[i].IsCursor() && (all[i].cursor.flags & packet::kCursorNewPosition) &&
-                    all[i].cursor.x == target.x && all[i].cursor.y == target.y)
-                    return true;
-            return false;
-        })) << "no position packet for "
-            << target.x << "," << target.y;
-    }
+            return std::any_of(all.begin() + from, all.end(),
+                               [&](const Arrival& a) { return a.IsCursor() && seen(a); });
+        });
+    };
+    for (POINT to : {POINT{650, 500}, POINT{20, 30}})
+        EXPECT_TRUE(moveAndWait(to,
+                                [&](const Arrival& a) {
+                                    return (a.cursor.flags & packet::kCursorNewPosition) &&
+                                           a.cursor.x == to.x && a.cursor.y == to.y;
+                                }))
+            << "no position packet for " << to.x << "," << to.y;
 
     std::vector<BYTE> shapes[2];
-    for (int i = 0; i < 2; ++i) {
-        const size_t from = sink_->Count();
-        SetCursorPos(i == 0 ? 150 : 450, 200);
-        EXPECT_TRUE(WaitUntil([&] {
-            const auto all = sink_->Arrivals();
-            for (size_t k = from; k < all.size(); ++k)
-                if (all[k].IsCursor() && !all[k].shape.empty())
-                    shapes[i] = all[k].shape;
-            return !shapes[i].empty();
-        })) << "no shape packet over the "
-            << (i == 0 ? "cross" : "arrow");
-    }
+    for (int i = 0; i < 2; ++i)
+        EXPECT_TRUE(moveAndWait(POINT{i == 0 ? 150 : 450, 200},
+                                [&](const Arrival& a) {
+                                    shapes[i] = a.shape;
+                                    return !a.shape.empty();
+                                }))
+            << "no shape packet over the " << (i == 0 ? "cross" : "arrow");
     EXPECT_NE(shapes[0], shapes[1]);
 }
 
@@ -225,14 +218,9 @@ TEST_F(CaptureTest, LogoIsStampedBottomLeftFromTheNextRun) {
     const RECT screen = ScreenRect();
     constexpr int kW = 40, kH = 24;
     constexpr uint32_t kColour = 0x3060C0;
-    WindowDc screenDc(nullptr);
-    auto bmi = Bmi(kW, kH, 32);
-    void* bits = nullptr;
-    UniqueBitmap logo(
-        CreateDIBSection(screenDc.get(), AsBmi(bmi), DIB_RGB_COLORS, &bits, nullptr, 0));
+    const std::vector<uint32_t> pixels(kW * kH, kColour);
+    UniqueBitmap logo(CreateBitmap(kW, kH, 1, 32, pixels.data()));
     ASSERT_TRUE(logo);
-    for (int i = 0; i < kW * kH; ++i)
-        static_cast<uint32_t*>(bits)[i] = kColour;
     NoiseBox corner(RECT{0, screen.bottom - 64, 96, screen.bottom}, 5);
     ASSERT_TRUE(corner.Shown());
 

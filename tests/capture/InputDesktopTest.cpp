@@ -1,17 +1,11 @@
 // The input-desktop functions on the calling thread, as far as the platform lets a test move
 // threads between desktops: the input desktop and back, an unknown name, a second desktop of
 // the window station, and a thread whose windows keep it where it is.
-#include <windows.h>
-
 #include <regex>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "CaptureTestSupport.h"
 #include "capture/InputDesktop.h"
+#include "common/ScreenTestSupport.h"
 
 using namespace vantrel;
 using namespace vantrel::test;

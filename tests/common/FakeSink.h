@@ -1,14 +1,13 @@
-// A fake IDataTransmitter for the tests of every source: records the packets it receives,
-// counts AddRef and Release, can fail its calls and can hold a Transfer until the test lets it
-// go. The test owns the object (it lives on the stack or in a fixture); the reference count only
-// watches: it never deletes, and a call that arrives while no counted reference is held is
-// remembered as a fault.
-//
-// Sinks may share a CallJournal to check the order of calls across them ("A.Transfer", ...).
+// A fake IDataTransmitter for the tests of every source: records the packets and flushes it
+// receives, counts AddRef and Release, can fail its calls and can hold a Transfer until the test
+// lets it go. The test owns the object; the reference count only watches: it never deletes, and
+// a call that arrives while no counted reference is held is remembered as a fault. Sinks may
+// share a CallJournal to check the order of calls across them ("A.Transfer", ...).
 #pragma once
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -40,10 +39,9 @@ class CallJournal {
     std::vector<std::string> entries_;
 };
 
-class FakeSink final : public IDataTransmitter {
+class FakeSink : public IDataTransmitter {
   public:
-    // How long a held Transfer waits for Unblock before it gives up (and records a timeout), so
-    // that a broken source cannot hang a test.
+    // A held Transfer gives up (and records a fault) after this, so a broken source cannot hang.
     static constexpr DWORD kHoldLimitMs = 30000;
 
     struct Packet {
@@ -60,103 +58,88 @@ class FakeSink final : public IDataTransmitter {
     FakeSink(const FakeSink&) = delete;
     FakeSink& operator=(const FakeSink&) = delete;
 
-    // IUnknown
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override {
         if (!ppv)
             return E_POINTER;
-        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IDataTransmitter)) {
-            *ppv = static_cast<IDataTransmitter*>(this);
-            AddRef();
-            return S_OK;
-        }
         *ppv = nullptr;
-        return E_NOINTERFACE;
+        if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, IID_IDataTransmitter))
+            return E_NOINTERFACE;
+        *ppv = static_cast<IDataTransmitter*>(this);
+        AddRef();
+        return S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() noexcept override {
-        std::lock_guard<CriticalSection> guard(lock_);
         ++addRefs_;
         return static_cast<ULONG>(++refs_);
     }
     ULONG STDMETHODCALLTYPE Release() noexcept override {
-        {
-            std::lock_guard<CriticalSection> guard(lock_);
-            ++releases_;
-            if (--refs_ < 0)
-                faults_.push_back("Release without a reference");
-            if (refs_ == 0 && inCall_ > 0)
-                faults_.push_back("last Release during a call");
-        }
+        ++releases_;
+        const LONG left = --refs_;
+        if (left < 0)
+            Fault("Release without a reference");
+        if (left == 0 && inCall_ > 0)
+            Fault("last Release during a call");
         Log("Release");
-        return static_cast<ULONG>(refs_ < 0 ? 0 : refs_);
+        return static_cast<ULONG>(left < 0 ? 0 : left);
     }
 
-    // IDataTransmitter
     HRESULT STDMETHODCALLTYPE Transfer(void* lpvData, unsigned long cbData,
                                        long bAsync) noexcept override {
-        bool hold;
+        if (refs_ <= 0)
+            Fault("Transfer without a reference");
+        ++inCall_;
         {
             std::lock_guard<CriticalSection> guard(lock_);
-            if (refs_ <= 0)
-                faults_.push_back("Transfer without a reference");
-            ++inCall_;
             const BYTE* p = static_cast<const BYTE*>(lpvData);
             packets_.push_back(
                 Packet{p ? std::vector<BYTE>(p, p + cbData) : std::vector<BYTE>(), cbData, bAsync});
-            hold = hold_;
         }
         Log("Transfer");
-        if (hold) {
+        Received(lpvData, cbData);
+        if (hold_) {
             SetEvent(entered_.get());
-            if (WaitForSingleObject(gate_.get(), kHoldLimitMs) != WAIT_OBJECT_0) {
-                std::lock_guard<CriticalSection> guard(lock_);
-                faults_.push_back("held Transfer never released");
-            }
+            if (WaitForSingleObject(gate_.get(), kHoldLimitMs) != WAIT_OBJECT_0)
+                Fault("held Transfer never released");
             Log("TransferEnd");
         }
-        std::lock_guard<CriticalSection> guard(lock_);
         --inCall_;
         return result_;
     }
     HRESULT STDMETHODCALLTYPE Flush() noexcept override {
+        if (refs_ <= 0)
+            Fault("Flush without a reference");
         {
             std::lock_guard<CriticalSection> guard(lock_);
-            if (refs_ <= 0)
-                faults_.push_back("Flush without a reference");
-            ++flushes_;
+            flushTicks_.push_back(GetTickCount());
         }
         Log("Flush");
-        std::lock_guard<CriticalSection> guard(lock_);
         return result_;
     }
 
-    // Knobs.
-    void FailWith(HRESULT hr) {
-        std::lock_guard<CriticalSection> guard(lock_);
-        result_ = hr;
-    }
+    void FailWith(HRESULT hr) { result_ = hr; }
     // Every following Transfer waits inside the call until Unblock.
     void HoldTransfers() {
-        std::lock_guard<CriticalSection> guard(lock_);
-        hold_ = true;
         ResetEvent(gate_.get());
+        hold_ = true;
     }
     void Unblock() {
-        {
-            std::lock_guard<CriticalSection> guard(lock_);
-            hold_ = false;
-        }
+        hold_ = false;
         SetEvent(gate_.get());
     }
     // True once a held Transfer has been entered (within ms).
     bool WaitHeld(DWORD ms) { return WaitForSingleObject(entered_.get(), ms) == WAIT_OBJECT_0; }
 
-    // Observations.
     const std::string& Name() const { return name_; }
-    LONG AddRefs() const { return Read(addRefs_); }
-    LONG Releases() const { return Read(releases_); }
-    LONG Refs() const { return Read(refs_); }
-    LONG Flushes() const { return Read(flushes_); }
-    bool InCall() const { return Read(inCall_) > 0; }
+    LONG AddRefs() const { return addRefs_; }
+    LONG Releases() const { return releases_; }
+    LONG Refs() const { return refs_; }
+    bool InCall() const { return inCall_ > 0; }
+    LONG Flushes() const { return static_cast<LONG>(FlushTicks().size()); }
+    // GetTickCount of every Flush.
+    std::vector<DWORD> FlushTicks() const {
+        std::lock_guard<CriticalSection> guard(lock_);
+        return flushTicks_;
+    }
     std::vector<Packet> Packets() const {
         std::lock_guard<CriticalSection> guard(lock_);
         return packets_;
@@ -171,10 +154,14 @@ class FakeSink final : public IDataTransmitter {
         return faults_;
     }
 
+  protected:
+    // Every packet, on the delivering thread, outside the sink's lock.
+    virtual void Received(const void*, uint32_t) noexcept {}
+
   private:
-    LONG Read(const LONG& field) const {
+    void Fault(const char* what) {
         std::lock_guard<CriticalSection> guard(lock_);
-        return field;
+        faults_.push_back(what);
     }
     void Log(const char* what) {
         if (journal_)
@@ -186,15 +173,12 @@ class FakeSink final : public IDataTransmitter {
     UniqueEvent entered_;
     UniqueEvent gate_;  // signalled: Transfer passes
 
-    mutable CriticalSection lock_;  // guards everything below
-    LONG refs_ = 0;
-    LONG addRefs_ = 0;
-    LONG releases_ = 0;
-    LONG flushes_ = 0;
-    LONG inCall_ = 0;
-    bool hold_ = false;
-    HRESULT result_ = S_OK;
+    std::atomic<LONG> refs_{0}, addRefs_{0}, releases_{0}, inCall_{0};
+    std::atomic<bool> hold_{false};
+    std::atomic<HRESULT> result_{S_OK};
+    mutable CriticalSection lock_;  // guards the vectors below
     std::vector<Packet> packets_;
+    std::vector<DWORD> flushTicks_;
     std::vector<std::string> faults_;
 };
 

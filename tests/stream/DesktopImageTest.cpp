@@ -1,9 +1,9 @@
 // DesktopImage on its own: geometry, row access, palette, logo, the registry switch, named
 // sections and the pointer overlay.
-#include "ImageTestSupport.h"
-
+#include <array>
 #include <numeric>
 
+#include "common/ScreenTestSupport.h"
 #include "platform/DeskPref.h"
 
 using namespace vantrel;
@@ -12,8 +12,7 @@ using namespace vantrel::test;
 namespace {
 
 constexpr UINT kSentinel = 0xdeadbeef;
-constexpr uint32_t kBackground32 = 0x008080;  // blue 0x80, green 0x80, red 0
-constexpr uint32_t kRed = 0xFF0000;
+constexpr uint16_t kBackground555 = 0x0210, kRed555 = 0x7C00, kGreen555 = 0x03E0;
 
 struct Image : DesktopImage {
     Image(int w, int h, int bpp, DWORD compression = BI_RGB, std::vector<DWORD> tail = {}) {
@@ -23,43 +22,28 @@ struct Image : DesktopImage {
 
 }  // namespace
 
-TEST(DesktopImageGeometry, StrideRectBytesAndAlign) {
+TEST(DesktopImageGeometry, StrideAlignAndSizes) {
+    for (const auto& s : {std::array<int, 3>{1366, 4, 684}, {1023, 24, 3072}, {13, 1, 4}})
+        EXPECT_EQ(s[2], Image(s[0], 8, s[1]).GetStride()) << s[0] << "x" << s[1];
+    Image image(100, 100, 16);
     const struct {
-        int w, bpp, stride;
-    } strides[] = {{1366, 16, 2732}, {1366, 8, 1368},  {1366, 4, 684},
-                   {1366, 32, 5464}, {1023, 24, 3072}, {13, 1, 4}};
-    for (const auto& s : strides) {
-        Image image(s.w, 8, s.bpp);
-        EXPECT_EQ(s.stride, image.GetStride()) << s.w << "x" << s.bpp;
-    }
-    Image big(1024, 768, 16), small(100, 100, 16);
-    const struct {
-        Image* image;
         RECT in, out;
         BOOL ok;
     } aligns[] = {
-        {&big, {3, 5, 10, 9}, {0, 0, 16, 16}, TRUE},
-        {&small, {-3, -3, 2, 2}, {0, 0, 8, 8}, TRUE},
-        {&small, {96, 96, 101, 101}, {96, 96, 100, 100}, TRUE},
-        {&small, {104, 0, 120, 8}, {0, 0, 0, 0}, FALSE},
+        {{-3, -3, 2, 2}, {0, 0, 8, 8}, TRUE},
+        {{96, 96, 101, 101}, {96, 96, 100, 100}, TRUE},
+        {{104, 0, 120, 8}, {0, 0, 0, 0}, FALSE},
     };
     for (const auto& a : aligns) {
         RECT out{};
-        EXPECT_EQ(a.ok, a.image->AlignRect(&a.in, &out)) << a.in;
+        EXPECT_EQ(a.ok, image.AlignRect(&a.in, &out)) << a.in;
         EXPECT_EQ(a.out, out);
     }
+    EXPECT_FALSE(image.AlignRect(nullptr, nullptr));
     const RECT r{8, 0, 72, 10};
-    EXPECT_EQ(64u * 2 * 10, big.GetRectBytes(&r));
-    EXPECT_FALSE(big.AlignRect(nullptr, nullptr));
-}
-
-TEST(DesktopImageGeometry, BitmapInfoSizeFollowsDepthAndCompression) {
+    EXPECT_EQ(64u * 2 * 10, image.GetRectBytes(&r));
     EXPECT_EQ(1064u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 8))));
     EXPECT_EQ(52u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 16, BI_BITFIELDS))));
-    EXPECT_EQ(40u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 16))));
-    EXPECT_EQ(104u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 4))));
-    EXPECT_EQ(48u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 1))));
-    EXPECT_EQ(40u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 32))));
 }
 
 TEST(DesktopImageOpen, RefusesBadFormatsAndMissingSections) {
@@ -79,13 +63,13 @@ TEST(DesktopImageOpen, SharedSectionIsSeenByASecondImageUncleared) {
     const auto bmi = Bmi(64, 32, 16);
     DesktopImage server, client;
     ASSERT_TRUE(server.CreateSharedFromBitmapInfo(AsBmi(bmi), name.c_str()));
-    EXPECT_EQ(0x0210, Pixel555(server, 63, 31));  // background, 5-5-5
-    std::vector<uint16_t> row(8, 0x7C00);
+    EXPECT_EQ(kBackground555, Pixel555(server, 63, 31));
+    std::vector<uint16_t> row(8, kRed555);
     const RECT r{8, 4, 16, 5};
     ASSERT_TRUE(server.PutRows(&r, row.data()));
     ASSERT_TRUE(client.OpenFromBitmapInfo(name.c_str(), AsBmi(bmi)));
-    EXPECT_EQ(0x7C00, Pixel555(client, 8, 4));
-    EXPECT_EQ(0x0210, Pixel555(client, 7, 4));
+    EXPECT_EQ(kRed555, Pixel555(client, 8, 4));
+    EXPECT_EQ(kBackground555, Pixel555(client, 7, 4));
     client.Close();
     EXPECT_FALSE(client.IsOpen());
     RECT kept;
@@ -107,7 +91,6 @@ TEST(DesktopImageRows, CopyCountsOrderAndRefusals) {
     EXPECT_EQ(7u, lines);
     EXPECT_EQ(896u, cb);
     EXPECT_EQ(7, out[64 * 6]);
-
     cb = 3 * 128;
     ASSERT_TRUE(image.CopyRowsBottomUp(&r, out.data(), &cb, 4, &lines));
     ASSERT_EQ(3u, lines);
@@ -134,7 +117,7 @@ TEST(DesktopImageRows, PutAndWriteRefuseARectOnePixelOut) {
     }
     for (int y = 0; y < 32; ++y)
         for (int x = 0; x < 64; ++x)
-            ASSERT_EQ(0x0210, Pixel555(image, x, y));
+            ASSERT_EQ(kBackground555, Pixel555(image, x, y));
     const RECT empty{0, 8, 64, 8};
     EXPECT_TRUE(image.PutRows(&empty, rows.data()));
     EXPECT_FALSE(image.PutRows(&empty, nullptr));
@@ -170,20 +153,14 @@ TEST(DesktopImagePalette, ByteOrderTableAndPaletteFollowTheFormat) {
 }
 
 TEST(DesktopImageSettings, FixCitrixOnlyWhenExactlyOne) {
-    const char* key = "Software\\Korvane\\Tessaroom\\DeskPref";
-    HKEY raw = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyA(HKEY_LOCAL_MACHINE, key, &raw));
-    UniqueHkey hkey(raw);
-    for (const DWORD value : {1u, 2u}) {
-        RegSetValueExA(hkey.get(), "FixCitrix16bit", 0, REG_DWORD,
-                       reinterpret_cast<const BYTE*>(&value), sizeof value);
+    DeskPrefOverride fix(DeskPref::kFixCitrix16bit, 1);
+    ASSERT_TRUE(fix.Ok());
+    for (const DWORD value : {DWORD{1}, DWORD{2}, DeskPrefOverride::kNoValue}) {
+        fix.Set(value);
         DesktopImage image;
         EXPECT_EQ(value == 1, image.Convert565()) << value;
     }
-    RegDeleteValueA(hkey.get(), "FixCitrix16bit");
     EXPECT_EQ(-1, DeskPref::ReadValue(DeskPref::kFixCitrix16bit));
-    DesktopImage image;
-    EXPECT_FALSE(image.Convert565());
 }
 
 TEST(DesktopImageScreen, GrabStampsTheLogoInTheCornerOnly) {
@@ -203,25 +180,23 @@ TEST(DesktopImageScreen, GrabStampsTheLogoInTheCornerOnly) {
     GdiFlush();
     const std::vector<uint32_t> nearLogo = GrabScreen32(RECT{99, h - 41, 101, h - 39});
     const std::vector<uint32_t> farAway = GrabScreen32(RECT{200, 0, 202, 1});
-    auto at = [&](int x, int y) { return To555(Pixel32(image, x, y)); };
-    EXPECT_EQ(0x7C00, at(0, h - 1));
-    EXPECT_EQ(0x7C00, at(99, h - 40));
-    EXPECT_EQ(To555(nearLogo[3]), at(100, h - 40));  // right of the logo: the screen
-    EXPECT_EQ(To555(nearLogo[0]), at(99, h - 41));   // above it
-    EXPECT_EQ(To555(farAway[0]), at(200, 0));
-    EXPECT_EQ(To555(farAway[1]), at(201, 0));
+    EXPECT_EQ(kRed555, Pixel555(image, 0, h - 1));
+    EXPECT_EQ(kRed555, Pixel555(image, 99, h - 40));
+    EXPECT_EQ(To555(nearLogo[3]), Pixel555(image, 100, h - 40));  // right of the logo: screen
+    EXPECT_EQ(To555(nearLogo[0]), Pixel555(image, 99, h - 41));   // above it
+    EXPECT_EQ(To555(farAway[0]), Pixel555(image, 200, 0));
+    EXPECT_EQ(To555(farAway[1]), Pixel555(image, 201, 0));
 }
 
 // ---- pointer overlay ----
 
 TEST(DesktopImageCursor, MoveClipsSnapsAndReportsOldAndNewPlace) {
     Image image(1024, 768, 32);
-    const auto rec = CursorRecordBytes(1, 0, 0, 32, 32, 0, kRed);
+    const auto rec = CursorRecordBytes(1, 0, 0, 32, 32, 0xFF0000);
     const auto view = ViewOf(rec);
     ASSERT_TRUE(image.SetCursorShape(&view));
-    const RECT first = image.TakeChangedArea();
-    EXPECT_EQ((RECT{0, 0, 32, 32}), first);
-
+    EXPECT_EQ((RECT{0, 0, 32, 32}), image.TakeChangedArea());
+    // Partly off the image the pointer is clipped; wholly off it is not drawn.
     const struct {
         int x, y;
         BOOL drawn;
@@ -239,33 +214,33 @@ TEST(DesktopImageCursor, MoveClipsSnapsAndReportsOldAndNewPlace) {
         EXPECT_EQ(m.rect, rect) << m.x;
         EXPECT_EQ(m.changed, image.TakeChangedArea()) << m.x;
     }
-    EXPECT_EQ(kRed, Pixel32(image, 5, 5));
-    EXPECT_EQ(kRed, Pixel32(image, 36, 36));
-    EXPECT_EQ(kBackground32, Pixel32(image, 37, 37));
+    EXPECT_EQ(kRed555, Pixel555(image, 5, 5));
+    EXPECT_EQ(kRed555, Pixel555(image, 36, 36));
+    EXPECT_EQ(kBackground555, Pixel555(image, 37, 37));
     for (const auto& p : {POINT{100, 100}, POINT{1020, 765}, POINT{0, 0}})
-        EXPECT_EQ(kBackground32, Pixel32(image, p.x, p.y)) << p.x;  // old places restored
+        EXPECT_EQ(kBackground555, Pixel555(image, p.x, p.y)) << p.x;  // old places restored
     EXPECT_FALSE(image.SetCursorShape(nullptr));
 }
 
 TEST(DesktopImageCursor, BandWriteKeepsPointerOnTopAndSaveUnderTakesNewRows) {
     Image image(256, 128, 16);
-    const auto rec = CursorRecordBytes(1, 20, 20, 32, 32, 0, kRed);
+    const auto rec = CursorRecordBytes(1, 20, 20, 32, 32, 0xFF0000);
     const auto view = ViewOf(rec);
     ASSERT_TRUE(image.MoveCursor(20, 20));
     ASSERT_TRUE(image.SetCursorShape(&view));
     image.TakeChangedArea();
-    std::vector<uint16_t> band(256 * 40, 0x03E0);
+    std::vector<uint16_t> band(256 * 40, kGreen555);
     const RECT r{0, 0, 256, 40};
     ASSERT_TRUE(image.WriteRows(&r, band.data()));
-    EXPECT_EQ(0x7C00, Pixel555(image, 30, 30));  // pointer still on top
-    EXPECT_EQ(0x03E0, Pixel555(image, 19, 30));
+    EXPECT_EQ(kRed555, Pixel555(image, 30, 30));  // pointer still on top
+    EXPECT_EQ(kGreen555, Pixel555(image, 19, 30));
     RECT rect;
     image.GetCursorRect(&rect);
     EXPECT_EQ((RECT{16, 16, 56, 56}), rect);
     EXPECT_EQ((RECT{}), image.TakeChangedArea());  // a band write changes no pointer area
     ASSERT_TRUE(image.MoveCursor(200, 90));
-    EXPECT_EQ(0x03E0, Pixel555(image, 30, 30));  // the new rows came back
-    EXPECT_EQ(0x0210, Pixel555(image, 30, 45));  // below the band: background
+    EXPECT_EQ(kGreen555, Pixel555(image, 30, 30));  // the new rows came back
+    EXPECT_EQ(kBackground555, Pixel555(image, 30, 45));
 }
 
 TEST(DesktopImageCursor, LargeAndOddShapesAreSavedWholeAndDrawnAtTheirOwnSize) {
@@ -273,12 +248,12 @@ TEST(DesktopImageCursor, LargeAndOddShapesAreSavedWholeAndDrawnAtTheirOwnSize) {
     const std::vector<BYTE> before(image.GetBits(), image.GetBits() + image.GetStride() * 256);
     // 24 wide with 3-byte AND rows: the rows are padded for CreateIcon.
     for (const int size : {64, 48, 24}) {
-        const auto rec = CursorRecordBytes(1, 0, 0, size, size, 0, kRed, size == 24 ? 3 : 0);
+        const auto rec = CursorRecordBytes(1, 0, 0, size, size, 0xFF0000, size == 24 ? 3 : 0);
         const auto view = ViewOf(rec);
         image.SetCursorShape(&view);  // at the last place, off the image: not drawn
         ASSERT_TRUE(image.MoveCursor(101, 101)) << size;
-        EXPECT_EQ(kRed, Pixel32(image, 100 + size, 100 + size)) << size;
-        EXPECT_EQ(kBackground32, Pixel32(image, 101 + size, 101 + size)) << size;
+        EXPECT_EQ(kRed555, Pixel555(image, 100 + size, 100 + size)) << size;
+        EXPECT_EQ(kBackground555, Pixel555(image, 101 + size, 101 + size)) << size;
         ASSERT_TRUE(image.MoveCursor(400, 200));
         ASSERT_FALSE(image.MoveCursor(-500, -500));
         EXPECT_EQ(before,
