@@ -15,35 +15,19 @@ RECT ScreenRect() {
     return RECT{0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)};
 }
 
-// Index of the first arrival from `from` on that begins a whole-screen sweep, or arrivals.size().
-size_t FindSweep(const std::vector<Arrival>& arrivals, size_t from) {
-    for (size_t i = from; i < arrivals.size(); ++i) {
-        const RECT& b = arrivals[i].band;
-        if (arrivals[i].IsFrame() && b.left == 0 && b.top == 0 && b.right == ScreenRect().right)
-            return i;
-    }
-    return arrivals.size();
-}
-
-// The frames from `start` on are full-width bands, each beginning where the last ended, down to
-// the bottom of the screen. Returns the index after the sweep.
-size_t ExpectSweep(const std::vector<Arrival>& arrivals, size_t start) {
+// Length of the whole-screen sweep that starts at arrival i: full-width frames, each beginning
+// where the last ended, down to the bottom of the screen; 0 when none starts there.
+size_t SweepAt(const std::vector<Arrival>& all, size_t i) {
     const RECT screen = ScreenRect();
     LONG next = 0;
-    size_t i = start;
-    for (; next < screen.bottom; ++i) {
-        if (i >= arrivals.size()) {
-            ADD_FAILURE() << "the sweep ends at row " << next;
-            break;
-        }
-        const Arrival& a = arrivals[i];
-        EXPECT_TRUE(a.IsFrame()) << "arrival " << i;
-        EXPECT_EQ((RECT{0, next, screen.right, a.band.bottom}), a.band) << "arrival " << i;
-        if (a.band.bottom <= next)
-            break;
-        next = a.band.bottom;
+    for (size_t n = i; n < all.size(); ++n) {
+        const RECT& b = all[n].band;
+        if (!all[n].IsFrame() || !(b == RECT{0, next, screen.right, b.bottom}) || b.bottom <= next)
+            return 0;
+        if ((next = b.bottom) == screen.bottom)
+            return n + 1 - i;
     }
-    return i;
+    return 0;
 }
 
 }  // namespace
@@ -52,7 +36,7 @@ TEST_F(CaptureTest, DecodedStreamFollowsAWindowThatDrawsMovesAndClosesAndEndsWit
     NoiseBox box(RECT{100, 80, 340, 260}, 1);
     ASSERT_TRUE(box.Shown());
     RunAndWaitForPicture();
-    ExpectSweep(sink_->Arrivals(), 0);
+    EXPECT_NE(0u, SweepAt(sink_->Arrivals(), 0)) << "the first packets do not cover the screen";
     EXPECT_TRUE(Converges());
 
     ASSERT_TRUE(box.Repaint(2));
@@ -93,15 +77,19 @@ TEST_F(CaptureTest, RequestFullScreenResendsTheCurrentImageWithoutGrabbing) {
     EXPECT_TRUE(Converges());
 
     const auto all = sink_->Arrivals();
-    const size_t sweep = FindSweep(all, before);
+    size_t sweep = before;
+    while (sweep < all.size() && !SweepAt(all, sweep))
+        ++sweep;
     ASSERT_LT(sweep, all.size()) << "no resend arrived";
-    const size_t end = ExpectSweep(all, sweep);
-    for (size_t i = sweep; i < end && i < all.size(); ++i)
-        EXPECT_FALSE(all[i].changedPicture) << "resent band " << all[i].band << " was grabbed";
-    EXPECT_EQ(all.size(), FindSweep(all, end)) << "a second resend";
+    const size_t end = sweep + SweepAt(all, sweep);
     bool repaintArrived = false;
-    for (size_t i = before; i < all.size(); ++i)
-        repaintArrived = repaintArrived || (all[i].changedPicture && (i < sweep || i >= end));
+    for (size_t i = before; i < all.size(); ++i) {
+        const bool resent = i >= sweep && i < end;
+        EXPECT_FALSE(resent && all[i].changedPicture)
+            << "resent band " << all[i].band << " grabbed";
+        EXPECT_TRUE(i < end || !SweepAt(all, i)) << "a second resend at " << i;
+        repaintArrived = repaintArrived || (!resent && all[i].changedPicture);
+    }
     EXPECT_TRUE(repaintArrived);
 }
 

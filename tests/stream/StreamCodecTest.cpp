@@ -67,19 +67,15 @@ TEST_F(ScreenTest, UpdatesMergeOnTheGridInRegionOrder) {
     };
     for (const auto& c : cases) {
         Sender s(codec_.Get(), Bmi(1024, 768, 16));
+        const DWORD before = GetTickCount();
         EXPECT_EQ(static_cast<int>(c.bands.size()),
                   s.encoder.EncodeUpdate(c.in.data(), static_cast<UINT>(c.in.size())));
         EXPECT_EQ(c.bands, s.Bands()) << c.in.size();
+        for (const auto& p : s.sink.Packets()) {
+            EXPECT_EQ(p.cbData, packet::ReadHead(p.bytes.data()).length);
+            EXPECT_LE(packet::ReadHead(p.bytes.data()).time - before, 1000u);
+        }
     }
-    Sender s(codec_.Get(), Bmi(1024, 768, 16));
-    const RECT r{3, 5, 10, 9};
-    const DWORD before = GetTickCount();
-    s.encoder.EncodeUpdate(&r, 1);
-    const auto p = s.sink.Packets().at(0);
-    const packet::Head head = packet::ReadHead(p.bytes.data());
-    EXPECT_EQ(p.cbData, head.length);
-    EXPECT_LE(head.time - before, 1000u);
-    EXPECT_EQ(40u + 16 * 32, Body(p.bytes, packet::kFrameHeaderSize).size());
 }
 
 TEST_F(ScreenTest, BandsCutTheFixedUpPayloadAtTheBufferSize) {
@@ -88,14 +84,15 @@ TEST_F(ScreenTest, BandsCutTheFixedUpPayloadAtTheBufferSize) {
         std::vector<BYTE> bmi;
         bool fix565;
         std::vector<RECT> bands;
-        uint32_t bpp, n;
+        uint32_t bpp;
         DWORD compression;
+        size_t lastBody;  // BITMAPINFO and rows of the last band
     } cases[] = {
-        {Bmi(1024, 768, 32), false, {{0, 0, 1024, 767}, {0, 767, 1024, 768}}, 16, 40, BI_RGB},
-        {Bmi(1024, 768, 24), false, {{0, 0, 1024, 767}, {0, 767, 1024, 768}}, 16, 40, BI_RGB},
-        {Bmi(1024, 768, 8), false, {{0, 0, 1024, 768}}, 8, 1064, BI_RGB},
-        {k565, false, {{1360, 0, 1366, 64}}, 16, 52, BI_BITFIELDS},
-        {k565, true, {{1360, 0, 1366, 64}}, 16, 40, BI_RGB},
+        {Bmi(1024, 768, 32), false, {{0, 0, 1024, 767}, {0, 767, 1024, 768}}, 16, BI_RGB, 2088},
+        {Bmi(1024, 768, 24), false, {{0, 0, 1024, 767}, {0, 767, 1024, 768}}, 16, BI_RGB, 2088},
+        {Bmi(1024, 768, 8), false, {{0, 0, 1024, 768}}, 8, BI_RGB, 1064 + 1024 * 768},
+        {k565, false, {{1360, 0, 1366, 64}}, 16, BI_BITFIELDS, 52 + 12 * 64},
+        {k565, true, {{1360, 0, 1366, 64}}, 16, BI_RGB, 40 + 12 * 64},
     };
     for (const auto& c : cases) {
         Sender s(codec_.Get(), c.bmi, 7);
@@ -115,14 +112,14 @@ TEST_F(ScreenTest, BandsCutTheFixedUpPayloadAtTheBufferSize) {
         const auto* bih = reinterpret_cast<const BITMAPINFOHEADER*>(body.data());
         EXPECT_EQ(c.compression, bih->biCompression);
         EXPECT_EQ(c.bpp, bih->biBitCount);
-        EXPECT_EQ(c.n + packet::RowBytes(h.band, c.bpp) * (h.band.bottom - h.band.top),
-                  body.size());
+        EXPECT_EQ(c.lastBody, body.size());
         if (all.right == 1366) {  // 5-6-5 rows: converted exactly when the header says 5-5-5
+            const BYTE* rows = body.data() + body.size() - 12 * 64;
             for (LONG y = 0; y < 64; ++y)
                 for (LONG x = 0; x < 6; ++x) {
                     const BYTE* raw = s.image.GetBits() + y * s.image.GetStride() + 2 * (1360 + x);
                     ASSERT_EQ(c.fix565 ? Pixel555(s.image, 1360 + x, y) : packet::LoadU16(raw),
-                              packet::LoadU16(body.data() + c.n + 2 * (y * 6 + x)));
+                              packet::LoadU16(rows + 2 * (y * 6 + x)));
                 }
         }
     }
@@ -220,10 +217,9 @@ TEST_F(ScreenTest, DamagedPacketsChangeNothing) {
     ASSERT_EQ(Outcome::Frame, r.Take(good[0]));
     const auto before = Snapshot(r.image);
 
-    auto longer = good[1], shorter = good[1], magic = good[1], cut = good[1];
+    // The acceptance rules themselves are the packet tests'; one refused packet suffices here.
+    auto longer = good[1], cut = good[1];
     longer.cbData += 1;
-    shorter.cbData -= 1;
-    magic.bytes[0] = 'X';
     cut.bytes.resize(cut.bytes.size() - 6);
     cut.cbData = static_cast<unsigned long>(cut.bytes.size());
     packet::StoreU32(cut.bytes.data() + 4, cut.cbData);
@@ -232,8 +228,6 @@ TEST_F(ScreenTest, DamagedPacketsChangeNothing) {
         Outcome expected;
     } cases[] = {
         {longer, Outcome::Refused},
-        {shorter, Outcome::Refused},
-        {magic, Outcome::Refused},
         {cut, Outcome::CodecFailed},
         {rows(256, 15 * 32), Outcome::Damaged},
         {rows(255, 16 * 32), Outcome::Damaged},
