@@ -1,56 +1,103 @@
 // ScreenCodec created through CoCreateInstance from the registered DLL, as Vantrel's objects
-// create it: round trips on screen content and random data, the largest frame payload, and
-// damaged, truncated and foreign blocks, with guard bytes behind every capacity.
+// create it: round trips of screen-like and random payloads in both modes, capacities with
+// guard bytes behind them, damaged, truncated and foreign blocks, the call contract; then the
+// DLL's registration and module lifetime.
 #include <windows.h>
 
 #include <ScreenCodec.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
-#include <ostream>
+#include <cstring>
+#include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "ScreenContent.h"
 #include "platform/ComPtr.h"
+#include "platform/Registrar.h"
 #include "platform/UniqueHandle.h"
-
-using screentest::Content;
-using screentest::MakePayload;
-using screentest::RandomBytes;
-using Bytes = std::vector<std::uint8_t>;
 
 namespace {
 
-const ULONG kBufferSize = 0x180000;
-const ULONG kFramePayloadCapacity = 0x180000 - 48;
-const std::uint8_t kGuard = 0xCD;
-const std::size_t kGuardBytes = 256;
+using Bytes = std::vector<std::uint8_t>;
+
+const ULONG kBufferSize = 0x180000;              // the largest frame payload
+const ULONG kPacketCapacity = kBufferSize - 48;  // what a packet leaves for the block
+const HRESULT kTooSmall = HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
 const ULONG kSentinel = 0xDEADBEEF;
 
+ULONG Size(const Bytes& v) {
+    return static_cast<ULONG>(v.size());
+}
+
 // Null pointers are refused even for empty blocks; an empty vector's data() may be null.
-const std::uint8_t* DataOf(const std::vector<std::uint8_t>& v) {
+const std::uint8_t* DataOf(const Bytes& v) {
     static const std::uint8_t kNothing = 0;
     return v.empty() ? &kNothing : v.data();
 }
 
-// A destination of `capacity` bytes followed by guard bytes the callee must not touch.
-struct Guarded {
-    explicit Guarded(std::size_t capacity)
-        : bytes(capacity + kGuardBytes, kGuard), size(capacity) {}
-    std::uint8_t* data() { return bytes.data(); }
-    bool GuardIntact() const {
-        return std::all_of(bytes.begin() + size, bytes.end(),
-                           [](std::uint8_t b) { return b == kGuard; });
-    }
-    Bytes Prefix(std::size_t n) const { return Bytes(bytes.begin(), bytes.begin() + n); }
-    Bytes bytes;
-    std::size_t size;
-};
+Bytes RandomBytes(std::size_t cb, unsigned seed) {
+    std::mt19937 rng(seed);
+    Bytes v(cb);
+    for (auto& b : v)
+        b = static_cast<std::uint8_t>(rng());
+    return v;
+}
 
-class CodecTest : public testing::Test {
+enum class Content { Text, Photo, Photo565 };
+
+// A frame payload as the encoder hands it over: a BITMAPINFOHEADER (and masks for 5-6-5), then
+// the 16-bit rows of one band. Text is anti-aliased glyphs on white,
+// few colours; a photograph is noisy waves, many colours (what the pixel filter is for).
+Bytes MakePayload(Content content, int width, int rows, unsigned seed) {
+    const bool is565 = content == Content::Photo565;
+    BITMAPINFOHEADER h{};
+    h.biSize = sizeof h;
+    h.biBitCount = 16;
+    h.biCompression = is565 ? BI_BITFIELDS : BI_RGB;
+    Bytes out(reinterpret_cast<const std::uint8_t*>(&h),
+              reinterpret_cast<const std::uint8_t*>(&h + 1));
+    const DWORD masks[3] = {0xF800, 0x07E0, 0x001F};
+    if (is565)
+        out.insert(out.end(), reinterpret_cast<const std::uint8_t*>(masks),
+                   reinterpret_cast<const std::uint8_t*>(masks + 3));
+    std::mt19937 rng(seed);
+    std::normal_distribution<double> noise(0, 6);
+    std::vector<int> glyphs(64 * 14 * 8);
+    for (int& g : glyphs)
+        g = rng() % 7 < 4 ? 0 : rng() % 4;
+    for (int y = 0; y < rows; ++y) {
+        for (int x = 0; x < width; ++x) {
+            unsigned p;
+            if (content == Content::Text) {
+                const int glyph = ((x / 8) * 7 + (y / 15) * 13) % 64;
+                const bool cell = y % 15 < 14 && (x / 8) % 9 != 8;
+                const unsigned grey =
+                    31 - 10 * (cell ? glyphs[(glyph * 14 + y % 15) * 8 + x % 8] : 0);
+                p = grey << 10 | grey << 5 | grey;
+            } else {
+                const double u = x / 640.0, v = y / 480.0;
+                const int r =
+                    std::clamp(int(128 + 80 * std::sin(6 * u + 2 * v) + noise(rng)), 0, 255);
+                const int g =
+                    std::clamp(int(110 + 70 * std::sin(3 * u - 5 * v) + noise(rng)), 0, 255);
+                const int b =
+                    std::clamp(int(90 + 60 * std::cos(4 * u + 7 * v) + noise(rng)), 0, 255);
+                p = is565 ? (r >> 3) << 11 | (g >> 2) << 5 | b >> 3
+                          : (r >> 3) << 10 | (g >> 3) << 5 | b >> 3;
+            }
+            out.insert(out.end(),
+                       {static_cast<std::uint8_t>(p), static_cast<std::uint8_t>(p >> 8)});
+        }
+    }
+    return out;
+}
+
+class Codec : public testing::Test {
   protected:
     void SetUp() override {
         ASSERT_HRESULT_SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
@@ -62,242 +109,177 @@ class CodecTest : public testing::Test {
         CoUninitialize();
     }
 
-    Bytes Compress(const Bytes& src, ULONG mode, ULONG capacity = kFramePayloadCapacity) {
-        Guarded out(capacity);
+    // Calls call(destination, &cb) with `capacity` bytes and guard bytes behind them: nothing
+    // may be written past the capacity, and a failure reports no bytes.
+    template <typename Call>
+    static HRESULT Guarded(ULONG capacity, Bytes* out, Call call) {
+        Bytes buffer(capacity + 256, 0xCD);
         ULONG cb = capacity;
-        const HRESULT hr =
-            codec_->Compress(DataOf(src), static_cast<ULONG>(src.size()), out.data(), &cb, mode);
-        EXPECT_TRUE(out.GuardIntact());
-        EXPECT_HRESULT_SUCCEEDED(hr);
-        if (FAILED(hr))
-            return Bytes();
-        EXPECT_LE(cb, capacity);
-        return out.Prefix(cb);
-    }
-
-    // Decompresses into exactly `capacity` bytes; the result code, and the restored bytes.
-    HRESULT Decompress(const Bytes& block, ULONG capacity, Bytes* restored) {
-        Guarded out(capacity);
-        ULONG cb = capacity;
-        const HRESULT hr =
-            codec_->Decompress(block.data(), static_cast<ULONG>(block.size()), out.data(), &cb);
-        EXPECT_TRUE(out.GuardIntact()) << "wrote past a capacity of " << capacity;
-        if (SUCCEEDED(hr))
-            *restored = out.Prefix(cb);
-        if (FAILED(hr)) {
-            EXPECT_EQ(0u, cb);
-        }
+        const HRESULT hr = call(buffer.data(), &cb);
+        EXPECT_TRUE(std::all_of(buffer.begin() + capacity, buffer.end(),
+                                [](std::uint8_t b) { return b == 0xCD; }))
+            << "capacity " << capacity;
+        EXPECT_TRUE(SUCCEEDED(hr) ? cb <= capacity : cb == 0) << cb;
+        out->assign(buffer.begin(), buffer.begin() + std::min(cb, capacity));
         return hr;
     }
+    // On codec_ unless another object is given.
+    HRESULT Compress(const Bytes& src, ULONG mode, ULONG capacity, Bytes* block,
+                     IScreenCodec* codec = nullptr) {
+        return Guarded(capacity, block, [&](void* dst, ULONG* cb) {
+            return (codec ? codec : codec_.Get())->Compress(DataOf(src), Size(src), dst, cb, mode);
+        });
+    }
+    HRESULT Decompress(const Bytes& block, ULONG capacity, Bytes* restored,
+                       IScreenCodec* codec = nullptr) {
+        return Guarded(capacity, restored, [&](void* dst, ULONG* cb) {
+            return (codec ? codec : codec_.Get())->Decompress(DataOf(block), Size(block), dst, cb);
+        });
+    }
 
-    void ExpectRoundTrip(const Bytes& src, ULONG mode) {
-        const Bytes block = Compress(src, mode);
-        ASSERT_FALSE(block.empty());
-        Bytes restored;
-        // The decoders always pass the full buffer; the exact length must do as well.
-        for (ULONG capacity : {kBufferSize, static_cast<ULONG>(src.size())}) {
-            ASSERT_EQ(S_OK, Decompress(block, capacity, &restored)) << "capacity " << capacity;
-            ASSERT_TRUE(restored == src) << "mode " << mode << ", " << src.size() << " bytes";
+    // Decoders pass their full buffer or exactly the original length; both must do. Returns
+    // the block.
+    Bytes ExpectRoundTrip(const Bytes& src, ULONG mode, IScreenCodec* codec = nullptr) {
+        SCOPED_TRACE(testing::Message() << src.size() << " bytes, mode " << mode);
+        codec = codec ? codec : codec_.Get();
+        Bytes block, restored;
+        EXPECT_EQ(S_OK, Compress(src, mode, kPacketCapacity, &block, codec));
+        for (ULONG capacity : {kBufferSize, Size(src)}) {
+            EXPECT_EQ(S_OK, Decompress(block, capacity, &restored, codec));
+            EXPECT_TRUE(restored == src);
         }
-        EXPECT_EQ(S_OK, codec_->CheckBlock(block.data(), static_cast<ULONG>(block.size())));
-        ULONG original = kSentinel;
-        EXPECT_EQ(S_OK, codec_->GetOriginalSize(block.data(), static_cast<ULONG>(block.size()),
-                                                &original));
+        EXPECT_EQ(S_OK, codec->CheckBlock(DataOf(block), Size(block)));
+        ULONG original = kSentinel, tag = kSentinel;
+        EXPECT_EQ(S_OK, codec->GetOriginalSize(DataOf(block), Size(block), &original));
         EXPECT_EQ(src.size(), original);
+        // Callers recognise a block by the tag it starts with.
+        EXPECT_EQ(S_OK, codec->GetFormatTag(&tag));
+        EXPECT_TRUE(block.size() >= 4 && std::memcmp(block.data(), &tag, 4) == 0);
+        return block;
     }
 
-    // Decompress and CheckBlock both refuse the block.
-    void ExpectRefused(const Bytes& block, const std::string& what) {
-        Bytes restored;
-        EXPECT_TRUE(FAILED(Decompress(block, kBufferSize, &restored))) << what;
-        EXPECT_TRUE(FAILED(codec_->CheckBlock(block.data(), static_cast<ULONG>(block.size()))))
-            << what;
-    }
-
-    // Damage inside the deflate body can leave the restored bytes unchanged (a copy from
-    // another distance inside a flat run): then success is right. Anything else is refused.
-    void ExpectRefusedOrExact(const Bytes& block, const Bytes& original, const std::string& what) {
+    // Decompress and CheckBlock both refuse damaged input. Only damage inside a deflate body
+    // may restore the same bytes (a copy from another distance inside a flat run): then pass
+    // the original, and success is right when the bytes are.
+    void ExpectRefused(const Bytes& block, const std::string& what,
+                       const Bytes* original = nullptr) {
         Bytes restored;
         const HRESULT hr = Decompress(block, kBufferSize, &restored);
+        EXPECT_EQ(SUCCEEDED(hr), SUCCEEDED(codec_->CheckBlock(DataOf(block), Size(block)))) << what;
         if (SUCCEEDED(hr)) {
-            EXPECT_TRUE(restored == original) << what << ": wrong bytes reported as restored";
+            EXPECT_TRUE(original && restored == *original) << what;
         }
-        EXPECT_EQ(SUCCEEDED(hr),
-                  SUCCEEDED(codec_->CheckBlock(block.data(), static_cast<ULONG>(block.size()))))
-            << what;
     }
 
     vantrel::ComPtr<IScreenCodec> codec_;
 };
 
-struct RoundTripCase {
-    const char* name;
-    Content content;
-    int width, rows;
-};
+class CodecMode : public Codec, public testing::WithParamInterface<ULONG> {};
 
-void PrintTo(const RoundTripCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class CodecRoundTrip : public CodecTest,
-                       public testing::WithParamInterface<std::tuple<RoundTripCase, ULONG>> {};
-
-TEST_P(CodecRoundTrip, RestoresEveryByte) {
-    const RoundTripCase& c = std::get<0>(GetParam());
-    const ULONG mode = std::get<1>(GetParam());
-    const Bytes src = c.content == Content::Random
-                          ? RandomBytes(static_cast<std::size_t>(c.width) * c.rows, 11)
-                          : MakePayload(c.content, c.width, c.rows, 3);
-    ExpectRoundTrip(src, mode);
-    // The payloads that the pixel filter is for must take it, or its path goes untested.
-    if (c.content == Content::Photo || c.content == Content::Photo565) {
-        const Bytes block = Compress(src, mode);
-        ASSERT_GT(block.size(), 7u);
-        EXPECT_NE(0, block[6]) << "photo-like rows were not filtered";
+TEST_P(CodecMode, ScreenAndRandomPayloadsRoundTrip) {
+    for (Content content : {Content::Text, Content::Photo, Content::Photo565}) {
+        const Bytes block = ExpectRoundTrip(MakePayload(content, 1024, 75, 3), GetParam());
+        // Photographs must take the filter (header byte 6), or its paths go untested.
+        EXPECT_EQ(content != Content::Text, block.size() > 6 && block[6] != 0);
     }
+    ExpectRoundTrip(RandomBytes(37000, 11), GetParam());  // stored
 }
 
-const RoundTripCase kRoundTrips[] = {
-    {"Text", Content::Text, 1024, 200},        {"Flat", Content::Flat, 1920, 100},
-    {"Gradient", Content::Gradient, 800, 300}, {"Photo", Content::Photo, 640, 120},
-    {"Photo565", Content::Photo565, 640, 120}, {"OddWidthPhoto", Content::Photo, 1366, 57},
-    {"OneRowBand", Content::Text, 8, 1},       {"RandomBytes", Content::Random, 1000, 37},
-};
-
-INSTANTIATE_TEST_SUITE_P(Content, CodecRoundTrip,
-                         testing::Combine(testing::ValuesIn(kRoundTrips), testing::Values(1u, 2u)),
-                         [](const auto& info) {
-                             return std::string(std::get<0>(info.param).name) + "_Mode" +
-                                    std::to_string(std::get<1>(info.param));
-                         });
-
-TEST_F(CodecTest, SmallAndOddLengthsRoundTrip) {
+TEST_P(CodecMode, EmptyOddAndLargestPayloadsRoundTrip) {
+    ExpectRoundTrip(Bytes(), GetParam());
+    ExpectRoundTrip(Bytes(1, 0x5A), GetParam());
+    // Cut inside the header, at an odd byte, around the filter's chunks of 16384 pixels, and
+    // with a last chunk of one pixel, too small to filter.
     const Bytes photo = MakePayload(Content::Photo, 1920, 20, 5);
-    for (ULONG mode : {1u, 2u}) {
-        ExpectRoundTrip(Bytes(), mode);
-        ExpectRoundTrip(Bytes(1, 0x5A), mode);
-        // Cut the payload inside its header, at an odd byte, and around the filter's chunks.
-        for (std::size_t cut : {1u, 39u, 40u, 41u, 42u, 43u, 40u + 32768u - 1, 40u + 32768u,
-                                40u + 32768u + 1, 40u + 65536u + 3})
-            ExpectRoundTrip(Bytes(photo.begin(), photo.begin() + cut), mode);
-    }
-}
-
-TEST_F(CodecTest, LargestFramePayloadFitsItsPacket) {
-    // 409 rows of 1920 pixels: the band a full 16-bit screen is cut into.
-    const ULONG rows = (kBufferSize - 40) / 3840;
+    for (std::size_t cut : {1u, 39u, 40u, 41u, 42u, 43u, 40u + 32768u - 1, 40u + 32768u,
+                            40u + 32768u + 1, 40u + 65536u + 3})
+        ExpectRoundTrip(Bytes(photo.begin(), photo.begin() + cut), GetParam());
+    // A full 16-bit screen's band, up to the last byte of the buffer.
     for (Content content : {Content::Text, Content::Photo}) {
-        Bytes src = MakePayload(content, 1920, rows, 9);
-        src.resize(kBufferSize, 0x11);  // the last bytes of the buffer too
-        for (ULONG mode : {1u, 2u})
-            ExpectRoundTrip(src, mode);
+        Bytes src = MakePayload(content, 1920, (kBufferSize - 40) / 3840, 9);
+        src.resize(kBufferSize, 0x11);
+        ExpectRoundTrip(src, GetParam());
     }
 }
 
-TEST_F(CodecTest, IncompressibleBlockThatDoesNotFitFailsWithoutOverrun) {
-    const Bytes src = RandomBytes(kBufferSize, 21);
-    for (ULONG mode : {1u, 2u}) {
-        Guarded out(kFramePayloadCapacity);
-        ULONG cb = kFramePayloadCapacity;
-        EXPECT_EQ(HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER),
-                  codec_->Compress(src.data(), kBufferSize, out.data(), &cb, mode));
-        EXPECT_EQ(0u, cb);
-        EXPECT_TRUE(out.GuardIntact());
-    }
-}
+INSTANTIATE_TEST_SUITE_P(Modes, CodecMode, testing::Values(1u, 2u),
+                         [](const auto& info) { return "Mode" + std::to_string(info.param); });
 
-TEST_F(CodecTest, CompressHonoursEveryCapacity) {
+TEST_F(Codec, CapacitiesAreNeverExceeded) {
+    // The advertised maximum and the block's own size suffice; below, a smaller block or
+    // ERROR_INSUFFICIENT_BUFFER. Deflated and stored blocks.
+    Bytes block, other;
     for (const Bytes& src : {MakePayload(Content::Text, 256, 40, 1), RandomBytes(3000, 2)}) {
         ULONG max = 0;
-        ASSERT_EQ(S_OK, codec_->GetMaxCompressedSize(static_cast<ULONG>(src.size()), &max));
+        ASSERT_EQ(S_OK, codec_->GetMaxCompressedSize(Size(src), &max));
         for (ULONG mode : {1u, 2u}) {
-            const Bytes block = Compress(src, mode, max);
-            ASSERT_FALSE(block.empty());
-            // The exact size still works; one byte less must fail (or find a smaller block).
-            Compress(src, mode, static_cast<ULONG>(block.size()));
-            for (ULONG capacity :
-                 {ULONG{0}, ULONG{1}, ULONG{27}, static_cast<ULONG>(block.size() - 1)}) {
-                Guarded out(capacity);
-                ULONG cb = capacity;
-                const HRESULT hr = codec_->Compress(src.data(), static_cast<ULONG>(src.size()),
-                                                    out.data(), &cb, mode);
-                EXPECT_TRUE(out.GuardIntact()) << "capacity " << capacity;
-                if (SUCCEEDED(hr))
-                    EXPECT_LE(cb, capacity);
-                else
-                    EXPECT_EQ(HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER), hr);
+            ASSERT_EQ(S_OK, Compress(src, mode, max, &block));
+            EXPECT_EQ(S_OK, Compress(src, mode, Size(block), &other));
+            for (ULONG capacity : {ULONG{0}, ULONG{1}, ULONG{27}, Size(block) - 1}) {
+                const HRESULT hr = Compress(src, mode, capacity, &other);
+                EXPECT_TRUE(hr == S_OK || hr == kTooSmall) << capacity;
             }
         }
     }
+    for (ULONG mode : {1u, 2u})
+        EXPECT_EQ(kTooSmall, Compress(RandomBytes(kBufferSize, 21), mode, kPacketCapacity, &block));
+
+    const Bytes src = MakePayload(Content::Text, 320, 50, 4);
+    ASSERT_EQ(S_OK, Compress(src, 2, kPacketCapacity, &block));
+    for (ULONG capacity : {ULONG{0}, Size(src) - 1})
+        EXPECT_EQ(kTooSmall, Decompress(block, capacity, &other));
 }
 
-TEST_F(CodecTest, DecompressRefusesACapacityBelowTheOriginalLength) {
-    const Bytes src = MakePayload(Content::Gradient, 320, 50, 4);
-    const Bytes block = Compress(src, 2);
-    Bytes restored;
-    EXPECT_EQ(HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER),
-              Decompress(block, static_cast<ULONG>(src.size() - 1), &restored));
-    EXPECT_EQ(HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER), Decompress(block, 0, &restored));
-}
-
-TEST_F(CodecTest, DamagedTruncatedAndForeignBlocksAreRefused) {
+TEST_F(Codec, DamagedTruncatedAndForeignBlocksAreRefused) {
     // A filtered deflate block, a plain deflate block and a stored block.
     const Bytes originals[] = {MakePayload(Content::Photo, 640, 60, 8),
                                MakePayload(Content::Text, 512, 60, 8), RandomBytes(700, 8)};
-    const ULONG modes[] = {1, 2, 2};
     for (int i = 0; i < 3; ++i) {
         const Bytes& original = originals[i];
-        const Bytes block = Compress(original, modes[i]);
-        ASSERT_GT(block.size(), 64u);
-        const std::size_t headerBits = 8 * 28;
-        // Every bit of the fixed header, then bits spread over the rest.
-        for (std::size_t bit = 0; bit < 8 * block.size(); bit += bit < headerBits ? 1 : 37) {
+        Bytes block;
+        ASSERT_EQ(S_OK, Compress(original, i == 0 ? 1 : 2, kPacketCapacity, &block));
+        // Every bit of the fixed header (28 bytes), then bits spread over the rest.
+        for (std::size_t bit = 0; bit < 8 * block.size(); bit += bit < 8 * 28 ? 1 : 37) {
             Bytes damaged = block;
             damaged[bit / 8] ^= static_cast<std::uint8_t>(1u << (bit % 8));
             const std::string what = "block " + std::to_string(i) + " bit " + std::to_string(bit);
-            if (bit >= headerBits) {
-                ExpectRefusedOrExact(damaged, original, what);
+            if (bit >= 8 * 28) {
+                ExpectRefused(damaged, what, &original);
                 continue;
             }
             ExpectRefused(damaged, what);
             ULONG size = kSentinel;
-            EXPECT_TRUE(FAILED(
-                codec_->GetOriginalSize(damaged.data(), static_cast<ULONG>(damaged.size()), &size)))
+            EXPECT_TRUE(FAILED(codec_->GetOriginalSize(damaged.data(), Size(damaged), &size)))
                 << what;
         }
         for (std::size_t cut = 0; cut < block.size(); cut += cut < 64 ? 1 : 131)
             ExpectRefused(Bytes(block.begin(), block.begin() + cut),
                           "cut at " + std::to_string(cut));
-        Bytes longer = block;
-        longer.push_back(0);
-        ExpectRefused(longer, "one byte more");
+        block.push_back(0);
+        ExpectRefused(block, "one byte more");
     }
-    // A stored block whose body no longer matches its check value.
-    Bytes stored = Compress(RandomBytes(300, 4), 2);
+    Bytes stored;
+    ASSERT_EQ(S_OK, Compress(RandomBytes(300, 4), 2, kPacketCapacity, &stored));
     stored.back() ^= 0x80;
-    ExpectRefused(stored, "stored body");
+    ExpectRefused(stored, "stored body against its check value");
     ExpectRefused(RandomBytes(5000, 30), "random bytes");
     ExpectRefused(MakePayload(Content::Text, 64, 8, 1), "an uncompressed payload");
 }
 
-TEST_F(CodecTest, ArgumentsAreChecked) {
-    Bytes src = MakePayload(Content::Text, 64, 8, 1), dst(4096);
-    const ULONG cbSrc = static_cast<ULONG>(src.size());
+TEST_F(Codec, ArgumentsAreChecked) {
+    Bytes src = MakePayload(Content::Text, 64, 8, 1), block, dst(4096);
+    ASSERT_EQ(S_OK, Compress(src, 2, kPacketCapacity, &block));
+    const ULONG cbSrc = Size(src), cbBlock = Size(block);
     ULONG cb = 4096, value = kSentinel;
     EXPECT_EQ(E_POINTER, codec_->Compress(nullptr, cbSrc, dst.data(), &cb, 2));
-    cb = 4096;
     EXPECT_EQ(E_POINTER, codec_->Compress(src.data(), cbSrc, nullptr, &cb, 2));
     EXPECT_EQ(E_POINTER, codec_->Compress(src.data(), cbSrc, dst.data(), nullptr, 2));
     for (ULONG mode : {0u, 3u, 0xFFFFFFFFu}) {
         cb = 4096;
         EXPECT_EQ(E_INVALIDARG, codec_->Compress(src.data(), cbSrc, dst.data(), &cb, mode));
     }
-    const Bytes block = Compress(src, 2);
-    const ULONG cbBlock = static_cast<ULONG>(block.size());
     cb = 4096;
     EXPECT_EQ(E_POINTER, codec_->Decompress(nullptr, cbBlock, dst.data(), &cb));
-    cb = 4096;
     EXPECT_EQ(E_POINTER, codec_->Decompress(block.data(), cbBlock, nullptr, &cb));
     EXPECT_EQ(E_POINTER, codec_->Decompress(block.data(), cbBlock, dst.data(), nullptr));
     EXPECT_EQ(E_POINTER, codec_->CheckBlock(nullptr, cbBlock));
@@ -310,30 +292,16 @@ TEST_F(CodecTest, ArgumentsAreChecked) {
     EXPECT_EQ(E_INVALIDARG, codec_->GetMaxCompressedSize(0xFFFFFFFF, &value));
 }
 
-TEST_F(CodecTest, DescribesItsOwnBlocks) {
-    ULONG tag = kSentinel, version = kSentinel;
-    ASSERT_EQ(S_OK, codec_->GetFormatTag(&tag));
-    ASSERT_EQ(S_OK, codec_->GetVersion(&version));
-    EXPECT_NE(0u, version);
-    for (ULONG mode : {1u, 2u}) {
-        const Bytes block = Compress(RandomBytes(100, mode), mode);
-        ASSERT_GE(block.size(), 4u);
-        EXPECT_EQ(tag,
-                  block[0] | block[1] << 8 | block[2] << 16 | static_cast<ULONG>(block[3]) << 24);
-    }
-}
-
-TEST_F(CodecTest, LevelsArePerModeAndPerObject) {
-    ULONG level = kSentinel;
-    ASSERT_EQ(S_OK, codec_->GetLevel(2, &level));
-    const ULONG fast = level;
-    ASSERT_EQ(S_OK, codec_->GetLevel(1, &level));
-    EXPECT_GT(level, fast) << "mode 1 is the stronger one";
-    for (ULONG bad : {0u, 10u})
-        EXPECT_EQ(E_INVALIDARG, codec_->SetLevel(1, bad));
+TEST_F(Codec, LevelsArePerModeAndPerObject) {
+    ULONG fast = kSentinel, strong = kSentinel, level = kSentinel;
+    ASSERT_EQ(S_OK, codec_->GetLevel(2, &fast));
+    ASSERT_EQ(S_OK, codec_->GetLevel(1, &strong));
+    EXPECT_GT(strong, fast);
+    EXPECT_EQ(E_INVALIDARG, codec_->SetLevel(1, 0));
+    EXPECT_EQ(E_INVALIDARG, codec_->SetLevel(1, 10));
     EXPECT_EQ(E_INVALIDARG, codec_->SetLevel(3, 5));
     EXPECT_EQ(E_INVALIDARG, codec_->GetLevel(0, &level));
-
+    // A level change replaces the mode's deflate stream between blocks.
     const Bytes src = MakePayload(Content::Text, 800, 100, 6);
     for (ULONG l = 1; l <= 9; ++l) {
         ASSERT_EQ(S_OK, codec_->SetLevel(2, l));
@@ -349,69 +317,138 @@ TEST_F(CodecTest, LevelsArePerModeAndPerObject) {
 }
 
 // Vantrel's callers reach Compress and Decompress by their vtable position, not by name.
-TEST_F(CodecTest, CompressAndDecompressAreSlots11And12) {
+TEST_F(Codec, CompressAndDecompressAreSlots11And12) {
     using CompressFn =
         HRESULT(STDMETHODCALLTYPE*)(IScreenCodec*, const void*, ULONG, void*, ULONG*, ULONG);
     using DecompressFn =
         HRESULT(STDMETHODCALLTYPE*)(IScreenCodec*, const void*, ULONG, void*, ULONG*);
     void** vtable = *reinterpret_cast<void***>(codec_.Get());
-    auto compress = reinterpret_cast<CompressFn>(vtable[10]);
-    auto decompress = reinterpret_cast<DecompressFn>(vtable[11]);
-    const Bytes src = MakePayload(Content::Flat, 640, 40, 2);
-    Bytes block(kFramePayloadCapacity), restored(kBufferSize);
-    ULONG cb = kFramePayloadCapacity;
-    ASSERT_EQ(S_OK, compress(codec_.Get(), src.data(), static_cast<ULONG>(src.size()), block.data(),
-                             &cb, 2));
-    ULONG out = kBufferSize;
-    ASSERT_EQ(S_OK, decompress(codec_.Get(), block.data(), cb, restored.data(), &out));
-    ASSERT_EQ(src.size(), out);
-    EXPECT_TRUE(std::equal(src.begin(), src.end(), restored.begin()));
+    const Bytes src = MakePayload(Content::Text, 640, 40, 2);
+    Bytes block(kPacketCapacity), restored(kBufferSize);
+    ULONG cb = kPacketCapacity, out = kBufferSize;
+    ASSERT_EQ(S_OK, reinterpret_cast<CompressFn>(vtable[10])(codec_.Get(), src.data(), Size(src),
+                                                             block.data(), &cb, 2));
+    ASSERT_EQ(S_OK, reinterpret_cast<DecompressFn>(vtable[11])(codec_.Get(), block.data(), cb,
+                                                               restored.data(), &out));
+    restored.resize(out);
+    EXPECT_TRUE(restored == src);
 }
 
-struct Worker {
-    unsigned seed;
-    volatile LONG* failures;
+// Objects share no state: four at work at once, each made and used on a thread of its own.
+TEST_F(Codec, ObjectsOnSeveralThreadsWorkAtOnce) {
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < 4; ++t) {
+        threads.emplace_back([this, t] {
+            ASSERT_HRESULT_SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+            vantrel::ComPtr<IScreenCodec> codec;
+            EXPECT_HRESULT_SUCCEEDED(CoCreateInstance(CLSID_ScreenCodec, nullptr,
+                                                      CLSCTX_INPROC_SERVER, IID_IScreenCodec,
+                                                      codec.PutVoid()));
+            for (unsigned i = 0; codec && i < 6; ++i)
+                ExpectRoundTrip(
+                    MakePayload(i % 2 ? Content::Photo : Content::Text, 640, 40 + i, 100 * t + i),
+                    1 + i % 2, codec.Get());
+            codec.Reset();
+            CoUninitialize();
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+// The DLL's own exports, called the way regsvr32 and COM call them. The DLL is left registered,
+// as the harness registered it.
+
+// The default (name null) or named string value of a key under HKEY_CLASSES_ROOT.
+std::string Value(const std::string& key, const char* name = nullptr) {
+    char buf[MAX_PATH] = {};
+    DWORD cb = sizeof buf;
+    if (RegGetValueA(HKEY_CLASSES_ROOT, key.c_str(), name, RRF_RT_REG_SZ, nullptr, buf, &cb) !=
+        ERROR_SUCCESS)
+        return "<missing>";
+    return buf;
+}
+
+class Dll : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(module_);
+        ASSERT_HRESULT_SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
+    }
+    void TearDown() override {
+        EXPECT_EQ(S_OK, Call("DllRegisterServer"));
+        CoUninitialize();
+        FreeLibrary(module_);
+    }
+    template <typename F = HRESULT(STDAPICALLTYPE*)()>
+    F Export(const char* name) {
+        const F f = reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(module_, name)));
+        EXPECT_TRUE(f) << name;
+        return f;
+    }
+    HRESULT Call(const char* name) {
+        const auto f = Export(name);
+        return f ? f() : E_FAIL;
+    }
+
+    HMODULE module_ = LoadLibraryA("ScreenCodec.dll");
 };
 
-DWORD WINAPI RoundTripsOnOwnObject(void* arg) {
-    const Worker* w = static_cast<Worker*>(arg);
-    if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
-        return InterlockedIncrement(w->failures);
-    {
-        vantrel::ComPtr<IScreenCodec> codec;
-        if (FAILED(CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER,
-                                    IID_IScreenCodec, codec.PutVoid())))
-            InterlockedIncrement(w->failures);
-        Bytes block(kFramePayloadCapacity), restored(kBufferSize);
-        for (int i = 0; codec && i < 6; ++i) {
-            const Bytes src =
-                MakePayload(i % 2 ? Content::Photo : Content::Text, 640, 40 + i, w->seed + i);
-            ULONG cb = kFramePayloadCapacity, out = kBufferSize;
-            const ULONG mode = 1 + i % 2;
-            if (codec->Compress(src.data(), static_cast<ULONG>(src.size()), block.data(), &cb,
-                                mode) != S_OK ||
-                codec->Decompress(block.data(), cb, restored.data(), &out) != S_OK ||
-                out != src.size() || !std::equal(src.begin(), src.end(), restored.begin()))
-                InterlockedIncrement(w->failures);
-        }
+TEST_F(Dll, RegisterWritesTheClassKeysAndUnregisterRemovesThem) {
+    char guid[40];
+    vantrel::GuidToRegistryString(CLSID_ScreenCodec, guid, sizeof guid);
+    const std::string clsid = std::string("CLSID\\") + guid;
+    const char* progIds[] = {"Vantrel.ScreenCodec", "Vantrel.ScreenCodec.1"};
+    vantrel::ComPtr<IScreenCodec> codec;
+
+    ASSERT_EQ(S_OK, Call("DllUnregisterServer"));
+    EXPECT_EQ(S_OK, Call("DllUnregisterServer"));  // harmless twice
+    for (const std::string& key : {clsid, std::string(progIds[0]), std::string(progIds[1])}) {
+        vantrel::UniqueHkey k;
+        EXPECT_NE(ERROR_SUCCESS,
+                  RegOpenKeyExA(HKEY_CLASSES_ROOT, key.c_str(), 0, KEY_READ, k.put()))
+            << key;
     }
-    CoUninitialize();
-    return 0;
+    EXPECT_EQ(REGDB_E_CLASSNOTREG,
+              CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER, IID_IScreenCodec,
+                               codec.PutVoid()));
+
+    ASSERT_EQ(S_OK, Call("DllRegisterServer"));
+    EXPECT_EQ("ScreenCodec Class", Value(clsid));
+    EXPECT_EQ(progIds[1], Value(clsid + "\\ProgID"));
+    EXPECT_EQ(progIds[0], Value(clsid + "\\VersionIndependentProgID"));
+    EXPECT_EQ("both", Value(clsid + "\\InprocServer32", "ThreadingModel"));
+    char path[MAX_PATH];
+    ASSERT_NE(0u, GetModuleFileNameA(module_, path, MAX_PATH));
+    EXPECT_EQ(0, lstrcmpiA(path, Value(clsid + "\\InprocServer32").c_str()));
+    for (const char* progId : progIds) {
+        EXPECT_EQ("ScreenCodec Class", Value(progId));
+        wchar_t wide[64];
+        MultiByteToWideChar(CP_ACP, 0, progId, -1, wide, 64);
+        CLSID fromProgId{};
+        ASSERT_EQ(S_OK, CLSIDFromProgID(wide, &fromProgId)) << progId;
+        EXPECT_TRUE(IsEqualCLSID(CLSID_ScreenCodec, fromProgId)) << progId;
+    }
+    EXPECT_EQ(S_OK, CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER,
+                                     IID_IScreenCodec, codec.PutVoid()));
 }
 
-TEST_F(CodecTest, ObjectsOnSeveralThreadsWorkAtOnce) {
-    volatile LONG failures = 0;
-    Worker workers[4];
-    vantrel::UniqueThread threads[4];
-    HANDLE handles[4];
-    for (int i = 0; i < 4; ++i) {
-        workers[i] = {static_cast<unsigned>(100 * i), &failures};
-        threads[i].reset(CreateThread(nullptr, 0, RoundTripsOnOwnObject, &workers[i], 0, nullptr));
-        ASSERT_TRUE(threads[i]);
-        handles[i] = threads[i].get();
-    }
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForMultipleObjects(4, handles, TRUE, 100000));
-    EXPECT_EQ(0, failures);
+TEST_F(Dll, ObjectsKeepTheModuleLoaded) {
+    const auto getClassObject =
+        Export<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**)>("DllGetClassObject");
+    ASSERT_TRUE(getClassObject);
+    EXPECT_EQ(S_OK, Call("DllCanUnloadNow"));
+    vantrel::ComPtr<IClassFactory> factory;
+    ASSERT_EQ(S_OK, getClassObject(CLSID_ScreenCodec, IID_IClassFactory, factory.PutVoid()));
+    EXPECT_EQ(S_FALSE, Call("DllCanUnloadNow"));
+    vantrel::ComPtr<IScreenCodec> codec;
+    ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IScreenCodec, codec.PutVoid()));
+    factory.Reset();
+    EXPECT_EQ(S_FALSE, Call("DllCanUnloadNow"));
+    codec.Reset();
+    EXPECT_EQ(S_OK, Call("DllCanUnloadNow"));
+    EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE,
+              getClassObject(IID_IScreenCodec, IID_IClassFactory, factory.PutVoid()));
 }
 
 }  // namespace
