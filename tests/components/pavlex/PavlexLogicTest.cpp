@@ -1,22 +1,32 @@
-// Fitting pointer shapes into records, the records as a receiver parses them, and how cursor
-// changes merge between fetches. Synthetic shapes, no screen.
+// The change detector's pure logic on synthetic data, without the screen: tile comparison,
+// rectangle merging, the grab rate, fitting pointer shapes into records and how cursor changes
+// merge between fetches.
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "CaptureSession.h"
 #include "CursorChanges.h"
 #include "CursorRecord.h"
 #include "CursorShape.h"
+#include "RectMerger.h"
+#include "TileMap.h"
 #include "stream/Packet.h"
 
 using namespace vantrel;
 using namespace vantrel::pavlex;
 
 namespace {
+
+FrameView View(const std::vector<std::uint32_t>& pixels, int width, int height) {
+    return FrameView{reinterpret_cast<const std::uint8_t*>(pixels.data()), width, height,
+                     width * 4};
+}
 
 // A source of width x height, all transparent (AND 1, XOR 0).
 CursorShape::Source Transparent(int width, int height, bool monochrome) {
@@ -67,6 +77,110 @@ CursorShape Fit(const CursorShape::Source& source) {
 }
 
 }  // namespace
+
+TEST(TileMap, OneChangedPixelMarksExactlyItsTile) {
+    // Corners, tile edges, the alpha byte alone, and the partial last column and row of a screen
+    // whose size is not a multiple of the tile size.
+    const struct {
+        int width, height, x, y;
+        std::uint32_t value;
+    } cases[] = {{1024, 768, 0, 0, 1},      {1024, 768, 15, 15, 1},
+                 {1024, 768, 16, 16, 1},    {1024, 768, 1023, 767, 0xFF102030},
+                 {1366, 770, 1365, 769, 1}, {1366, 770, 1360, 3, 1}};
+    for (const auto& c : cases) {
+        std::vector<std::uint32_t> before(static_cast<size_t>(c.width) * c.height, 0x00102030);
+        std::vector<std::uint32_t> after = before;
+        TileMap map(c.width, c.height, 16);
+        map.markChanges(View(before, c.width, c.height), View(after, c.width, c.height));
+        EXPECT_FALSE(map.any());
+        after[static_cast<size_t>(c.y) * c.width + c.x] = c.value;
+        map.markChanges(View(before, c.width, c.height), View(after, c.width, c.height));
+        EXPECT_EQ(1, map.dirtyCount()) << c.x << "," << c.y;
+        EXPECT_TRUE(map.dirty(c.x / 16, c.y / 16)) << c.x << "," << c.y;
+    }
+}
+
+TEST(RectMerger, MergesRunsAlongRowsAndEqualRunsBelow) {
+    const struct {
+        std::vector<const char*> picture;
+        std::vector<RECT> expected;  // tiles of 10 pixels
+    } cases[] = {
+        {{"....", "...."}, {}},
+        {{".###", "...."}, {{10, 0, 40, 10}}},
+        {{".##.", ".##.", ".##."}, {{10, 0, 30, 30}}},
+        {{"#...", "#...", "###."}, {{0, 0, 10, 20}, {0, 20, 30, 30}}},
+        {{"#.##", "#.##"}, {{0, 0, 10, 20}, {20, 0, 40, 20}}},
+        {{"#...", "....", "#..."}, {{0, 0, 10, 10}, {0, 20, 10, 30}}},
+    };
+    for (const auto& c : cases) {
+        const int columns = static_cast<int>(std::strlen(c.picture[0]));
+        TileMap map(columns * 10, static_cast<int>(c.picture.size()) * 10, 10);
+        for (int r = 0; r < map.rows(); ++r) {
+            for (int column = 0; column < columns; ++column) {
+                if (c.picture[r][column] == '#')
+                    map.mark(column, r);
+            }
+        }
+        const std::vector<RECT> rects = RectMerger::merge(map, 513);
+        ASSERT_EQ(c.expected.size(), rects.size()) << c.picture[0];
+        for (size_t i = 0; i < rects.size(); ++i)
+            EXPECT_TRUE(EqualRect(&c.expected[i], &rects[i])) << c.picture[0] << " #" << i;
+    }
+}
+
+TEST(RectMerger, RectanglesStayOnTheScreenWithinTheLimitAndCoverEveryTile) {
+    // 16-pixel tiles on a screen whose size is not a multiple of them: a checkerboard (one
+    // coarsening makes it one rectangle) and a diagonal (each coarsening only halves it).
+    const RECT screen{0, 0, 1366, 770};
+    for (bool diagonal : {false, true}) {
+        TileMap map(screen.right, screen.bottom, 16);
+        for (int r = 0; r < map.rows(); ++r) {
+            for (int c = 0; c < map.columns(); ++c) {
+                if (diagonal ? c == r : (c + r) % 2 == 0)
+                    map.mark(c, r);
+            }
+        }
+        for (size_t limit : {513, 7, 1}) {
+            const std::vector<RECT> rects = RectMerger::merge(map, limit);
+            EXPECT_LE(rects.size(), limit);
+            for (const RECT& rc : rects) {
+                RECT clipped;
+                EXPECT_TRUE(IntersectRect(&clipped, &rc, &screen) && EqualRect(&clipped, &rc));
+            }
+            // Both corners of every dirty tile, the partial ones clipped to the screen.
+            for (int r = 0; r < map.rows(); ++r) {
+                for (int c = 0; c < map.columns(); ++c) {
+                    if (!map.dirty(c, r))
+                        continue;
+                    for (POINT p : {POINT{c * 16, r * 16},
+                                    POINT{std::min(c * 16 + 15, 1365), std::min(r * 16 + 15, 769)}})
+                        ASSERT_TRUE(std::any_of(rects.begin(), rects.end(),
+                                                [&](const RECT& rc) { return PtInRect(&rc, p); }))
+                            << p.x << "," << p.y << " limit " << limit;
+                }
+            }
+        }
+    }
+}
+
+TEST(GrabRate, RegistryValueSetsTheIntervalWithinLimits) {
+    const char* path = "Software\\Vantrel\\Pavlex";
+    RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
+    EXPECT_EQ(33u, CaptureSession::ReadGrabInterval());
+    HKEY key = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_WRITE,
+                                             nullptr, &key, nullptr));
+    const DWORD cases[][2] = {{5, 200}, {100, 10}, {5000, 10}, {0, 33}};  // rate, interval
+    for (const auto& c : cases) {
+        RegSetValueExA(key, "GrabsPerSecond", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&c[0]),
+                       sizeof c[0]);
+        EXPECT_EQ(c[1], CaptureSession::ReadGrabInterval()) << c[0];
+    }
+    RegSetValueExA(key, "GrabsPerSecond", 0, REG_SZ, reinterpret_cast<const BYTE*>("5"), 2);
+    EXPECT_EQ(33u, CaptureSession::ReadGrabInterval());
+    RegCloseKey(key);
+    RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
+}
 
 TEST(CursorShape, ShapesUpTo32KeepEveryPixelAndNarrowOnesArePaddedTransparent) {
     CursorShape::Source mono = Transparent(32, 32, true);
@@ -149,11 +263,9 @@ TEST(CursorChanges, ChangesBetweenFetchesMergeIntoOneRecordTheReceiverParses) {
     EXPECT_EQ(3u, view.record.flags);
     EXPECT_EQ(-12, view.record.x);
     EXPECT_EQ(13, view.record.y);
-    EXPECT_EQ(std::vector<std::uint8_t>(view.andMask, view.xorBits + view.xorBitsSize), [&] {
-        std::vector<std::uint8_t> v = shapeA.andMask();
-        v.insert(v.end(), shapeA.xorBits().begin(), shapeA.xorBits().end());
-        return v;
-    }());
+    std::vector<std::uint8_t> masks = shapeA.andMask();
+    masks.insert(masks.end(), shapeA.xorBits().begin(), shapeA.xorBits().end());
+    EXPECT_EQ(masks, std::vector<std::uint8_t>(view.andMask, view.xorBits + view.xorBitsSize));
     record[0] = 0;  // the capture edits the record in place
     EXPECT_FALSE(changes.take(&record));
 
