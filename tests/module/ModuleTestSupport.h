@@ -1,11 +1,12 @@
-// What the module tests share: the served classes as a host sees them, the DLL loaded next to
-// the test program (the file the test prefix has registered), and an apartment per test.
+// What the module tests share: the served classes as a host sees them, the DLL's exports and an
+// apartment per test.
 #pragma once
 
 #include <windows.h>
 #include <objbase.h>
 
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -17,98 +18,79 @@ namespace vantrel::test {
 // 0xdeadbeef in out parameters shows whether a call left them untouched.
 inline void* const kSentinel = reinterpret_cast<void*>(static_cast<uintptr_t>(0xdeadbeef));
 
+// Every interface of the type library.
+inline const IID* const kLibraryInterfaces[] = {
+    &IID_IDataTransmitter, &IID_IDesktopCapture,  &IID_IDesktopRecorder,
+    &IID_IDesktopCaster,   &IID_IDesktopReceiver, &IID_IDesktopRender,
+    &IID_IDesktopReader,   &IID_IFrameBuffer,     &IID_IDesktopIPCServer,
+};
+
 struct ServedClass {
     const CLSID* clsid;
     const char* name;
-    const char* threadingModel;
     std::vector<const IID*> interfaces;  // what QueryInterface answers, identity first
 };
 
-inline const std::vector<ServedClass>& ServedClasses() {
-    static const std::vector<ServedClass> classes = {
-        {&CLSID_DesktopCapture, "DesktopCapture", "both", {&IID_IDesktopCapture}},
-        {&CLSID_DesktopRecorder,
-         "DesktopRecorder",
-         "both",
-         {&IID_IDesktopRecorder, &IID_IDataTransmitter}},
-        {&CLSID_DesktopCaster,
-         "DesktopCaster",
-         "both",
-         {&IID_IDesktopCaster, &IID_IDataTransmitter}},
-        {&CLSID_DesktopReceiver, "DesktopReceiver", "both", {&IID_IDesktopReceiver}},
-        {&CLSID_DesktopRender,
-         "DesktopRender",
-         "Apartment",
-         {&IID_IDesktopRender, &IID_IDataTransmitter, &IID_IFrameBuffer}},
-        {&CLSID_DesktopReader, "DesktopReader", "both", {&IID_IDesktopReader}},
-        {&CLSID_DesktopIPCServer,
-         "DesktopIPCServer",
-         "both",
-         {&IID_IDataTransmitter, &IID_IDesktopIPCServer}},
-        {&CLSID_DesktopIPCRender,
-         "DesktopIPCRender",
-         "both",
-         {&IID_IDataTransmitter, &IID_IDesktopRender, &IID_IFrameBuffer}},
-    };
-    return classes;
+template <typename... Iid>
+ServedClass Served(const char* name, const CLSID& clsid, const Iid&... interfaces) {
+    return {&clsid, name, {&interfaces...}};
 }
 
-// Vantrel.dll as COM loads it: the same module, kept loaded for the whole test process so that
-// its exports can be called directly.
-class VantrelDll {
-  public:
-    static VantrelDll& Get() {
-        static VantrelDll dll;
-        return dll;
-    }
-    HMODULE module() const { return module_; }
-    bool complete() const {
-        return getClassObject_ && canUnloadNow_ && registerServer_ && unregisterServer_;
-    }
-    const std::string& path() const { return path_; }
-
-    HRESULT GetClassObject(REFCLSID clsid, REFIID riid, void** ppv) const {
-        return getClassObject_(clsid, riid, ppv);
-    }
-    HRESULT CanUnloadNow() const { return canUnloadNow_(); }
-    HRESULT RegisterServer() const { return registerServer_(); }
-    HRESULT UnregisterServer() const { return unregisterServer_(); }
-
-  private:
-    VantrelDll() {
-        char exe[MAX_PATH];
-        GetModuleFileNameA(nullptr, exe, MAX_PATH);
-        std::string dir(exe);
-        path_ = dir.substr(0, dir.find_last_of('\\') + 1) + "Vantrel.dll";
-        module_ = LoadLibraryA(path_.c_str());
-        if (!module_)
-            return;
-        getClassObject_ = reinterpret_cast<decltype(getClassObject_)>(
-            reinterpret_cast<void*>(GetProcAddress(module_, "DllGetClassObject")));
-        canUnloadNow_ = reinterpret_cast<decltype(canUnloadNow_)>(
-            reinterpret_cast<void*>(GetProcAddress(module_, "DllCanUnloadNow")));
-        registerServer_ = reinterpret_cast<decltype(registerServer_)>(
-            reinterpret_cast<void*>(GetProcAddress(module_, "DllRegisterServer")));
-        unregisterServer_ = reinterpret_cast<decltype(unregisterServer_)>(
-            reinterpret_cast<void*>(GetProcAddress(module_, "DllUnregisterServer")));
-    }
-
-    std::string path_;
-    HMODULE module_ = nullptr;
-    HRESULT(STDAPICALLTYPE* getClassObject_)(REFCLSID, REFIID, void**) = nullptr;
-    HRESULT(STDAPICALLTYPE* canUnloadNow_)() = nullptr;
-    HRESULT(STDAPICALLTYPE* registerServer_)() = nullptr;
-    HRESULT(STDAPICALLTYPE* unregisterServer_)() = nullptr;
+inline const std::vector<ServedClass> kServedClasses = {
+    Served("DesktopCapture", CLSID_DesktopCapture, IID_IDesktopCapture),
+    Served("DesktopRecorder", CLSID_DesktopRecorder, IID_IDesktopRecorder, IID_IDataTransmitter),
+    Served("DesktopCaster", CLSID_DesktopCaster, IID_IDesktopCaster, IID_IDataTransmitter),
+    Served("DesktopReceiver", CLSID_DesktopReceiver, IID_IDesktopReceiver),
+    Served("DesktopRender", CLSID_DesktopRender, IID_IDesktopRender, IID_IDataTransmitter,
+           IID_IFrameBuffer),
+    Served("DesktopReader", CLSID_DesktopReader, IID_IDesktopReader),
+    Served("DesktopIPCServer", CLSID_DesktopIPCServer, IID_IDataTransmitter, IID_IDesktopIPCServer),
+    Served("DesktopIPCRender", CLSID_DesktopIPCRender, IID_IDataTransmitter, IID_IDesktopRender,
+           IID_IFrameBuffer),
 };
 
-// Each test runs in a single-threaded apartment, as a host's UI thread does: the render class
-// is apartment-threaded and its interfaces have no proxies.
+// The Vantrel.dll next to the test program, the file the test prefix registered: COM finds this
+// same loaded module, so the exports see the module state COM's objects change.
+struct VantrelDll {
+    std::string path;
+    HMODULE module = nullptr;
+    HRESULT(STDAPICALLTYPE* getClassObject)(REFCLSID, REFIID, void**) = nullptr;
+    HRESULT(STDAPICALLTYPE* canUnloadNow)() = nullptr;
+    HRESULT(STDAPICALLTYPE* registerServer)() = nullptr;
+    HRESULT(STDAPICALLTYPE* unregisterServer)() = nullptr;
+};
+
+inline const VantrelDll& Dll() {
+    static const VantrelDll dll = [] {
+        VantrelDll d;
+        char exe[MAX_PATH];
+        GetModuleFileNameA(nullptr, exe, MAX_PATH);
+        d.path = exe;
+        d.path = d.path.substr(0, d.path.find_last_of('\\') + 1) + "Vantrel.dll";
+        d.module = LoadLibraryA(d.path.c_str());
+        auto bind = [&](auto& function, const char* name) {
+            function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(
+                reinterpret_cast<void*>(GetProcAddress(d.module, name)));
+        };
+        bind(d.getClassObject, "DllGetClassObject");
+        bind(d.canUnloadNow, "DllCanUnloadNow");
+        bind(d.registerServer, "DllRegisterServer");
+        bind(d.unregisterServer, "DllUnregisterServer");
+        return d;
+    }();
+    return dll;
+}
+
+// A single-threaded apartment, as a host's UI thread: the render class is apartment-threaded
+// and its interfaces have no proxies.
 class ComTest : public testing::Test {
   protected:
     void SetUp() override {
         ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
-        const VantrelDll& dll = VantrelDll::Get();
-        ASSERT_TRUE(dll.complete()) << dll.path();
+        const VantrelDll& dll = Dll();
+        ASSERT_TRUE(dll.getClassObject && dll.canUnloadNow && dll.registerServer &&
+                    dll.unregisterServer)
+            << dll.path;
     }
     void TearDown() override { CoUninitialize(); }
 };
