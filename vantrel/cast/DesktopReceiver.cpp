@@ -26,12 +26,12 @@ HRESULT DesktopReceiver::Stop() noexcept {
     return E_NOTIMPL;  // needs the receive queue, the coder and the multicast receiver
 }
 
-HRESULT DesktopReceiver::RegisterDataTransmitter(IDataTransmitter*) noexcept {
-    return E_NOTIMPL;  // needs the sink table
+HRESULT DesktopReceiver::RegisterDataTransmitter(IDataTransmitter* pDataTransmitter) noexcept {
+    return sinks_.RegisterDataTransmitter(pDataTransmitter);
 }
 
-HRESULT DesktopReceiver::UnregisterDataTransmitter(IDataTransmitter*) noexcept {
-    return E_NOTIMPL;  // needs the sink table
+HRESULT DesktopReceiver::UnregisterDataTransmitter(IDataTransmitter* pDataTransmitter) noexcept {
+    return sinks_.UnregisterDataTransmitter(pDataTransmitter);
 }
 
 // A later JoinSession clears the filter again.

@@ -8,6 +8,7 @@
 
 #include "Vantrel.h"
 #include "platform/ComObjectRoot.h"
+#include "stream/SinkTable.h"
 
 namespace vantrel {
 
@@ -35,6 +36,7 @@ class DesktopReceiver final : public ComObjectRoot, public IDesktopReceiver {
 
     // 0 accepts every source. Written by the host's thread, read by the transport's.
     std::atomic<DWORD> sourceFilter_{0};
+    SinkTable sinks_;
 };
 
 }  // namespace vantrel

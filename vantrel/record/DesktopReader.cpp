@@ -68,12 +68,12 @@ HRESULT DesktopReader::SetCurrentPosition(unsigned long) noexcept {
     return E_FAIL;
 }
 
-HRESULT DesktopReader::RegisterDataTransmitter(IDataTransmitter*) noexcept {
-    return E_NOTIMPL;  // needs the sink table
+HRESULT DesktopReader::RegisterDataTransmitter(IDataTransmitter* pDataTransmitter) noexcept {
+    return sinks_.RegisterDataTransmitter(pDataTransmitter);
 }
 
-HRESULT DesktopReader::UnregisterDataTransmitter(IDataTransmitter*) noexcept {
-    return E_NOTIMPL;  // needs the sink table
+HRESULT DesktopReader::UnregisterDataTransmitter(IDataTransmitter* pDataTransmitter) noexcept {
+    return sinks_.UnregisterDataTransmitter(pDataTransmitter);
 }
 
 HRESULT DesktopReader::SetIdleFlushTimeout(unsigned long dwTimeout) noexcept {

@@ -10,6 +10,7 @@
 #include "Vantrel.h"
 #include "platform/ComObjectRoot.h"
 #include "platform/UniqueHandle.h"
+#include "stream/SinkTable.h"
 
 namespace vantrel {
 
@@ -62,6 +63,7 @@ class DesktopReader final : public ComObjectRoot, public IDesktopReader {
     UINT uNotifyMsg_ = 0;
     DWORD dwNotifyParam_ = 0;  // stored, not used
     std::atomic<DWORD> idleFlushTimeout_{500};
+    SinkTable sinks_;
 };
 
 }  // namespace vantrel
