@@ -18,9 +18,11 @@ namespace {
 
 int MulticastSend(const char* group, int port, const char* text) {
     WSADATA wsa;
-    if (WSAStartup(MAKEWORD(2, 2), &wsa) != 0) return 10;
+    if (WSAStartup(MAKEWORD(2, 2), &wsa) != 0)
+        return 10;
     SOCKET s = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
-    if (s == INVALID_SOCKET) return 11;
+    if (s == INVALID_SOCKET)
+        return 11;
     in_addr local{};
     local.s_addr = inet_addr("127.0.0.1");
     setsockopt(s, IPPROTO_IP, IP_MULTICAST_IF, reinterpret_cast<const char*>(&local), sizeof local);
@@ -45,11 +47,14 @@ int MulticastSend(const char* group, int port, const char* text) {
 
 int IpcReply(const std::string& name) {
     vantrel::UniqueMapping section = vantrel::TryOpenNamedSection(name.c_str());
-    if (!section) return 20;
+    if (!section)
+        return 20;
     vantrel::UniqueViewOfFile view = vantrel::MapWholeSection(section.get());
-    if (!view) return 21;
+    if (!view)
+        return 21;
     vantrel::UniqueEvent done = vantrel::TryOpenNamedEvent((name + ".Done").c_str());
-    if (!done) return 22;
+    if (!done)
+        return 22;
     char* text = static_cast<char*>(view.get());
     strcat(text, " seen");
     return SetEvent(done.get()) ? 0 : 23;
@@ -58,8 +63,11 @@ int IpcReply(const std::string& name) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 5 && !strcmp(argv[1], "mcast-send")) return MulticastSend(argv[2], atoi(argv[3]), argv[4]);
-    if (argc == 3 && !strcmp(argv[1], "ipc-reply")) return IpcReply(argv[2]);
-    std::fprintf(stderr, "usage: harness_peer mcast-send <group> <port> <text> | ipc-reply <name>\n");
+    if (argc == 5 && !strcmp(argv[1], "mcast-send"))
+        return MulticastSend(argv[2], atoi(argv[3]), argv[4]);
+    if (argc == 3 && !strcmp(argv[1], "ipc-reply"))
+        return IpcReply(argv[2]);
+    std::fprintf(stderr,
+                 "usage: harness_peer mcast-send <group> <port> <text> | ipc-reply <name>\n");
     return 2;
 }

@@ -36,7 +36,8 @@ UniqueHandle StartPeer(const std::string& args) {
 }
 
 DWORD WaitExit(HANDLE process) {
-    if (WaitForSingleObject(process, 20000) != WAIT_OBJECT_0) return 0xFFFFFFFF;
+    if (WaitForSingleObject(process, 20000) != WAIT_OBJECT_0)
+        return 0xFFFFFFFF;
     DWORD code = 0;
     GetExitCodeProcess(process, &code);
     return code;
@@ -81,8 +82,9 @@ TEST(Display, PaintedWindowIsSeenByScreenGrab) {
     wc.hInstance = GetModuleHandleA(nullptr);
     wc.lpszClassName = "VantrelHarnessPaint";
     ASSERT_TRUE(RegisterClassA(&wc));
-    UniqueHwnd window(CreateWindowExA(WS_EX_TOPMOST, wc.lpszClassName, "harness", WS_POPUP | WS_VISIBLE,
-                                      120, 90, 200, 150, nullptr, nullptr, wc.hInstance, nullptr));
+    UniqueHwnd window(CreateWindowExA(WS_EX_TOPMOST, wc.lpszClassName, "harness",
+                                      WS_POPUP | WS_VISIBLE, 120, 90, 200, 150, nullptr, nullptr,
+                                      wc.hInstance, nullptr));
     ASSERT_TRUE(window);
     UpdateWindow(window.get());
 
@@ -122,7 +124,8 @@ TEST(Network, MulticastDatagramCrossesProcesses) {
     DWORD timeout = 5000;
     setsockopt(s, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&timeout), sizeof timeout);
 
-    UniqueHandle peer = StartPeer("mcast-send 239.255.42.7 " + std::to_string(port) + " hello-class");
+    UniqueHandle peer =
+        StartPeer("mcast-send 239.255.42.7 " + std::to_string(port) + " hello-class");
     ASSERT_TRUE(peer);
     char buf[64] = {};
     sockaddr_in from{};

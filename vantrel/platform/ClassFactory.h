@@ -15,7 +15,7 @@ namespace vantrel {
 using CreatorFunction = HRESULT (*)(IUnknown* outer, REFIID riid, void** ppv);
 
 class ClassFactory final : public IClassFactory {
-public:
+  public:
     explicit ClassFactory(CreatorFunction create) noexcept : create_(create) {}
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override;
@@ -25,7 +25,7 @@ public:
                                              void** ppv) noexcept override;
     HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) noexcept override;
 
-private:
+  private:
     ~ClassFactory() = default;
 
     CreatorFunction create_;
@@ -38,7 +38,7 @@ struct ClassTableEntry {
 };
 
 class ClassTable {
-public:
+  public:
     // entries must outlive the table (a static array).
     ClassTable(const ClassTableEntry* entries, std::size_t count) noexcept;
     ClassTable(const ClassTable&) = delete;
@@ -50,7 +50,7 @@ public:
     // Drops the cached class objects (module unload).
     void ReleaseAll() noexcept;
 
-private:
+  private:
     static constexpr std::size_t kMaxClasses = 16;
 
     const ClassTableEntry* entries_;

@@ -9,21 +9,27 @@ ComObjectRoot::ComObjectRoot(IUnknown* outer) noexcept
     ModuleLock::Increment();
 }
 
-ComObjectRoot::~ComObjectRoot() { ModuleLock::Decrement(); }
+ComObjectRoot::~ComObjectRoot() {
+    ModuleLock::Decrement();
+}
 
 HRESULT ComObjectRoot::Inner::QueryInterface(REFIID riid, void** ppv) noexcept {
-    if (!ppv) return E_POINTER;
+    if (!ppv)
+        return E_POINTER;
     if (owner_->aggregated_ && IsEqualIID(riid, IID_IUnknown)) {
         *ppv = static_cast<IUnknown*>(this);
         AddRef();
         return S_OK;
     }
     const HRESULT hr = owner_->InternalQueryInterface(riid, ppv);
-    if (FAILED(hr)) *ppv = nullptr;
+    if (FAILED(hr))
+        *ppv = nullptr;
     return hr;
 }
 
-ULONG ComObjectRoot::Inner::AddRef() noexcept { return InterlockedIncrement(&refs_); }
+ULONG ComObjectRoot::Inner::AddRef() noexcept {
+    return InterlockedIncrement(&refs_);
+}
 
 ULONG ComObjectRoot::Inner::Release() noexcept {
     const LONG refs = InterlockedDecrement(&refs_);

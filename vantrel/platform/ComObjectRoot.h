@@ -25,7 +25,7 @@
 namespace vantrel {
 
 class ComObjectRoot {
-public:
+  public:
     ComObjectRoot(const ComObjectRoot&) = delete;
     ComObjectRoot& operator=(const ComObjectRoot&) = delete;
 
@@ -35,7 +35,7 @@ public:
     // Second construction step for work that can fail; the object is destroyed if it does.
     virtual HRESULT FinalConstruct() noexcept { return S_OK; }
 
-protected:
+  protected:
     explicit ComObjectRoot(IUnknown* outer) noexcept;
     virtual ~ComObjectRoot();
 
@@ -44,15 +44,15 @@ protected:
     // Where the interfaces' own IUnknown methods go: the aggregator, or inner_.
     IUnknown* const outer_;
 
-private:
+  private:
     class Inner final : public IUnknown {
-    public:
+      public:
         explicit Inner(ComObjectRoot* owner) noexcept : owner_(owner) {}
         HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override;
         ULONG STDMETHODCALLTYPE AddRef() noexcept override;
         ULONG STDMETHODCALLTYPE Release() noexcept override;
 
-    private:
+      private:
         ComObjectRoot* owner_;
         volatile LONG refs_ = 0;
     };
@@ -65,20 +65,24 @@ private:
 // queries it for riid. The creator every class-table row uses.
 template <typename T>
 HRESULT CreateComObject(IUnknown* outer, REFIID riid, void** ppv) noexcept {
-    if (!ppv) return E_POINTER;
+    if (!ppv)
+        return E_POINTER;
     *ppv = nullptr;
-    if (outer && !IsEqualIID(riid, IID_IUnknown)) return CLASS_E_NOAGGREGATION;
+    if (outer && !IsEqualIID(riid, IID_IUnknown))
+        return CLASS_E_NOAGGREGATION;
     T* object = nullptr;
     try {
         object = new (std::nothrow) T(outer);
     } catch (...) {
         object = nullptr;
     }
-    if (!object) return E_OUTOFMEMORY;
+    if (!object)
+        return E_OUTOFMEMORY;
     IUnknown* inner = object->InnerUnknown();
     inner->AddRef();
     HRESULT hr = object->FinalConstruct();
-    if (SUCCEEDED(hr)) hr = inner->QueryInterface(riid, ppv);
+    if (SUCCEEDED(hr))
+        hr = inner->QueryInterface(riid, ppv);
     inner->Release();  // on failure this destroys the object
     return hr;
 }
@@ -86,9 +90,13 @@ HRESULT CreateComObject(IUnknown* outer, REFIID riid, void** ppv) noexcept {
 }  // namespace vantrel
 
 // IUnknown of a class's interfaces: everything goes to the controlling unknown.
-#define VANTREL_COM_IUNKNOWN                                                                   \
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override {      \
-        return outer_->QueryInterface(riid, ppv);                                              \
-    }                                                                                          \
-    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return outer_->AddRef(); }            \
-    ULONG STDMETHODCALLTYPE Release() noexcept override { return outer_->Release(); }
+#define VANTREL_COM_IUNKNOWN                                                              \
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override { \
+        return outer_->QueryInterface(riid, ppv);                                         \
+    }                                                                                     \
+    ULONG STDMETHODCALLTYPE AddRef() noexcept override {                                  \
+        return outer_->AddRef();                                                          \
+    }                                                                                     \
+    ULONG STDMETHODCALLTYPE Release() noexcept override {                                 \
+        return outer_->Release();                                                         \
+    }

@@ -9,12 +9,13 @@ namespace vantrel {
 
 template <typename T>
 class ComPtr {
-public:
+  public:
     ComPtr() noexcept = default;
     ComPtr(std::nullptr_t) noexcept {}
     // Takes a new reference on p.
     explicit ComPtr(T* p) noexcept : p_(p) {
-        if (p_) p_->AddRef();
+        if (p_)
+            p_->AddRef();
     }
     ComPtr(const ComPtr& other) noexcept : ComPtr(other.p_) {}
     ComPtr(ComPtr&& other) noexcept : p_(other.Detach()) {}
@@ -37,7 +38,8 @@ public:
     explicit operator bool() const noexcept { return p_ != nullptr; }
 
     void Reset() noexcept {
-        if (T* p = Detach()) p->Release();
+        if (T* p = Detach())
+            p->Release();
     }
     // Adopts a reference the caller already owns.
     void Attach(T* p) noexcept {
@@ -63,13 +65,15 @@ public:
     }
     // Hands a new reference to a caller's out parameter.
     HRESULT CopyTo(T** out) const noexcept {
-        if (!out) return E_POINTER;
+        if (!out)
+            return E_POINTER;
         *out = p_;
-        if (p_) p_->AddRef();
+        if (p_)
+            p_->AddRef();
         return S_OK;
     }
 
-private:
+  private:
     T* p_ = nullptr;
 };
 

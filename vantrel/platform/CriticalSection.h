@@ -6,7 +6,7 @@
 namespace vantrel {
 
 class CriticalSection {
-public:
+  public:
     CriticalSection() noexcept { InitializeCriticalSection(&cs_); }
     CriticalSection(const CriticalSection&) = delete;
     CriticalSection& operator=(const CriticalSection&) = delete;
@@ -16,7 +16,7 @@ public:
     void unlock() noexcept { LeaveCriticalSection(&cs_); }
     bool try_lock() noexcept { return TryEnterCriticalSection(&cs_) != FALSE; }
 
-private:
+  private:
     CRITICAL_SECTION cs_;
 };
 

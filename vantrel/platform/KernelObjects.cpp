@@ -4,7 +4,8 @@ namespace vantrel {
 namespace {
 void ReportExisting(bool* alreadyExists) noexcept {
     const DWORD err = GetLastError();
-    if (alreadyExists) *alreadyExists = err == ERROR_ALREADY_EXISTS;
+    if (alreadyExists)
+        *alreadyExists = err == ERROR_ALREADY_EXISTS;
 }
 }  // namespace
 

@@ -10,13 +10,13 @@ namespace vantrel {
 
 // Security attributes whose descriptor has a null DACL: any process may open the object.
 class NullDaclSecurity {
-public:
+  public:
     NullDaclSecurity() noexcept;
     NullDaclSecurity(const NullDaclSecurity&) = delete;
     NullDaclSecurity& operator=(const NullDaclSecurity&) = delete;
     SECURITY_ATTRIBUTES* get() noexcept { return ok_ ? &attributes_ : nullptr; }
 
-private:
+  private:
     SECURITY_DESCRIPTOR descriptor_{};
     SECURITY_ATTRIBUTES attributes_{};
     bool ok_ = false;

@@ -7,7 +7,7 @@
 namespace vantrel {
 
 class ModuleLock {
-public:
+  public:
     static void Increment() noexcept;
     static void Decrement() noexcept;
     static LONG Count() noexcept;

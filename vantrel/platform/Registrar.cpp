@@ -15,7 +15,8 @@ LONG SetKeyValue(HKEY parent, const std::string& subkey, const char* valueName,
     UniqueHkey key;
     LONG err = RegCreateKeyExA(parent, subkey.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
                                KEY_WRITE, nullptr, key.put(), nullptr);
-    if (err != ERROR_SUCCESS) return err;
+    if (err != ERROR_SUCCESS)
+        return err;
     return RegSetValueExA(key.get(), valueName, 0, REG_SZ, reinterpret_cast<const BYTE*>(value),
                           static_cast<DWORD>(strlen(value) + 1));
 }
@@ -25,12 +26,16 @@ LONG DeleteTree(HKEY parent, const std::string& subkey) noexcept {
     return err == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : err;
 }
 
-HRESULT FromWin32(LONG err) noexcept { return err == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(err); }
+HRESULT FromWin32(LONG err) noexcept {
+    return err == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(err);
+}
 
 HRESULT WriteProgId(const char* progId, const ClassRegistration& row, const char* clsid) noexcept {
-    if (!progId) return S_OK;
+    if (!progId)
+        return S_OK;
     LONG err = DeleteTree(HKEY_CLASSES_ROOT, progId);
-    if (err == ERROR_SUCCESS) err = SetKeyValue(HKEY_CLASSES_ROOT, progId, nullptr, row.description);
+    if (err == ERROR_SUCCESS)
+        err = SetKeyValue(HKEY_CLASSES_ROOT, progId, nullptr, row.description);
     if (err == ERROR_SUCCESS)
         err = SetKeyValue(HKEY_CLASSES_ROOT, std::string(progId) + "\\CLSID", nullptr, clsid);
     return FromWin32(err);
@@ -55,15 +60,19 @@ HRESULT RegisterComClass(HMODULE module, const ClassRegistration& row) noexcept 
         GuidToRegistryString(*row.clsid, clsid, sizeof clsid);
         char path[MAX_PATH];
         const DWORD n = GetModuleFileNameA(module, path, sizeof path);
-        if (n == 0 || n >= sizeof path) return E_FAIL;
+        if (n == 0 || n >= sizeof path)
+            return E_FAIL;
 
         HRESULT hr = WriteProgId(row.progId, row, clsid);
-        if (SUCCEEDED(hr)) hr = WriteProgId(row.versionIndependentProgId, row, clsid);
-        if (FAILED(hr)) return hr;
+        if (SUCCEEDED(hr))
+            hr = WriteProgId(row.versionIndependentProgId, row, clsid);
+        if (FAILED(hr))
+            return hr;
 
         const std::string key = std::string("CLSID\\") + clsid;
         LONG err = DeleteTree(HKEY_CLASSES_ROOT, key);
-        if (err == ERROR_SUCCESS) err = SetKeyValue(HKEY_CLASSES_ROOT, key, nullptr, row.description);
+        if (err == ERROR_SUCCESS)
+            err = SetKeyValue(HKEY_CLASSES_ROOT, key, nullptr, row.description);
         if (err == ERROR_SUCCESS && row.progId)
             err = SetKeyValue(HKEY_CLASSES_ROOT, key + "\\ProgID", nullptr, row.progId);
         if (err == ERROR_SUCCESS && row.versionIndependentProgId)
@@ -85,7 +94,8 @@ HRESULT UnregisterComClass(const ClassRegistration& row) noexcept {
         char clsid[40];
         GuidToRegistryString(*row.clsid, clsid, sizeof clsid);
         LONG err = DeleteTree(HKEY_CLASSES_ROOT, std::string("CLSID\\") + clsid);
-        if (err == ERROR_SUCCESS && row.progId) err = DeleteTree(HKEY_CLASSES_ROOT, row.progId);
+        if (err == ERROR_SUCCESS && row.progId)
+            err = DeleteTree(HKEY_CLASSES_ROOT, row.progId);
         if (err == ERROR_SUCCESS && row.versionIndependentProgId)
             err = DeleteTree(HKEY_CLASSES_ROOT, row.versionIndependentProgId);
         return FromWin32(err);
@@ -98,7 +108,8 @@ HRESULT RegisterClasses(HMODULE module, const ClassRegistration* rows, std::size
     HRESULT first = S_OK;
     for (std::size_t i = 0; i < count; ++i) {
         const HRESULT hr = RegisterComClass(module, rows[i]);
-        if (FAILED(hr) && SUCCEEDED(first)) first = hr;
+        if (FAILED(hr) && SUCCEEDED(first))
+            first = hr;
     }
     return first;
 }
@@ -107,17 +118,20 @@ HRESULT UnregisterClasses(const ClassRegistration* rows, std::size_t count) noex
     HRESULT first = S_OK;
     for (std::size_t i = 0; i < count; ++i) {
         const HRESULT hr = UnregisterComClass(rows[i]);
-        if (FAILED(hr) && SUCCEEDED(first)) first = hr;
+        if (FAILED(hr) && SUCCEEDED(first))
+            first = hr;
     }
     return first;
 }
 
 HRESULT RegisterModuleTypeLib(HMODULE module) noexcept {
     wchar_t path[MAX_PATH];
-    if (!ModuleFileNameW(module, path, MAX_PATH)) return E_FAIL;
+    if (!ModuleFileNameW(module, path, MAX_PATH))
+        return E_FAIL;
     ITypeLib* typeLib = nullptr;
     HRESULT hr = LoadTypeLibEx(path, REGKIND_NONE, &typeLib);
-    if (FAILED(hr)) return hr;
+    if (FAILED(hr))
+        return hr;
     hr = RegisterTypeLib(typeLib, path, nullptr);
     typeLib->Release();
     return hr;
@@ -125,10 +139,12 @@ HRESULT RegisterModuleTypeLib(HMODULE module) noexcept {
 
 HRESULT UnregisterModuleTypeLib(HMODULE module) noexcept {
     wchar_t path[MAX_PATH];
-    if (!ModuleFileNameW(module, path, MAX_PATH)) return E_FAIL;
+    if (!ModuleFileNameW(module, path, MAX_PATH))
+        return E_FAIL;
     ITypeLib* typeLib = nullptr;
     HRESULT hr = LoadTypeLibEx(path, REGKIND_NONE, &typeLib);
-    if (FAILED(hr)) return hr;
+    if (FAILED(hr))
+        return hr;
     TLIBATTR* attr = nullptr;
     hr = typeLib->GetLibAttr(&attr);
     if (SUCCEEDED(hr)) {

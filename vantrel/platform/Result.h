@@ -3,15 +3,17 @@
 
 #include <windows.h>
 
-#define RETURN_IF_FAILED(expr)                  \
-    do {                                        \
-        const HRESULT hr_ = (expr);             \
-        if (FAILED(hr_)) return hr_;            \
+#define RETURN_IF_FAILED(expr)      \
+    do {                            \
+        const HRESULT hr_ = (expr); \
+        if (FAILED(hr_))            \
+            return hr_;             \
     } while (0)
 
-#define RETURN_HR_IF(hr, cond)                  \
-    do {                                        \
-        if (cond) return (hr);                  \
+#define RETURN_HR_IF(hr, cond) \
+    do {                       \
+        if (cond)              \
+            return (hr);       \
     } while (0)
 
 #define RETURN_HR_IF_NULL(hr, ptr) RETURN_HR_IF(hr, (ptr) == nullptr)
@@ -27,9 +29,10 @@ inline HRESULT HResultFromLastError() noexcept {
 }
 }  // namespace vantrel
 
-#define RETURN_LAST_ERROR_IF(cond)                           \
-    do {                                                     \
-        if (cond) return ::vantrel::HResultFromLastError();  \
+#define RETURN_LAST_ERROR_IF(cond)                    \
+    do {                                              \
+        if (cond)                                     \
+            return ::vantrel::HResultFromLastError(); \
     } while (0)
 
 #define RETURN_LAST_ERROR_IF_NULL(ptr) RETURN_LAST_ERROR_IF((ptr) == nullptr)

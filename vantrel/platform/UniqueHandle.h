@@ -10,7 +10,7 @@ namespace vantrel {
 
 template <typename Traits>
 class UniqueAny {
-public:
+  public:
     using pointer = typename Traits::pointer;
 
     UniqueAny() noexcept = default;
@@ -19,7 +19,8 @@ public:
     UniqueAny& operator=(const UniqueAny&) = delete;
     UniqueAny(UniqueAny&& other) noexcept : value_(other.release()) {}
     UniqueAny& operator=(UniqueAny&& other) noexcept {
-        if (this != &other) reset(other.release());
+        if (this != &other)
+            reset(other.release());
         return *this;
     }
     ~UniqueAny() { reset(); }
@@ -30,7 +31,8 @@ public:
     // Closes what is held and takes ownership of value. Returns false when the close failed.
     bool reset(pointer value = Traits::invalid()) noexcept {
         bool ok = true;
-        if (value_ != Traits::invalid()) ok = Traits::close(value_);
+        if (value_ != Traits::invalid())
+            ok = Traits::close(value_);
         value_ = value;
         return ok;
     }
@@ -45,7 +47,7 @@ public:
         return &value_;
     }
 
-private:
+  private:
     pointer value_ = Traits::invalid();
 };
 
@@ -111,11 +113,13 @@ using UniqueLocal = UniqueAny<detail::LocalMemTraits>;
 
 // A DC borrowed with GetDC, given back with ReleaseDC.
 class WindowDc {
-public:
+  public:
     explicit WindowDc(HWND hwnd) noexcept : hwnd_(hwnd), dc_(GetDC(hwnd)) {}
     WindowDc(const WindowDc&) = delete;
     WindowDc& operator=(const WindowDc&) = delete;
-    WindowDc(WindowDc&& other) noexcept : hwnd_(other.hwnd_), dc_(other.dc_) { other.dc_ = nullptr; }
+    WindowDc(WindowDc&& other) noexcept : hwnd_(other.hwnd_), dc_(other.dc_) {
+        other.dc_ = nullptr;
+    }
     WindowDc& operator=(WindowDc&& other) noexcept {
         if (this != &other) {
             reset();
@@ -129,18 +133,19 @@ public:
     HDC get() const noexcept { return dc_; }
     explicit operator bool() const noexcept { return dc_ != nullptr; }
     void reset() noexcept {
-        if (dc_) ReleaseDC(hwnd_, dc_);
+        if (dc_)
+            ReleaseDC(hwnd_, dc_);
         dc_ = nullptr;
     }
 
-private:
+  private:
     HWND hwnd_;
     HDC dc_;
 };
 
 // BeginPaint/EndPaint for one WM_PAINT.
 class PaintDc {
-public:
+  public:
     explicit PaintDc(HWND hwnd) noexcept : hwnd_(hwnd) { dc_ = BeginPaint(hwnd_, &ps_); }
     PaintDc(const PaintDc&) = delete;
     PaintDc& operator=(const PaintDc&) = delete;
@@ -148,7 +153,7 @@ public:
     HDC get() const noexcept { return dc_; }
     const PAINTSTRUCT& paint() const noexcept { return ps_; }
 
-private:
+  private:
     HWND hwnd_;
     PAINTSTRUCT ps_{};
     HDC dc_;
@@ -157,16 +162,17 @@ private:
 // Selects an object into a DC and puts the previous one back before the selected object can be
 // deleted (declare the guard after the owner of the object).
 class SelectObjectGuard {
-public:
+  public:
     SelectObjectGuard(HDC dc, HGDIOBJ obj) noexcept : dc_(dc), previous_(SelectObject(dc, obj)) {}
     SelectObjectGuard(const SelectObjectGuard&) = delete;
     SelectObjectGuard& operator=(const SelectObjectGuard&) = delete;
     ~SelectObjectGuard() {
-        if (previous_ && previous_ != HGDI_ERROR) SelectObject(dc_, previous_);
+        if (previous_ && previous_ != HGDI_ERROR)
+            SelectObject(dc_, previous_);
     }
     explicit operator bool() const noexcept { return previous_ && previous_ != HGDI_ERROR; }
 
-private:
+  private:
     HDC dc_;
     HGDIOBJ previous_;
 };
