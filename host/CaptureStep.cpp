@@ -56,19 +56,6 @@ std::vector<uint16_t> ScreenAt555(int width, int height) {
     return out;
 }
 
-std::string HResultText(const char* what, HRESULT hr) {
-    char text[32];
-    std::snprintf(text, sizeof text, " (0x%08lX)", static_cast<unsigned long>(hr));
-    return what + std::string(text);
-}
-
-template <typename T>
-HRESULT MakeSink(ComPtr<IDataTransmitter>* sink, T** object) {
-    const HRESULT hr = CreateComObject<T>(nullptr, IID_IDataTransmitter, sink->PutVoid());
-    *object = SUCCEEDED(hr) ? static_cast<T*>(sink->Get()) : nullptr;
-    return hr;
-}
-
 }  // namespace
 
 bool CaptureStep::Run(std::FILE* out, std::string* failure) noexcept {

@@ -19,19 +19,6 @@ double Ratio(const uint64_t raw, const uint64_t sent) {
     return sent ? static_cast<double>(raw) / static_cast<double>(sent) : 0.0;
 }
 
-std::string HResultText(const char* what, HRESULT hr) {
-    char text[32];
-    std::snprintf(text, sizeof text, " (0x%08lX)", static_cast<unsigned long>(hr));
-    return what + std::string(text);
-}
-
-template <typename T>
-HRESULT MakeSink(ComPtr<IDataTransmitter>* sink, T** object) {
-    const HRESULT hr = CreateComObject<T>(nullptr, IID_IDataTransmitter, sink->PutVoid());
-    *object = SUCCEEDED(hr) ? static_cast<T*>(sink->Get()) : nullptr;
-    return hr;
-}
-
 }  // namespace
 
 RoundTripStep::RoundTripStep(IScreenCodec* codec) : codec_(codec) {
