@@ -45,9 +45,7 @@ HRESULT DesktopReader::Stop() noexcept {
 
 HRESULT DesktopReader::SetNotifyWindow(HWND hWndNotify, unsigned int uMsg,
                                        unsigned long dwParam) noexcept {
-    hWndNotify_ = hWndNotify;
-    uNotifyMsg_ = uMsg;
-    dwNotifyParam_ = dwParam;
+    notify_.Set(hWndNotify, uMsg, dwParam);
     return S_OK;
 }
 

@@ -9,6 +9,7 @@
 
 #include "Vantrel.h"
 #include "platform/ComObjectRoot.h"
+#include "platform/NotifyTarget.h"
 #include "platform/UniqueHandle.h"
 #include "stream/SinkTable.h"
 
@@ -59,9 +60,7 @@ class DesktopReader final : public ComObjectRoot, public IDesktopReader {
     std::atomic<bool> playing_{false};
     std::atomic<bool> paused_{false};
     std::atomic<bool> fullScreenRequested_{false};
-    HWND hWndNotify_ = nullptr;
-    UINT uNotifyMsg_ = 0;
-    DWORD dwNotifyParam_ = 0;  // stored, not used
+    NotifyTarget notify_;
     std::atomic<DWORD> idleFlushTimeout_{500};
     SinkTable sinks_;
 };

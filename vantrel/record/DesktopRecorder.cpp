@@ -54,9 +54,7 @@ HRESULT DesktopRecorder::Close() noexcept {
 
 HRESULT DesktopRecorder::SetNotifyWindow(HWND hWndNotify, unsigned int uMsg,
                                          unsigned long dwParam) noexcept {
-    hWndNotify_ = hWndNotify;
-    uNotifyMsg_ = uMsg;
-    dwNotifyParam_ = dwParam;
+    notify_.Set(hWndNotify, uMsg, dwParam);
     return S_OK;
 }
 

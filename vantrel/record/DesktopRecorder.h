@@ -7,6 +7,7 @@
 
 #include "Vantrel.h"
 #include "platform/ComObjectRoot.h"
+#include "platform/NotifyTarget.h"
 #include "platform/CriticalSection.h"
 #include "platform/UniqueHandle.h"
 
@@ -42,9 +43,7 @@ class DesktopRecorder final : public ComObjectRoot,
     // source's thread, everything else on the host's.
     CriticalSection lock_;
     UniqueFile file_;  // closed by the destructor without rewriting the header
-    HWND hWndNotify_ = nullptr;
-    UINT uNotifyMsg_ = 0;
-    DWORD dwNotifyParam_ = 0;  // stored, not used
+    NotifyTarget notify_;
     bool recording_ = false;
     DWORD lastRecordTime_ = 0;
     DWORD duration_ = 0;

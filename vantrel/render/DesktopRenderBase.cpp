@@ -41,9 +41,7 @@ HRESULT DesktopRenderBase::SetParentWindow(HWND hWndParent) noexcept {
 
 HRESULT DesktopRenderBase::SetNotifyWindow(HWND hWndNotify, unsigned int uMsg,
                                            unsigned long dwParam) noexcept {
-    hWndNotify_ = hWndNotify;
-    uNotifyMsg_ = uMsg;
-    dwNotifyParam_ = dwParam;
+    notify_.Set(hWndNotify, uMsg, dwParam);
     return S_OK;
 }
 
@@ -57,7 +55,7 @@ HRESULT DesktopRenderBase::GetParentWindow(HWND* phWndParent) noexcept {
 }
 
 HRESULT DesktopRenderBase::GetNotifyWindow(HWND* phWndNotify) noexcept {
-    return CopyOut(hWndNotify_, phWndNotify);
+    return CopyOut(notify_.Window(), phWndNotify);
 }
 
 HRESULT DesktopRenderBase::GetMessageDrainWindow(HWND* phWndMsgDrain) noexcept {

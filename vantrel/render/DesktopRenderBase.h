@@ -8,6 +8,7 @@
 #include <windows.h>
 
 #include "Vantrel.h"
+#include "platform/NotifyTarget.h"
 
 namespace vantrel {
 
@@ -97,9 +98,7 @@ class DesktopRenderBase : public IDesktopRender {
     RECT windowPosition_ = {};
     HWND hWndMessageDrain_ = nullptr;
     DWORD idleTimeout_ = 2000;
-    HWND hWndNotify_ = nullptr;
-    UINT uNotifyMsg_ = 0;
-    DWORD dwNotifyParam_ = 0;
+    NotifyTarget notify_;
     LONG maxWidth_;
     LONG maxHeight_;
     LONG minWidth_ = 50;
