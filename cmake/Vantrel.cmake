@@ -1,6 +1,15 @@
 # Build helpers shared by every folder: IDL compilation, DLLs with .def exports, tests under Wine.
 include(GoogleTest)
 
+# Compile and link settings of every target of ours (not GoogleTest's): linked by wincom, so
+# everything that links wincom gets them.
+add_library(vantrel_options INTERFACE)
+target_compile_definitions(vantrel_options INTERFACE
+  WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0601 WINVER=0x0601)
+target_compile_options(vantrel_options INTERFACE -Wall -Wextra)
+# No MinGW runtime DLL to ship: libgcc, libstdc++ and winpthread go in statically.
+target_link_options(vantrel_options INTERFACE -static)
+
 set(VANTREL_IDL_INCLUDE /usr/include/wine/wine/windows)
 set(VANTREL_STDOLE_DIR /usr/lib/i386-linux-gnu/wine/i386-windows)
 set(VANTREL_GENERATED ${CMAKE_BINARY_DIR}/generated)
@@ -45,7 +54,7 @@ function(vantrel_dll target)
   add_library(${target} SHARED ${D_SOURCES} ${D_DEF})
   set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME ${target})
   target_link_options(${target} PRIVATE -Wl,--kill-at -Wl,--enable-stdcall-fixup -Wl,--subsystem,windows)
-  target_link_libraries(${target} PRIVATE ${D_LIBS})
+  target_link_libraries(${target} PRIVATE vantrel_options ${D_LIBS})
   if(D_DEF)
     get_filename_component(def_abs ${D_DEF} ABSOLUTE)
     add_custom_command(TARGET ${target} POST_BUILD
@@ -70,7 +79,7 @@ endfunction()
 function(vantrel_add_test target)
   cmake_parse_arguments(T "COM;SCREEN;DEPTH16" "TIMEOUT" "SOURCES;LIBS;DEPENDS" ${ARGN})
   add_executable(${target} ${T_SOURCES})
-  target_link_libraries(${target} PRIVATE gtest vantrel_testmain ${T_LIBS})
+  target_link_libraries(${target} PRIVATE vantrel_options gtest vantrel_testmain ${T_LIBS})
   if(T_DEPENDS)
     add_dependencies(${target} ${T_DEPENDS})
   endif()

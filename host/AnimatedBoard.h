@@ -5,7 +5,7 @@
 
 #include <windows.h>
 
-#include "platform/UniqueHandle.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel::host {
 

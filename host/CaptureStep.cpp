@@ -13,7 +13,7 @@
 #include "CountingSink.h"
 #include "DecodingSink.h"
 #include "Vantrel.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel::host {
 

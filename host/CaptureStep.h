@@ -7,7 +7,7 @@
 
 #include "DemoStep.h"
 #include "ScreenCodec.h"
-#include "platform/ComPtr.h"
+#include "wincom/ComPtr.h"
 
 namespace vantrel::host {
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "Vantrel.h"
-#include "platform/ComObjectRoot.h"
+#include "wincom/ComObjectRoot.h"
 
 namespace vantrel::host {
 

@@ -15,9 +15,9 @@
 
 #include "ScreenCodec.h"
 #include "Vantrel.h"
-#include "platform/ComObjectRoot.h"
-#include "platform/ComPtr.h"
-#include "platform/CriticalSection.h"
+#include "wincom/ComObjectRoot.h"
+#include "wincom/ComPtr.h"
+#include "wincom/CriticalSection.h"
 #include "stream/DesktopImage.h"
 #include "stream/StreamDecoder.h"
 

@@ -10,7 +10,7 @@
 #include "CaptureStep.h"
 #include "RoundTripStep.h"
 #include "ScreenCodec.h"
-#include "platform/ComPtr.h"
+#include "wincom/ComPtr.h"
 
 namespace vantrel::host {
 

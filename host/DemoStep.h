@@ -9,8 +9,8 @@
 #include <string>
 
 #include "Vantrel.h"
-#include "platform/ComObjectRoot.h"
-#include "platform/ComPtr.h"
+#include "wincom/ComObjectRoot.h"
+#include "wincom/ComPtr.h"
 
 namespace vantrel::host {
 

@@ -16,7 +16,7 @@
 #include "ScreenCodec.h"
 #include "SyntheticDesktop.h"
 #include "SyntheticPointer.h"
-#include "platform/ComPtr.h"
+#include "wincom/ComPtr.h"
 #include "stream/DesktopImage.h"
 #include "stream/SinkTable.h"
 #include "stream/StreamEncoder.h"

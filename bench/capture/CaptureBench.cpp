@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "Vantrel.h"
-#include "platform/ComPtr.h"
-#include "platform/CriticalSection.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/ComPtr.h"
+#include "wincom/CriticalSection.h"
+#include "wincom/UniqueHandle.h"
 #include "stream/Packet.h"
 
 using namespace vantrel;

@@ -19,9 +19,9 @@
 #include <vector>
 
 #include "common/BenchClock.h"
-#include "platform/ComPtr.h"
-#include "platform/Pixmend.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/ComPtr.h"
+#include "contracts/Pixmend.h"
+#include "wincom/UniqueHandle.h"
 
 using Bytes = std::vector<std::uint8_t>;
 using vantrel::ComPtr;

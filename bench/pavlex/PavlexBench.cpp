@@ -14,8 +14,8 @@
 #include "ScreenFrame.h"
 #include "TileMap.h"
 #include "common/BenchClock.h"
-#include "platform/Pavlex.h"
-#include "platform/UniqueHandle.h"
+#include "contracts/Pavlex.h"
+#include "wincom/UniqueHandle.h"
 
 using namespace vantrel;
 using namespace vantrel::pavlex;

@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "ScreenCodec.h"
-#include "platform/ComPtr.h"
-#include "platform/Pixmend.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/ComPtr.h"
+#include "contracts/Pixmend.h"
+#include "wincom/UniqueHandle.h"
 #include "stream/DesktopImage.h"
 #include "stream/SinkTable.h"
 #include "stream/StreamDecoder.h"

@@ -4,7 +4,7 @@
 
 #include <mutex>
 
-#include "platform/UniqueHandle.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel::pavlex {
 

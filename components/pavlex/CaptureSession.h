@@ -8,8 +8,8 @@
 #include "ChangeDetector.h"
 #include "CursorChanges.h"
 #include "ScreenChanges.h"
-#include "platform/CriticalSection.h"
-#include "platform/Pavlex.h"
+#include "wincom/CriticalSection.h"
+#include "contracts/Pavlex.h"
 
 namespace vantrel::pavlex {
 

@@ -10,7 +10,7 @@
 #include "CursorTracker.h"
 #include "ScreenFrame.h"
 #include "TileMap.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel::pavlex {
 

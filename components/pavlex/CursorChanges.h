@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "CursorShape.h"
-#include "platform/CriticalSection.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/CriticalSection.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel::pavlex {
 

@@ -9,7 +9,7 @@
 #include <cstdint>
 
 #include "CursorShape.h"
-#include "stream/Packet.h"
+#include "contracts/CursorRecordLayout.h"
 
 namespace vantrel::pavlex {
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/UniqueHandle.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel::pavlex {
 

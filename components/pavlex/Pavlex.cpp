@@ -1,6 +1,6 @@
 // Exports of Pavlex.dll, the change detector the capture thread asks for screen and cursor
 // changes. Nothing may leave these functions as an exception: any failure is FALSE.
-#include "platform/Pavlex.h"
+#include "contracts/Pavlex.h"
 
 #include "CaptureSession.h"
 

@@ -7,9 +7,9 @@
 #include <memory>
 
 #include "TileMap.h"
-#include "platform/CriticalSection.h"
-#include "platform/Pavlex.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/CriticalSection.h"
+#include "contracts/Pavlex.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel::pavlex {
 

@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "TileMap.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel::pavlex {
 

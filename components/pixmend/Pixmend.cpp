@@ -1,6 +1,6 @@
 // Exports of Pixmend.dll, called by the desktop image while it copies rows out of the screen
 // grab. Each converter returns the number of bytes it wrote; the caller does not rely on it.
-#include "platform/Pixmend.h"
+#include "contracts/Pixmend.h"
 
 #include "RowConverter.h"
 

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-#include "platform/Result.h"
+#include "wincom/Result.h"
 
 namespace screencodec {
 namespace {

@@ -1,7 +1,7 @@
 // IScreenCodec of ScreenCodec.dll. Argument checks live here; the block work is BlockCodec's.
 #include "ScreenCodec.h"
 
-#include "platform/Result.h"
+#include "wincom/Result.h"
 
 namespace screencodec {
 namespace {

@@ -10,8 +10,8 @@
 #include <mutex>
 
 #include "BlockCodec.h"
-#include "platform/ComObjectRoot.h"
-#include "platform/CriticalSection.h"
+#include "wincom/ComObjectRoot.h"
+#include "wincom/CriticalSection.h"
 
 namespace screencodec {
 

@@ -5,8 +5,8 @@
 #include <iterator>
 
 #include "ScreenCodec.h"
-#include "platform/ClassFactory.h"
-#include "platform/Registrar.h"
+#include "wincom/ClassFactory.h"
+#include "wincom/Registrar.h"
 
 namespace {
 

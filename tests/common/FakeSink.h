@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "Vantrel.h"
-#include "platform/CriticalSection.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/CriticalSection.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel::test {
 

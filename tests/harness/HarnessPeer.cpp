@@ -12,7 +12,7 @@
 #include <cstring>
 #include <string>
 
-#include "platform/KernelObjects.h"
+#include "wincom/KernelObjects.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/KernelObjects.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/KernelObjects.h"
+#include "wincom/UniqueHandle.h"
 
 using namespace vantrel;
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "ModuleTestSupport.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel::test {
 namespace {

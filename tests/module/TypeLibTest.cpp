@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "ModuleTestSupport.h"
-#include "platform/ComPtr.h"
+#include "wincom/ComPtr.h"
 
 namespace vantrel::test {
 namespace {

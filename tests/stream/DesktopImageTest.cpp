@@ -4,7 +4,7 @@
 #include <numeric>
 
 #include "common/ScreenTestSupport.h"
-#include "platform/DeskPref.h"
+#include "stream/DeskPref.h"
 
 using namespace vantrel;
 using namespace vantrel::test;

@@ -21,8 +21,8 @@
 #include <atomic>
 
 #include "ScreenCodec.h"
-#include "platform/Pavlex.h"
-#include "platform/UniqueHandle.h"
+#include "contracts/Pavlex.h"
+#include "wincom/UniqueHandle.h"
 #include "stream/DesktopImage.h"
 #include "stream/SinkTable.h"
 #include "stream/StreamEncoder.h"

@@ -3,9 +3,9 @@
 
 #include <mutex>
 
-#include "platform/DeskPref.h"
-#include "platform/Pixmend.h"
-#include "platform/Result.h"
+#include "stream/DeskPref.h"
+#include "contracts/Pixmend.h"
+#include "wincom/Result.h"
 
 namespace vantrel {
 namespace {

@@ -13,9 +13,9 @@
 #include "ScreenCodec.h"
 #include "Vantrel.h"
 #include "capture/CaptureEngine.h"
-#include "platform/ComObjectRoot.h"
-#include "platform/ComPtr.h"
-#include "platform/CriticalSection.h"
+#include "wincom/ComObjectRoot.h"
+#include "wincom/ComPtr.h"
+#include "wincom/CriticalSection.h"
 #include "stream/SinkTable.h"
 
 namespace vantrel {

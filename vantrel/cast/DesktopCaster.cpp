@@ -1,7 +1,7 @@
 // DesktopCaster: session arguments and the numbering of messages and datagrams.
 #include "cast/DesktopCaster.h"
 
-#include "platform/Result.h"
+#include "wincom/Result.h"
 
 namespace vantrel {
 

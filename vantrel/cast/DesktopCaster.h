@@ -5,7 +5,7 @@
 #include <windows.h>
 
 #include "Vantrel.h"
-#include "platform/ComObjectRoot.h"
+#include "wincom/ComObjectRoot.h"
 
 namespace vantrel {
 

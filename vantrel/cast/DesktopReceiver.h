@@ -7,7 +7,7 @@
 #include <atomic>
 
 #include "Vantrel.h"
-#include "platform/ComObjectRoot.h"
+#include "wincom/ComObjectRoot.h"
 #include "stream/SinkTable.h"
 
 namespace vantrel {

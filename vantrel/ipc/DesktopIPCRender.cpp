@@ -2,7 +2,7 @@
 // shared-memory channel or the client thread waits for them.
 #include "ipc/DesktopIPCRender.h"
 
-#include "platform/Result.h"
+#include "wincom/Result.h"
 
 namespace vantrel {
 

@@ -1,7 +1,7 @@
 // DesktopIPCServer: server state and settings; decoding and publishing come with the channel.
 #include "ipc/DesktopIPCServer.h"
 
-#include "platform/Result.h"
+#include "wincom/Result.h"
 
 namespace vantrel {
 

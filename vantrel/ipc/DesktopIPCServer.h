@@ -8,7 +8,7 @@
 #include <atomic>
 
 #include "Vantrel.h"
-#include "platform/ComObjectRoot.h"
+#include "wincom/ComObjectRoot.h"
 
 namespace vantrel {
 

@@ -1,7 +1,7 @@
 // DesktopReader: playback state, settings and the frame buffer registration.
 #include "record/DesktopReader.h"
 
-#include "platform/Result.h"
+#include "wincom/Result.h"
 
 namespace vantrel {
 

@@ -8,9 +8,9 @@
 #include <atomic>
 
 #include "Vantrel.h"
-#include "platform/ComObjectRoot.h"
-#include "platform/NotifyTarget.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/ComObjectRoot.h"
+#include "wincom/NotifyTarget.h"
+#include "wincom/UniqueHandle.h"
 #include "stream/SinkTable.h"
 
 namespace vantrel {

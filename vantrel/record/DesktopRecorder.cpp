@@ -3,7 +3,7 @@
 
 #include <mutex>
 
-#include "platform/Result.h"
+#include "wincom/Result.h"
 
 namespace vantrel {
 

@@ -6,10 +6,10 @@
 #include <windows.h>
 
 #include "Vantrel.h"
-#include "platform/ComObjectRoot.h"
-#include "platform/NotifyTarget.h"
-#include "platform/CriticalSection.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/ComObjectRoot.h"
+#include "wincom/NotifyTarget.h"
+#include "wincom/CriticalSection.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel {
 

@@ -2,7 +2,7 @@
 // needs the decoder, the desktop image or the codec waits for them.
 #include "render/DesktopRender.h"
 
-#include "platform/Result.h"
+#include "wincom/Result.h"
 
 namespace vantrel {
 

@@ -7,7 +7,7 @@
 #include <windows.h>
 
 #include "Vantrel.h"
-#include "platform/ComObjectRoot.h"
+#include "wincom/ComObjectRoot.h"
 #include "render/DesktopRenderBase.h"
 
 namespace vantrel {

@@ -2,7 +2,7 @@
 // window, the desktop image or the view layout waits for them.
 #include "render/DesktopRenderBase.h"
 
-#include "platform/Result.h"
+#include "wincom/Result.h"
 
 namespace vantrel {
 namespace {

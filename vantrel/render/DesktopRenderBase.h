@@ -8,7 +8,7 @@
 #include <windows.h>
 
 #include "Vantrel.h"
-#include "platform/NotifyTarget.h"
+#include "wincom/NotifyTarget.h"
 
 namespace vantrel {
 

@@ -8,9 +8,9 @@
 #include <mutex>
 #include <new>
 
-#include "platform/DeskPref.h"
-#include "platform/KernelObjects.h"
-#include "platform/Pixmend.h"
+#include "stream/DeskPref.h"
+#include "wincom/KernelObjects.h"
+#include "contracts/Pixmend.h"
 #include "stream/UpdateRegion.h"
 
 namespace vantrel {

@@ -16,8 +16,8 @@
 #include <memory>
 #include <optional>
 
-#include "platform/CriticalSection.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/CriticalSection.h"
+#include "wincom/UniqueHandle.h"
 #include "stream/Packet.h"
 
 namespace vantrel {

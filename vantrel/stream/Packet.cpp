@@ -239,48 +239,6 @@ uint32_t WriteCursorHeader(void* packet, uint32_t time, uint32_t recordSize) noe
     return length;
 }
 
-void WriteCursorRecord(void* record, const CursorRecord& f) noexcept {
-    BYTE* p = Bytes(record);
-    StoreU32(p + kCursorFlagsOffset, f.flags);
-    StoreU32(p + kCursorShapePresentOffset, f.shapePresent);
-    StoreI32(p + kCursorXOffset, f.x);
-    StoreI32(p + kCursorYOffset, f.y);
-    StoreU16(p + kCursorHotSpotXOffset, f.hotSpotX);
-    StoreU16(p + kCursorHotSpotYOffset, f.hotSpotY);
-    StoreU16(p + kCursorWidthOffset, f.width);
-    StoreU16(p + kCursorHeightOffset, f.height);
-    StoreU16(p + kCursorAndBytesPerRowOffset, f.andBytesPerRow);
-    p[kCursorPlanesOffset] = f.planes;
-    p[kCursorBitCountOffset] = f.bitsPerPixel;
-}
-
-bool ReadCursorRecord(const void* record, uint32_t size, CursorRecord* out) noexcept {
-    if (!record || !out || size < kCursorMasksOffset)
-        return false;
-    const BYTE* p = Bytes(record);
-    out->flags = LoadU32(p + kCursorFlagsOffset);
-    out->shapePresent = LoadU32(p + kCursorShapePresentOffset);
-    out->x = LoadI32(p + kCursorXOffset);
-    out->y = LoadI32(p + kCursorYOffset);
-    out->hotSpotX = LoadU16(p + kCursorHotSpotXOffset);
-    out->hotSpotY = LoadU16(p + kCursorHotSpotYOffset);
-    out->width = LoadU16(p + kCursorWidthOffset);
-    out->height = LoadU16(p + kCursorHeightOffset);
-    out->andBytesPerRow = LoadU16(p + kCursorAndBytesPerRowOffset);
-    out->planes = p[kCursorPlanesOffset];
-    out->bitsPerPixel = p[kCursorBitCountOffset];
-    return true;
-}
-
-uint32_t SenderCursorRecordLength(const CursorRecord& f) noexcept {
-    if (!(f.flags & kCursorNewShape))
-        return kCursorRecordMinSize;
-    const uint64_t xorBytes = static_cast<uint64_t>(f.bitsPerPixel) * f.width * f.height / 8;
-    const uint64_t andBytes = static_cast<uint64_t>(f.andBytesPerRow) * f.height;
-    return kCursorRecordMinSize + static_cast<uint32_t>(xorBytes & 0xFFFF) +
-           static_cast<uint32_t>(andBytes & 0xFFFF);
-}
-
 CursorError ParseCursorRecord(const void* record, uint32_t size, CursorRecordView* out) noexcept {
     CursorRecord f;
     if (!out || !ReadCursorRecord(record, size, &f))

@@ -1,6 +1,6 @@
 // Desktop stream packets: the one place that knows their byte layout. The encoder, decoder,
 // capture, recorder, reader, caster and receiver lay out and check packets through this module;
-// Pavlex.dll writes its cursor records with the record layout below.
+// the cursor record layout itself is Pavlex.dll's contract (contracts/CursorRecordLayout.h).
 //
 // Every multi-byte field is little-endian and is read and written byte by byte (memcpy on this
 // little-endian target): packets, decompressed bodies and records may sit at any address, so
@@ -11,6 +11,8 @@
 
 #include <cstdint>
 #include <cstring>
+
+#include "contracts/CursorRecordLayout.h"
 
 namespace vantrel::packet {
 
@@ -159,65 +161,6 @@ const char* PayloadErrorName(PayloadError e) noexcept;
 // Writes the 12-byte head of a cursor packet whose compressed record is recordSize bytes.
 // Returns the packet's length, 12 + recordSize.
 uint32_t WriteCursorHeader(void* packet, uint32_t time, uint32_t recordSize) noexcept;
-
-// ---- Cursor record (decompressed cursor body; also what Pavlex.dll hands the capture) ---------
-
-// Flag bits.
-constexpr uint32_t kCursorNewShape = 0x1;
-constexpr uint32_t kCursorNewPosition = 0x2;
-// Set by the hook library at times, never sent; a receiver that finds it treats it like
-// kCursorNewShape.
-constexpr uint32_t kCursorShapeAlias = 0x4;
-
-// Field offsets in a record.
-constexpr uint32_t kCursorFlagsOffset = 0;
-constexpr uint32_t kCursorShapePresentOffset = 4;
-constexpr uint32_t kCursorXOffset = 8;
-constexpr uint32_t kCursorYOffset = 12;
-// The shape part (what a desktop image takes as a new pointer shape) starts here, with its
-// 12-byte shape header: hot spot x, hot spot y, width, height, AND bytes per row (u16 each),
-// planes, bpp (u8 each); the AND mask and then the XOR bits follow.
-constexpr uint32_t kCursorShapeOffset = 16;
-constexpr uint32_t kCursorHotSpotXOffset = 16;
-constexpr uint32_t kCursorHotSpotYOffset = 18;
-constexpr uint32_t kCursorWidthOffset = 20;
-constexpr uint32_t kCursorHeightOffset = 22;
-constexpr uint32_t kCursorAndBytesPerRowOffset = 24;
-constexpr uint32_t kCursorPlanesOffset = 26;
-constexpr uint32_t kCursorBitCountOffset = 27;
-constexpr uint32_t kCursorMasksOffset = 28;
-constexpr uint32_t kCursorShapeHeaderSize = kCursorMasksOffset - kCursorShapeOffset;  // 12
-// A sent record always counts 4 trailing bytes behind the masks; nobody reads them.
-constexpr uint32_t kCursorRecordMinSize = 32;
-
-struct CursorRecord {
-    uint32_t flags = 0;
-    uint32_t shapePresent = 0;  // 1 in every sent record
-    int32_t x = 0;
-    int32_t y = 0;
-    uint16_t hotSpotX = 0;
-    uint16_t hotSpotY = 0;
-    uint16_t width = 0;
-    uint16_t height = 0;
-    uint16_t andBytesPerRow = 0;
-    uint8_t planes = 0;
-    uint8_t bitsPerPixel = 0;  // of the XOR bits
-};
-
-// The 28 bytes in front of the masks. record must have kCursorMasksOffset writable bytes.
-void WriteCursorRecord(void* record, const CursorRecord& fields) noexcept;
-// False when record is null or shorter than kCursorMasksOffset; *out is then untouched.
-bool ReadCursorRecord(const void* record, uint32_t size, CursorRecord* out) noexcept;
-
-// The flags a hook record is sent with: kCursorShapeAlias cleared (0 means: send nothing).
-inline uint32_t SenderCursorFlags(uint32_t hookFlags) noexcept {
-    return hookFlags & ~kCursorShapeAlias;
-}
-// The number of record bytes the sender compresses: 32 without kCursorNewShape; otherwise
-// 32 + low 16 bits of (bpp * width * height / 8) + low 16 bits of (AND bytes per row * height).
-// The truncation is the wire rule: a shape above 64 KiB arrives short and its receiver's
-// ParseCursorRecord refuses it.
-uint32_t SenderCursorRecordLength(const CursorRecord& fields) noexcept;
 
 enum class CursorError {
     None,

@@ -4,7 +4,7 @@
 #include <mutex>
 #include <new>
 
-#include "platform/Result.h"
+#include "wincom/Result.h"
 
 namespace vantrel {
 

@@ -22,7 +22,7 @@
 #include <cstdint>
 
 #include "Vantrel.h"
-#include "platform/CriticalSection.h"
+#include "wincom/CriticalSection.h"
 
 namespace vantrel {
 

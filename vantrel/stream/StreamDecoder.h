@@ -16,7 +16,7 @@
 #include <memory>
 
 #include "ScreenCodec.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/UniqueHandle.h"
 #include "stream/DesktopImage.h"
 #include "stream/Packet.h"
 

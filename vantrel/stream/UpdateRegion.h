@@ -8,7 +8,7 @@
 
 #include <list>
 
-#include "platform/UniqueHandle.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel {
 

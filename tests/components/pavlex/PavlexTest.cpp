@@ -11,8 +11,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/Pavlex.h"
-#include "platform/UniqueHandle.h"
+#include "contracts/Pavlex.h"
+#include "wincom/UniqueHandle.h"
 #include "stream/Packet.h"
 
 using namespace vantrel;

@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/Pixmend.h"
+#include "contracts/Pixmend.h"
 
 namespace {
 

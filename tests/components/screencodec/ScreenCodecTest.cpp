@@ -17,9 +17,9 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/ComPtr.h"
-#include "platform/Registrar.h"
-#include "platform/UniqueHandle.h"
+#include "wincom/ComPtr.h"
+#include "wincom/Registrar.h"
+#include "wincom/UniqueHandle.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Registry reads of the DeskPref settings.
 #include "DeskPref.h"
 
-#include "UniqueHandle.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel {
 

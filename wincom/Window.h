@@ -1,0 +1,62 @@
+// The one window wrapper: a Win32 window owned by a C++ object. The window class is registered
+// once per module and name; the window procedure finds the object through GWLP_USERDATA and
+// dispatches to the handlers the owner put in its message map. Messages without a handler, and
+// handlers that answer std::nullopt, go to DefWindowProcA.
+//
+// Threads: a window belongs to the thread that created it. Handlers run on that thread. Destroy
+// (and the destructor) destroy the window when called on that thread; from any other thread the
+// window is detached from this object and asked to close, so no message reaches a dead owner.
+#pragma once
+
+#include <windows.h>
+
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace vantrel {
+
+struct WindowClassInfo {
+    const char* name = nullptr;
+    UINT style = CS_HREDRAW | CS_VREDRAW;
+    HICON icon = nullptr;
+    HICON smallIcon = nullptr;
+    HCURSOR cursor = nullptr;  // nullptr: the arrow
+    HBRUSH background = nullptr;
+};
+
+class Window {
+  public:
+    using Handler = std::function<std::optional<LRESULT>(WPARAM, LPARAM)>;
+
+    Window() = default;
+    ~Window();
+    Window(const Window&) = delete;
+    Window& operator=(const Window&) = delete;
+
+    // Registers the class in the module that holds this code; registering again is harmless.
+    static bool RegisterClassOnce(const WindowClassInfo& cls) noexcept;
+
+    // The message map. A later handler for the same message replaces the earlier one. Fill it
+    // before Create, or on the window's thread.
+    void On(UINT message, Handler handler);
+
+    bool Create(const WindowClassInfo& cls, DWORD exStyle, const char* title, DWORD style, int x,
+                int y, int width, int height, HWND parent = nullptr, HMENU menu = nullptr) noexcept;
+    void Destroy() noexcept;
+
+    HWND Handle() const noexcept { return hwnd_; }
+    explicit operator bool() const noexcept { return hwnd_ != nullptr; }
+
+  private:
+    static LRESULT CALLBACK Procedure(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam);
+    LRESULT Dispatch(UINT message, WPARAM wParam, LPARAM lParam) noexcept;
+
+    HWND hwnd_ = nullptr;
+    std::vector<std::pair<UINT, Handler>> handlers_;
+};
+
+// The module (DLL or EXE) that contains the calling code.
+HINSTANCE ThisModule() noexcept;
+
+}  // namespace vantrel
