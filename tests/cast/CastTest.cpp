@@ -261,9 +261,9 @@ TEST_F(CastTest, StopWaitsForTheReceiversThreadAndNoSinkIsCalledAfterIt) {
     EXPECT_EQ(atStop, sink_.PacketCount()) << "a sink was called after Stop returned";
     EXPECT_EQ(S_OK, receiver_->Stop()) << "a second Stop";
 
+    // What the socket held meanwhile may come after the next Run; the new packet must.
     ASSERT_EQ(S_OK, receiver_->Run());
     const auto again = Bytes(4000, 4);
     Send(again);
-    ASSERT_TRUE(WaitFor([&] { return sink_.PacketCount() == atStop + 1; }));
-    EXPECT_TRUE(again == sink_.Packets().back().bytes);
+    EXPECT_TRUE(WaitFor([&] { return again == sink_.Packets().back().bytes; }));
 }
