@@ -53,6 +53,23 @@ class IpcServer : public IpcServerTest {
     std::vector<Visit> log_;
 };
 
+// A frame packet that is whole and consistent but claims a desktop of width x 16 pixels.
+std::vector<BYTE> WideFrame(IScreenCodec* codec, int width) {
+    std::vector<BYTE> payload = Bmi(width, 16, 16);
+    payload.resize(40);
+    payload.resize(40 + 8 * 2 * 8, 0x33);  // band 0, 0, 8, 8
+    std::vector<BYTE> out(packet::kBufferSize);
+    ULONG size = static_cast<ULONG>(out.size() - packet::kFrameHeaderSize);
+    EXPECT_EQ(S_OK, codec->Compress(payload.data(), static_cast<ULONG>(payload.size()),
+                                    out.data() + packet::kFrameHeaderSize, &size, 2));
+    packet::FrameHeader h;
+    h.desktop = RECT{0, 0, width, 16};
+    h.bitsPerPixel = 16;
+    h.band = RECT{0, 0, 8, 8};
+    out.resize(packet::WriteFrameHeader(out.data(), h, size));
+    return out;
+}
+
 bool IsPixelSectionName(const std::string& name) {
     if (name.size() != 17 || name.compare(0, 9, "Global\\QX") != 0)
         return false;
@@ -196,6 +213,7 @@ TEST_F(IpcServer, RefusedPacketsChangeNothing) {
         {"unknown magic", magic, 0},
         {"desktop and format disagree", tooBig, 0},
         {"short cursor packet", shortCursor, 0},
+        {"desktop beyond the decoder's limit", WideFrame(codec_.Get(), 9000), 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -206,8 +224,16 @@ TEST_F(IpcServer, RefusedPacketsChangeNothing) {
     EXPECT_EQ(S_OK, sink_->Transfer(nullptr, 0, FALSE));
     Sleep(300);
     EXPECT_EQ(name, control_.Name());
+    EXPECT_EQ(320, control_.Header().biWidth);
     EXPECT_EQ(pixels, PixelSection());
     EXPECT_EQ(visits, Visits().size());
+
+    // The same kind of packet within the limit is taken: a new section of its width.
+    std::vector<BYTE> wide = WideFrame(codec_.Get(), 1000);
+    EXPECT_EQ(S_OK, sink_->Transfer(wide.data(), static_cast<unsigned long>(wide.size()), FALSE));
+    EXPECT_TRUE(WaitUntil([&] { return control_.Header().biWidth == 1000; }));
+    EXPECT_NE(name, control_.Name());
+    EXPECT_TRUE(Settle());
 }
 
 // A mute viewer (its own process) costs the pass the time-out; the viewers around it are still
