@@ -129,6 +129,7 @@ class NotifySink {
     }
     HWND Window() const { return window_.get(); }
     const std::vector<Note>& Notes() const { return notes_; }
+    void Clear() { notes_.clear(); }
     void Destroy() { window_.reset(); }
 
   private:

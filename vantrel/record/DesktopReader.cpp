@@ -237,13 +237,15 @@ DesktopReader::Ending DesktopReader::PlaybackLoop() noexcept {
     for (;;) {
         if (!playing_)
             return Ending::Stopped;
+        // Kept apart from the buffer, which a full-screen picture may take meanwhile.
+        BYTE headBytes[lesson::kRecordHeadSize];
         uint32_t got = 0;
-        if (!file_.Read(buffer, lesson::kRecordHeadSize, &got))
+        if (!file_.Read(headBytes, sizeof headBytes, &got))
             return Ending::FileError;
         lesson::RecordHead head;
         DWORD length = 0;
         DWORD time = duration_;
-        switch (lesson::ParseRecordHead(buffer, got, &head)) {
+        switch (lesson::ParseRecordHead(headBytes, got, &head)) {
             case lesson::RecordStep::Record:
                 length = head.length;
                 time = head.time;
@@ -282,8 +284,8 @@ DesktopReader::Ending DesktopReader::PlaybackLoop() noexcept {
             return Ending::Stopped;
         if (length == 0)
             return Ending::End;
-        // The head was read into the buffer already; a body that the file does not hold is
-        // damage, as a failed read is.
+        // A body that the file does not hold is damage, as a failed read is.
+        std::memcpy(buffer, headBytes, sizeof headBytes);
         if (!file_.ReadExact(buffer + lesson::kRecordHeadSize, length - lesson::kRecordHeadSize))
             return Ending::FileError;
         sinks_.Deliver(buffer, length);
