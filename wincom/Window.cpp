@@ -22,14 +22,6 @@ struct Window::Link {
     }
 };
 
-HINSTANCE ThisModule() noexcept {
-    HMODULE module = nullptr;
-    GetModuleHandleExA(
-        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-        reinterpret_cast<LPCSTR>(&ThisModule), &module);
-    return module;
-}
-
 bool Window::RegisterClassOnce(const WindowClassInfo& cls) noexcept {
     if (!cls.name)
         return false;

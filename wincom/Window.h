@@ -69,7 +69,7 @@ class Window {
     Observer observer_;
 };
 
-// The module (DLL or EXE) that contains the calling code.
-HINSTANCE ThisModule() noexcept;
+// The module (DLL or EXE) that contains the calling code (defined with the COM server helpers).
+HMODULE ThisModule() noexcept;
 
 }  // namespace vantrel
