@@ -18,6 +18,8 @@
 #include <optional>
 #include <vector>
 
+#include "ModuleLock.h"
+
 namespace vantrel {
 
 struct WindowClassInfo {
@@ -68,8 +70,5 @@ class Window {
     std::vector<std::pair<UINT, Handler>> handlers_;
     Observer observer_;
 };
-
-// The module (DLL or EXE) that contains the calling code (defined with the COM server helpers).
-HMODULE ThisModule() noexcept;
 
 }  // namespace vantrel
