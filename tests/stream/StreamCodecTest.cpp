@@ -364,3 +364,45 @@ TEST_F(ScreenTest, BandsOutsideTheDesktopAreNeitherWrittenNorCounted) {
         EXPECT_TRUE(r.decoder.IsPictureComplete());
     }
 }
+
+// Noise does not compress: a band cut to fill the buffer comes back larger than a packet holds
+// unless the buffer had some slack, and its rows must arrive all the same. The widths are those
+// that leave a full band within a few dozen bytes of the buffer's end; 2168 at 8 bpp and 5208 at
+// 1 bpp fill it to the last byte, which no codec can shrink.
+TEST_F(ScreenTest, IncompressibleFullBandsStillCompleteThePicture) {
+    const std::vector<DWORD> k565{0xF800, 0x07E0, 0x001F};
+    const struct {
+        int bpp;
+        std::vector<int> widths;
+    } cases[] = {
+        {16, {400, 688, 744, 800, 1016, 1032, 1208, 1736, 2032}},
+        {8, {728, 952, 1016, 1032, 2168}},
+        {1, {5208}},
+    };
+    for (const auto& c : cases) {
+        for (const int width : c.widths) {
+            SCOPED_TRACE(testing::Message() << width << " at " << c.bpp);
+            auto format = [&](int height) {
+                return c.bpp == 16 ? Bmi(width, height, 16, BI_BITFIELDS, k565)
+                                   : Bmi(width, height, c.bpp);
+            };
+            const uint32_t n = DesktopImage::GetBitmapInfoSize(AsBmi(format(8)));
+            // Two full bands and a short one.
+            const int height = static_cast<int>(2 * packet::RowsThatFit(n, width * c.bpp / 8) + 5);
+            Sender s(codec_.Get(), format(height), 1234 + width);
+            const RECT all{0, 0, width, height};
+            EXPECT_GE(s.encoder.SendRegion(&all), 3);
+            DecodingSink r(codec_.Get());
+            LONG next = 0;
+            for (const auto& p : s.sink.Packets()) {
+                ASSERT_EQ(Outcome::Frame, r.Take(p));
+                const RECT band = r.Arrivals().back().band;
+                EXPECT_EQ(next, band.top);
+                next = band.bottom;
+            }
+            EXPECT_EQ(height, next);
+            EXPECT_TRUE(r.decoder.IsPictureComplete());
+            EXPECT_TRUE(Snapshot(s.image) == Snapshot(r.image));
+        }
+    }
+}
