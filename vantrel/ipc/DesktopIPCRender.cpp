@@ -2,11 +2,24 @@
 // shared-memory channel or the client thread waits for them.
 #include "ipc/DesktopIPCRender.h"
 
+#include <mutex>
+
 #include "wincom/Result.h"
 
 namespace vantrel {
 
-DesktopIPCRender::DesktopIPCRender(IUnknown* outer) noexcept : ComObjectRoot(outer) {}
+DesktopIPCRender::DesktopIPCRender(IUnknown* outer) noexcept : ComObjectRoot(outer) {
+    CreateRenderWindow();
+}
+
+DesktopIPCRender::~DesktopIPCRender() {
+    DestroyRenderWindow();
+}
+
+RECT DesktopIPCRender::PictureRect() const noexcept {
+    std::lock_guard<CriticalSection> guard(pictureLock_);
+    return imageRect_;
+}
 
 HRESULT DesktopIPCRender::InternalQueryInterface(REFIID riid, void** ppv) noexcept {
     static const QITAB rows[] = {

@@ -6,8 +6,11 @@
 
 #include <windows.h>
 
+#include <atomic>
+
 #include "Vantrel.h"
 #include "wincom/ComObjectRoot.h"
+#include "wincom/CriticalSection.h"
 #include "render/DesktopRenderBase.h"
 
 namespace vantrel {
@@ -38,11 +41,22 @@ class DesktopIPCRender final : public ComObjectRoot,
     GetFullScreenDataUncompressed(void* lpvData, unsigned long* pcbData) noexcept override;
     HRESULT STDMETHODCALLTYPE GetBitmapInfo(void** lpvBmpInfo) noexcept override;
 
+    // DesktopRenderBase: the picture comes from the shared image, never from packets.
+    void ProcessPacket(const void*, DWORD) noexcept override {}
+    RECT PictureRect() const noexcept override;
+    LONG PictureBitsPixel() const noexcept override { return 0; }
+    bool IsPictureComplete() const noexcept override { return pictureComplete_; }
+
   private:
-    ~DesktopIPCRender() override = default;
+    ~DesktopIPCRender() override;
     HRESULT InternalQueryInterface(REFIID riid, void** ppv) noexcept override;
+    void ForgetCompletion() noexcept override { pictureComplete_ = false; }
 
     int sessionId_ = 0;  // names the session's channel objects at the next Run
+    // No decoder here: the shared image's rectangle and whether it has been shown whole.
+    mutable CriticalSection pictureLock_;
+    RECT imageRect_{};
+    std::atomic<bool> pictureComplete_{false};
 };
 
 }  // namespace vantrel
