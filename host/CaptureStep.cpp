@@ -122,7 +122,7 @@ bool CaptureStep::RunChecked(std::FILE* out, std::string* failure) {
     std::fprintf(
         out, "  counting sink: %zu packets (%zu frames, %zu cursors), %llu bytes, %ld flushes\n",
         packets.size(), frames, packets.size() - frames,
-        static_cast<unsigned long long>(sink.Bytes()), sink.Flushes());
+        static_cast<unsigned long long>(sink.ByteCount()), sink.Flushes());
     if (!sink.Faults().empty()) {
         *failure = "the capture broke the sink's reference rules: " + sink.Faults().front();
         return false;

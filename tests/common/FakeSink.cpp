@@ -119,7 +119,7 @@ size_t FakeSink::PacketCount() const {
     return count_;
 }
 
-uint64_t FakeSink::Bytes() const {
+uint64_t FakeSink::ByteCount() const {
     std::lock_guard<CriticalSection> guard(lock_);
     return bytes_;
 }

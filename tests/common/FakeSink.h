@@ -73,7 +73,7 @@ class FakeSink : public IDataTransmitter {
     std::vector<Packet> Packets() const;
     // Every packet received, kept or not, and their bytes.
     size_t PacketCount() const;
-    uint64_t Bytes() const;
+    uint64_t ByteCount() const;
     // What went wrong from the sink's point of view; empty when the source behaved.
     std::vector<std::string> Faults() const;
 
