@@ -6,9 +6,6 @@
 #include "ModuleLock.h"
 #include "Registrar.h"
 
-// The linker's symbol at the start of the image being linked.
-extern "C" IMAGE_DOS_HEADER __ImageBase;
-
 namespace vantrel {
 namespace {
 
@@ -17,10 +14,6 @@ HRESULT FirstFailure(HRESULT first, HRESULT next) noexcept {
 }
 
 }  // namespace
-
-HMODULE ThisModule() noexcept {
-    return reinterpret_cast<HMODULE>(&__ImageBase);
-}
 
 ComServer::~ComServer() {
     std::lock_guard<CriticalSection> guard(lock_);

@@ -86,9 +86,6 @@ class ComServer {
     ClassFactory* cache_[kMaxClasses] = {};
 };
 
-// The module (DLL or EXE) this code is linked into.
-HMODULE ThisModule() noexcept;
-
 }  // namespace vantrel
 
 // The usual row: CLSID_<Name>, "<Name> Class", ProgIDs "Vantrel.<Name>.1" and "Vantrel.<Name>".
