@@ -186,6 +186,22 @@ TEST(DesktopImageScreen, GrabStampsTheLogoInTheCornerOnly) {
     EXPECT_EQ(To555(nearLogo[0]), Pixel555(image, 99, h - 41));   // above it
     EXPECT_EQ(To555(farAway[0]), Pixel555(image, 200, 0));
     EXPECT_EQ(To555(farAway[1]), Pixel555(image, 201, 0));
+
+    // A new logo waits for the next open while the old one goes on; none stops it at once.
+    const std::vector<uint32_t> blue(100 * 40, 0x0000FF);
+    UniqueBitmap other(CreateBitmap(100, 40, 1, 32, blue.data()));
+    image.SetLogo(other.get());
+    const RECT bottomLeft{0, h - 8, 8, h};
+    ASSERT_TRUE(image.Grab(&bottomLeft));
+    EXPECT_EQ(kRed555, Pixel555(image, 0, h - 1));
+    image.SetLogo(nullptr);
+    ASSERT_TRUE(image.Grab(&bottomLeft));
+    EXPECT_EQ(To555(GrabScreen32(RECT{0, h - 1, 1, h})[0]), Pixel555(image, 0, h - 1));
+    image.SetLogo(other.get());
+    image.Close();
+    ASSERT_TRUE(image.OpenFromScreen());
+    ASSERT_TRUE(image.Grab(&bottomLeft));
+    EXPECT_EQ(To555(0x0000FF), Pixel555(image, 0, h - 1));
 }
 
 // ---- pointer overlay ----

@@ -290,9 +290,10 @@ BOOL DesktopImage::Grab(const RECT* r) noexcept {
         return FALSE;
     const BOOL result = BitBlt(memDc_.get(), r->left, r->top, r->right - r->left,
                                r->bottom - r->top, screenDc_->get(), r->left, r->top, rasterOp_);
-    const HBITMAP logo = logo_.load();
+    // The logo DC holds the logo of the last open: a logo set since shows from the next open,
+    // until then the previous one keeps stamping; no logo at all stops the stamping at once.
     BITMAP bm{};
-    if (logo && logo == logoInDc_ && logoDc_ && GetObjectA(logo, sizeof bm, &bm)) {
+    if (logo_.load() && logoInDc_ && logoDc_ && GetObjectA(logoInDc_, sizeof bm, &bm)) {
         const RECT logoRect{0, imageRect_.bottom - bm.bmHeight, bm.bmWidth, imageRect_.bottom};
         RECT hit;
         if (IntersectRect(&hit, r, &logoRect))

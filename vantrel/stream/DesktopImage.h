@@ -90,8 +90,8 @@ class DesktopImage {
     void GetScreenRect(RECT* out) const noexcept;
     static UINT GetBitmapInfoSize(const BITMAPINFO* bmi) noexcept;
 
-    // The bitmap stays the caller's; it is stamped from the next open on, and a null logo
-    // stops the stamping at once.
+    // The bitmap stays the caller's; it is stamped from the next open on (the previous logo
+    // goes on stamping until then), and a null logo stops the stamping at once.
     void SetLogo(HBITMAP logo) noexcept;
 
     // Pointer overlay. Both return true when the pointer was drawn; the changed area collects
