@@ -247,7 +247,7 @@ TEST_F(ScreenTest, DamagedPacketsChangeNothing) {
         {cut, Outcome::CodecFailed},
         {rows(256, 15 * 32), Outcome::Damaged},
         {rows(255, 16 * 32), Outcome::Damaged},
-        {pack(packet::kCursorMagic, cursor, 200), Outcome::Damaged},  // masks run past its end
+        {pack(packet::kCursorMagic, cursor, 20), Outcome::Damaged},  // not even its fixed part
     };
     for (const auto& c : cases)
         EXPECT_EQ(c.expected, r.Take(c.p));
@@ -405,4 +405,37 @@ TEST_F(ScreenTest, IncompressibleFullBandsStillCompleteThePicture) {
             EXPECT_TRUE(Snapshot(s.image) == Snapshot(r.image));
         }
     }
+}
+
+// A record whose shape fails its checks still moves the pointer; the old pointer goes and none is
+// drawn until a shape that can be read arrives.
+TEST_F(ScreenTest, UnreadableShapeLeavesNoPointerButThePositionApplies) {
+    Sender s(codec_.Get(), Bmi(256, 64, 16));
+    const RECT all{0, 0, 256, 64};
+    s.encoder.SendRegion(&all);
+    auto good = CursorRecordBytes(3, 40, 40, 32, 32, 0xFF0000);
+    auto narrowRows = CursorRecordBytes(3, 100, 20, 32, 32, 0xFF0000, 2);  // 16 bits for 32
+    auto shapeOnly = CursorRecordBytes(1, 0, 0, 32, 32, 0x00FF00);
+    for (auto* rec : {&good, &narrowRows, &shapeOnly})
+        ASSERT_TRUE(s.encoder.SendCursorRecord(rec->data(), static_cast<uint32_t>(rec->size())));
+    const auto packets = s.sink.Packets();
+    DecodingSink r(codec_.Get());
+    ASSERT_EQ(Outcome::Frame, r.Take(packets[0]));
+    ASSERT_EQ(Outcome::Cursor, r.Take(packets[1]));
+    EXPECT_EQ(0x7C00, Pixel555(r.image, 41, 41));
+    r.cursorAreas.clear();
+
+    EXPECT_EQ(Outcome::Cursor, r.Take(packets[2]));
+    RECT drawn;
+    r.image.GetCursorRect(&drawn);
+    EXPECT_TRUE(IsRectEmpty(&drawn));
+    EXPECT_EQ(Pixel555(s.image, 41, 41), Pixel555(r.image, 41, 41));
+    ASSERT_FALSE(r.cursorAreas.empty());
+    EXPECT_EQ((RECT{40, 40, 72, 64}), r.cursorAreas.front());  // where the old pointer was
+
+    // The next shape is drawn where the broken record put the pointer.
+    EXPECT_EQ(Outcome::Cursor, r.Take(packets[3]));
+    r.image.GetCursorRect(&drawn);
+    EXPECT_EQ((RECT{96, 16, 136, 56}), drawn);
+    EXPECT_EQ(0x03E0, Pixel555(r.image, 101, 21));
 }

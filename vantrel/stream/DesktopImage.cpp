@@ -649,6 +649,15 @@ BOOL DesktopImage::SetCursorShape(const packet::CursorRecordView* shape) noexcep
     return PlaceCursor();
 }
 
+void DesktopImage::DropCursorShape() noexcept {
+    Guard guard(lock_);
+    if (!bits_)
+        return;
+    cursor_.reset();
+    UnionRect(&changedArea_, &changedArea_, &cursorRect_);
+    LiftCursor();
+}
+
 BOOL DesktopImage::MoveCursor(int x, int y) noexcept {
     Guard guard(lock_);
     if (!bits_)

@@ -98,6 +98,9 @@ class DesktopImage {
     // the old and the new pointer rectangle until the owner takes it. The shape comes from a
     // checked cursor record; one without a new shape changes nothing.
     BOOL SetCursorShape(const packet::CursorRecordView* shape) noexcept;
+    // A new shape arrived that cannot be used: the old pointer is lifted (its place goes into
+    // the changed area) and none is drawn until the next shape.
+    void DropCursorShape() noexcept;
     BOOL MoveCursor(int x, int y) noexcept;
     // Returns the changed area and empties it, under the lock.
     RECT TakeChangedArea() noexcept;

@@ -259,6 +259,10 @@ CursorError ParseCursorRecord(const void* record, uint32_t size, CursorRecordVie
     v.newShape = newShape;
     v.newPosition = (f.flags & kCursorNewPosition) != 0;
     if (newShape) {
+        // The fixed part stands even when the shape does not: the caller still learns the
+        // position.
+        v.newShape = false;
+        *out = v;
         if (f.width == 0 || f.height == 0 || !IsDibDepth(f.bitsPerPixel) ||
             static_cast<uint32_t>(f.andBytesPerRow) * 8 < f.width)
             return CursorError::BadShape;
@@ -266,6 +270,7 @@ CursorError ParseCursorRecord(const void* record, uint32_t size, CursorRecordVie
         const uint64_t xorBytes = static_cast<uint64_t>(f.bitsPerPixel) * f.width * f.height / 8;
         if (kCursorMasksOffset + andBytes + xorBytes > size)
             return CursorError::MasksDoNotFit;
+        v.newShape = true;
         const BYTE* p = Bytes(record);
         v.shape = p + kCursorShapeOffset;
         v.andMask = p + kCursorMasksOffset;

@@ -197,6 +197,8 @@ struct CursorRecordView {
     uint32_t xorBitsSize = 0;  // width x height x bpp / 8
 };
 
+// BadShape and MasksDoNotFit still fill *out with the fixed part (flags, position; newShape
+// false); TooShort leaves it untouched.
 CursorError ParseCursorRecord(const void* record, uint32_t size, CursorRecordView* out) noexcept;
 const char* CursorErrorName(CursorError e) noexcept;
 

@@ -137,13 +137,19 @@ StreamDecoder::Outcome StreamDecoder::DecodeCursor(const void* data, uint32_t cb
     if (size == 0)
         return Outcome::CodecFailed;
     packet::CursorRecordView view;
-    if (packet::ParseCursorRecord(buffer_.get(), size, &view) != packet::CursorError::None)
+    const packet::CursorError error = packet::ParseCursorRecord(buffer_.get(), size, &view);
+    if (error == packet::CursorError::TooShort)
         return Outcome::Damaged;
 
     const LONGLONG start = Now();
     if (view.record.flags & (packet::kCursorNewShape | packet::kCursorShapeAlias)) {
-        // A record without a shape (shape present 0) changes nothing.
-        image_.SetCursorShape(view.newShape ? &view : nullptr);
+        // A shape that cannot be read is treated like one the platform could not make into an
+        // icon: no pointer until the next shape, while the position still applies. A record
+        // without a shape (shape present 0) changes nothing.
+        if (error != packet::CursorError::None)
+            image_.DropCursorShape();
+        else
+            image_.SetCursorShape(view.newShape ? &view : nullptr);
         ReportCursorChange(nullptr);
     }
     if (view.newPosition && owner_.AcceptCursorPosition(view.record.x, view.record.y)) {
