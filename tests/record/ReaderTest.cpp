@@ -59,7 +59,7 @@ class ReaderTest : public RecordTest {
         notify_.Clear();
         *started = GetTickCount();
         EXPECT_EQ(S_OK, reader_->Run());
-        if (!WaitUntil([&] { return !notify_.Notes().empty(); }))
+        if (!WaitUntil([&] { return !notify_.Notes().empty(); }, kPatience, 2))
             return 0;
         return notify_.Notes().front().tick;
     }
