@@ -44,11 +44,10 @@ function(vantrel_idl target idl)
   endif()
 endfunction()
 
-# vantrel_dll(<target> DEF <file.def> SOURCES ... LIBS ...): a DLL that exports by plain name.
-# --kill-at keeps stdcall decorations out of the export names. ld would then write the import
-# library without them too, so it is rewritten from the .def with dlltool -k, which keeps the
-# decorated symbols (Name@N, as the .def lists stdcall functions) and imports the plain names:
-# WINAPI callers link normally.
+# vantrel_dll(<target> DEF <file.def> SOURCES ... LIBS ...): a DLL that exports by plain name,
+# as its .def lists them. --kill-at keeps stdcall decorations out of the export names; ld would
+# then write the import library without them too, so cmake/ImportLibrary.cmake rewrites it with
+# the decorated symbols found in the DLL's objects: WINAPI callers link normally.
 function(vantrel_dll target)
   cmake_parse_arguments(D "" "DEF" "SOURCES;LIBS" ${ARGN})
   add_library(${target} SHARED ${D_SOURCES} ${D_DEF})
@@ -58,8 +57,10 @@ function(vantrel_dll target)
   if(D_DEF)
     get_filename_component(def_abs ${D_DEF} ABSOLUTE)
     add_custom_command(TARGET ${target} POST_BUILD
-      COMMAND ${CMAKE_DLLTOOL} -k --def ${def_abs} --dllname $<TARGET_FILE_NAME:${target}>
-              --output-lib $<TARGET_LINKER_FILE:${target}>
+      COMMAND ${CMAKE_COMMAND} -DNM=${CMAKE_NM} -DDLLTOOL=${CMAKE_DLLTOOL} -DDEF=${def_abs}
+              -DDLL_NAME=$<TARGET_FILE_NAME:${target}> -DOUTPUT=$<TARGET_LINKER_FILE:${target}>
+              "-DOBJECTS=$<TARGET_OBJECTS:${target}>"
+              -P ${PROJECT_SOURCE_DIR}/cmake/ImportLibrary.cmake
       VERBATIM)
   endif()
 endfunction()

@@ -1,8 +1,5 @@
 #include "ClassFactory.h"
 
-#include <mutex>
-#include <new>
-
 #include "ModuleLock.h"
 
 namespace vantrel {
@@ -50,47 +47,6 @@ HRESULT ClassFactory::LockServer(BOOL lock) noexcept {
     else
         ModuleLock::Decrement();
     return S_OK;
-}
-
-ClassTable::ClassTable(const ClassTableEntry* entries, std::size_t count) noexcept
-    : entries_(entries), count_(count < kMaxClasses ? count : kMaxClasses) {}
-
-ClassTable::~ClassTable() {
-    ReleaseAll();
-}
-
-HRESULT ClassTable::GetClassObject(REFCLSID clsid, REFIID riid, void** ppv) noexcept {
-    if (!ppv)
-        return E_POINTER;
-    *ppv = nullptr;
-    for (std::size_t i = 0; i < count_; ++i) {
-        if (!IsEqualCLSID(clsid, *entries_[i].clsid))
-            continue;
-        ClassFactory* factory;
-        {
-            std::lock_guard<CriticalSection> guard(lock_);
-            if (!cache_[i])
-                cache_[i] = new (std::nothrow) ClassFactory(entries_[i].create);
-            factory = cache_[i];
-        }
-        if (!factory)
-            return E_OUTOFMEMORY;
-        return factory->QueryInterface(riid, ppv);
-    }
-    return CLASS_E_CLASSNOTAVAILABLE;
-}
-
-void ClassTable::ReleaseAll() noexcept {
-    std::lock_guard<CriticalSection> guard(lock_);
-    for (auto& factory : cache_) {
-        if (factory)
-            factory->Release();
-        factory = nullptr;
-    }
-}
-
-HRESULT CanUnloadModule() noexcept {
-    return ModuleLock::Count() == 0 ? S_OK : S_FALSE;
 }
 
 }  // namespace vantrel

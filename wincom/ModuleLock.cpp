@@ -1,5 +1,8 @@
 #include "ModuleLock.h"
 
+// The linker's symbol at the start of the image being linked.
+extern "C" IMAGE_DOS_HEADER __ImageBase;
+
 namespace vantrel {
 namespace {
 volatile LONG g_lockCount = 0;
@@ -13,6 +16,10 @@ void ModuleLock::Decrement() noexcept {
 }
 LONG ModuleLock::Count() noexcept {
     return InterlockedCompareExchange(&g_lockCount, 0, 0);
+}
+
+HMODULE ThisModule() noexcept {
+    return reinterpret_cast<HMODULE>(&__ImageBase);
 }
 
 }  // namespace vantrel

@@ -13,4 +13,7 @@ class ModuleLock {
     static LONG Count() noexcept;
 };
 
+// The module (DLL or EXE) this code is linked into.
+HMODULE ThisModule() noexcept;
+
 }  // namespace vantrel

@@ -20,10 +20,11 @@ class NotifyTarget {
 
     // Posts (message, code, param) to the window if it still exists; false when nothing was
     // posted. The one way every object notifies the host.
-    bool Post(WPARAM code) const noexcept {
+    bool Post(WPARAM code) const noexcept { return Post(code, static_cast<LPARAM>(param_)); }
+    // The recorder and the reader keep the parameter but post lParam 0.
+    bool Post(WPARAM code, LPARAM lParam) const noexcept {
         const HWND window = window_;
-        return window && IsWindow(window) &&
-               PostMessageA(window, message_, code, static_cast<LPARAM>(param_));
+        return window && IsWindow(window) && PostMessageA(window, message_, code, lParam);
     }
 
   private:

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string>
 
+#include "ComServer.h"
 #include "UniqueHandle.h"
 
 namespace vantrel {
@@ -30,7 +31,7 @@ HRESULT FromWin32(LONG err) noexcept {
     return err == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(err);
 }
 
-HRESULT WriteProgId(const char* progId, const ClassRegistration& row, const char* clsid) noexcept {
+HRESULT WriteProgId(const char* progId, const ComClass& row, const char* clsid) noexcept {
     if (!progId)
         return S_OK;
     LONG err = DeleteTree(HKEY_CLASSES_ROOT, progId);
@@ -54,7 +55,7 @@ void GuidToRegistryString(REFGUID g, char* buf, std::size_t size) noexcept {
              g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6], g.Data4[7]);
 }
 
-HRESULT RegisterComClass(HMODULE module, const ClassRegistration& row) noexcept {
+HRESULT RegisterComClass(HMODULE module, const ComClass& row) noexcept {
     try {
         char clsid[40];
         GuidToRegistryString(*row.clsid, clsid, sizeof clsid);
@@ -89,7 +90,7 @@ HRESULT RegisterComClass(HMODULE module, const ClassRegistration& row) noexcept 
     }
 }
 
-HRESULT UnregisterComClass(const ClassRegistration& row) noexcept {
+HRESULT UnregisterComClass(const ComClass& row) noexcept {
     try {
         char clsid[40];
         GuidToRegistryString(*row.clsid, clsid, sizeof clsid);
@@ -102,26 +103,6 @@ HRESULT UnregisterComClass(const ClassRegistration& row) noexcept {
     } catch (...) {
         return E_OUTOFMEMORY;
     }
-}
-
-HRESULT RegisterClasses(HMODULE module, const ClassRegistration* rows, std::size_t count) noexcept {
-    HRESULT first = S_OK;
-    for (std::size_t i = 0; i < count; ++i) {
-        const HRESULT hr = RegisterComClass(module, rows[i]);
-        if (FAILED(hr) && SUCCEEDED(first))
-            first = hr;
-    }
-    return first;
-}
-
-HRESULT UnregisterClasses(const ClassRegistration* rows, std::size_t count) noexcept {
-    HRESULT first = S_OK;
-    for (std::size_t i = 0; i < count; ++i) {
-        const HRESULT hr = UnregisterComClass(rows[i]);
-        if (FAILED(hr) && SUCCEEDED(first))
-            first = hr;
-    }
-    return first;
 }
 
 HRESULT RegisterModuleTypeLib(HMODULE module) noexcept {

@@ -2,21 +2,15 @@
 
 namespace vantrel {
 
-HINSTANCE ThisModule() noexcept {
-    HMODULE module = nullptr;
-    GetModuleHandleExA(
-        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-        reinterpret_cast<LPCSTR>(&ThisModule), &module);
-    return module;
-}
-
 bool Window::RegisterClassOnce(const WindowClassInfo& cls) noexcept {
     if (!cls.name)
         return false;
-    WNDCLASSEXA existing = {sizeof existing};
+    WNDCLASSEXA existing{};
+    existing.cbSize = sizeof existing;
     if (GetClassInfoExA(ThisModule(), cls.name, &existing))
         return true;
-    WNDCLASSEXA wc = {sizeof wc};
+    WNDCLASSEXA wc{};
+    wc.cbSize = sizeof wc;
     wc.style = cls.style;
     wc.lpfnWndProc = Procedure;
     wc.hInstance = ThisModule();

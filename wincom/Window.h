@@ -14,6 +14,8 @@
 #include <optional>
 #include <vector>
 
+#include "ModuleLock.h"
+
 namespace vantrel {
 
 struct WindowClassInfo {
@@ -55,8 +57,5 @@ class Window {
     HWND hwnd_ = nullptr;
     std::vector<std::pair<UINT, Handler>> handlers_;
 };
-
-// The module (DLL or EXE) that contains the calling code.
-HINSTANCE ThisModule() noexcept;
 
 }  // namespace vantrel

@@ -165,8 +165,8 @@ TEST_P(PayloadLayout, ViewFindsColourPartAndRows) {
               ParseFramePayload(shortBy1.data(), shortBy1.size(), frame, &view));
 }
 
-// The last band lies partly outside the desktop: decoders count such a band without writing it,
-// so the view must not refuse it.
+// The last band lies partly outside the desktop: decoders drop such a band after the view, so the
+// view itself must not refuse it.
 INSTANTIATE_TEST_SUITE_P(Depths, PayloadLayout,
                          testing::Values(LayoutCase{1, BI_RGB, {0, 0, 8, 8}, 48, 1},
                                          LayoutCase{4, BI_RGB, {0, 0, 24, 8}, 104, 12},
@@ -232,6 +232,23 @@ TEST(PayloadView, BandHeightsAnEncoderCutsTo) {
     EXPECT_EQ(0u, RowBytes(RECT{16, 0, 8, 8}, 16));
     // The largest payload an encoder makes fits the packet buffer.
     EXPECT_EQ(767u, RowsThatFit(52, 2048));
+}
+
+TEST(PayloadView, DesktopsADecoderBuilds) {
+    const struct {
+        RECT desktop;
+        uint32_t bpp;
+        bool fits;
+    } cases[] = {
+        {{0, 0, 1024, 768}, 16, true},   {{0, 0, 8192, 8192}, 16, true},
+        {{0, 0, 8192, 8192}, 24, false}, {{0, 0, 8192, 4096}, 32, true},
+        {{0, 0, 8193, 1}, 1, false},     {{0, 0, 1, 8193}, 1, false},
+        {{0, 0, 0, 768}, 16, false},     {{0, 0, 1024, -768}, 16, false},
+        {{1, 0, 1025, 768}, 16, false},  {{0, 0, 1024, 768}, 12, false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.fits, DesktopWithinLimits(c.desktop, c.bpp))
+            << c.desktop.left << "," << c.desktop.right << "x" << c.desktop.bottom << "@" << c.bpp;
 }
 
 // ---- Cursor records ----------------------------------------------------------------------------

@@ -52,6 +52,22 @@ struct Sender {
     StreamEncoder encoder;
 };
 
+// A frame packet for band of desktop at bpp whose payload is a BITMAPINFO of that desktop and
+// the band's rows, each byte fill.
+FakeSink::Packet FramePacket(IScreenCodec* codec, const RECT& desktop, uint32_t bpp,
+                             const RECT& band, BYTE fill = 0x5A) {
+    std::vector<BYTE> payload =
+        Bmi(desktop.right - desktop.left, desktop.bottom - desktop.top, static_cast<int>(bpp));
+    payload.resize(packet::BitmapInfoSize(bpp, BI_RGB));
+    payload.resize(payload.size() + packet::RowBytes(band, bpp) * (band.bottom - band.top), fill);
+    std::vector<BYTE> p(packet::kBufferSize);
+    ULONG out = packet::kMaxFramePayload;
+    EXPECT_EQ(S_OK, codec->Compress(payload.data(), static_cast<ULONG>(payload.size()),
+                                    p.data() + packet::kFrameHeaderSize, &out, 2));
+    p.resize(packet::WriteFrameHeader(p.data(), packet::FrameHeader{0, desktop, bpp, band}, out));
+    return FakeSink::Packet{p, static_cast<unsigned long>(p.size()), 0};
+}
+
 }  // namespace
 
 TEST_F(ScreenTest, UpdatesMergeOnTheGridInRegionOrder) {
@@ -298,4 +314,95 @@ TEST_F(ScreenTest, FrameBufferExportRebuildsTheSamePicture) {
     EXPECT_EQ(768u, counter);
     EXPECT_TRUE(second.decoder.IsPictureComplete());
     EXPECT_EQ(Snapshot(s.image), Snapshot(second.image));
+}
+
+TEST_F(ScreenTest, DesktopsBeyondTheLimitsAreRefusedBeforeAnImageIsMade) {
+    // A packet of a few dozen bytes must not make a receiver allocate and clear a huge image.
+    const struct {
+        RECT desktop;
+        uint32_t bpp;
+        bool built;
+    } cases[] = {
+        {{0, 0, 16000, 16000}, 16, false}, {{0, 0, 8193, 8}, 16, false},
+        {{0, 0, 8, 8193}, 8, false},       {{0, 0, 8192, 8192}, 32, false},  // 256 MiB of pixels
+        {{8, 0, 72, 64}, 16, false},  // a desktop not at the origin
+        {{0, 0, -64, 64}, 16, false},      {{0, 0, 8192, 8}, 16, true},
+        {{0, 0, 8, 8192}, 16, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.desktop << " at " << c.bpp);
+        DecodingSink r(codec_.Get());
+        EXPECT_EQ(c.built ? Outcome::Frame : Outcome::Refused,
+                  r.Take(FramePacket(codec_.Get(), c.desktop, c.bpp, RECT{0, 0, 8, 1})));
+        EXPECT_EQ(c.built ? 1 : 0, r.rebuilds);
+        EXPECT_EQ(c.built, r.image.IsOpen());
+    }
+    // Between two pictures: the picture held stays as it was.
+    DecodingSink r(codec_.Get());
+    ASSERT_EQ(Outcome::Frame,
+              r.Take(FramePacket(codec_.Get(), {0, 0, 64, 64}, 16, {0, 0, 64, 64})));
+    EXPECT_EQ(Outcome::Refused,
+              r.Take(FramePacket(codec_.Get(), {0, 0, 16000, 16000}, 16, {0, 0, 64, 64})));
+    EXPECT_EQ((RECT{0, 0, 64, 64}), r.decoder.GetDesktopRect());
+    EXPECT_EQ(1, r.rebuilds);
+    EXPECT_TRUE(r.decoder.IsPictureComplete());
+}
+
+TEST_F(ScreenTest, BandsOutsideTheDesktopAreNeitherWrittenNorCounted) {
+    const RECT desktop{0, 0, 64, 64};
+    const RECT outside[] = {{0, 32, 64, 72}, {56, 0, 72, 64}, {0, 64, 64, 72}, {-8, 0, 64, 64}};
+    for (const RECT& band : outside) {
+        SCOPED_TRACE(testing::Message() << band);
+        DecodingSink r(codec_.Get());
+        ASSERT_EQ(Outcome::Frame, r.Take(FramePacket(codec_.Get(), desktop, 16, {0, 0, 64, 32})));
+        EXPECT_EQ(Outcome::Frame, r.Take(FramePacket(codec_.Get(), desktop, 16, band)));
+        EXPECT_FALSE(r.decoder.IsPictureComplete());
+        EXPECT_EQ(0, r.completions);
+        EXPECT_EQ(0x0210, Pixel555(r.image, 60, 60));  // still the background
+        // The missing rows, sent properly, complete it.
+        EXPECT_EQ(Outcome::Frame, r.Take(FramePacket(codec_.Get(), desktop, 16, {0, 32, 64, 64})));
+        EXPECT_TRUE(r.decoder.IsPictureComplete());
+    }
+}
+
+// Noise does not compress: a band cut to fill the buffer comes back larger than a packet holds
+// unless the buffer had some slack, and its rows must arrive all the same. The widths are those
+// that leave a full band within a few dozen bytes of the buffer's end; 2168 at 8 bpp and 5208 at
+// 1 bpp fill it to the last byte, which no codec can shrink.
+TEST_F(ScreenTest, IncompressibleFullBandsStillCompleteThePicture) {
+    const std::vector<DWORD> k565{0xF800, 0x07E0, 0x001F};
+    const struct {
+        int bpp;
+        std::vector<int> widths;
+    } cases[] = {
+        {16, {400, 688, 744, 800, 1016, 1032, 1208, 1736, 2032}},
+        {8, {728, 952, 1016, 1032, 2168}},
+        {1, {5208}},
+    };
+    for (const auto& c : cases) {
+        for (const int width : c.widths) {
+            SCOPED_TRACE(testing::Message() << width << " at " << c.bpp);
+            auto format = [&](int height) {
+                return c.bpp == 16 ? Bmi(width, height, 16, BI_BITFIELDS, k565)
+                                   : Bmi(width, height, c.bpp);
+            };
+            const uint32_t n = DesktopImage::GetBitmapInfoSize(AsBmi(format(8)));
+            // Two full bands and a short one.
+            const int height = static_cast<int>(2 * packet::RowsThatFit(n, width * c.bpp / 8) + 5);
+            Sender s(codec_.Get(), format(height), 1234 + width);
+            const RECT all{0, 0, width, height};
+            EXPECT_GE(s.encoder.SendRegion(&all), 3);
+            DecodingSink r(codec_.Get());
+            LONG next = 0;
+            for (const auto& p : s.sink.Packets()) {
+                ASSERT_EQ(Outcome::Frame, r.Take(p));
+                const RECT band = r.Arrivals().back().band;
+                EXPECT_EQ(next, band.top);
+                next = band.bottom;
+            }
+            EXPECT_EQ(height, next);
+            EXPECT_TRUE(r.decoder.IsPictureComplete());
+            EXPECT_TRUE(Snapshot(s.image) == Snapshot(r.image));
+        }
+    }
 }

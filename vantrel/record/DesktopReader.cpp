@@ -1,23 +1,67 @@
-// DesktopReader: playback state, settings and the frame buffer registration.
+// DesktopReader: validation on Open, the playback thread and its pacing, full-screen requests.
 #include "record/DesktopReader.h"
 
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <new>
+
+#include "lesson/LessonFormat.h"
 #include "wincom/Result.h"
 
 namespace vantrel {
 
 DesktopReader::DesktopReader(IUnknown* outer) noexcept : ComObjectRoot(outer) {}
 
+HRESULT DesktopReader::FinalConstruct() noexcept {
+    buffer_.reset(new (std::nothrow) BYTE[lesson::kMaxRecordLength]);
+    RETURN_IF_NULL_ALLOC(buffer_);
+    return S_OK;
+}
+
+DesktopReader::~DesktopReader() {
+    EndPlayback();
+}
+
 HRESULT DesktopReader::InternalQueryInterface(REFIID riid, void** ppv) noexcept {
     static const QITAB rows[] = {QITABENT(DesktopReader, IDesktopReader), {}};
     return QISearch(this, rows, riid, ppv);
 }
 
-HRESULT DesktopReader::Open(LPSTR) noexcept {
-    return E_NOTIMPL;  // needs the recording file
+void DesktopReader::EndPlayback() noexcept {
+    playing_ = false;
+    paused_ = false;
+    // A sink that stops the reader from inside a delivery cannot wait for its own thread; Run
+    // collects that thread later.
+    if (thread_ && GetCurrentThreadId() != threadId_) {
+        WaitForSingleObject(thread_.get(), INFINITE);
+        thread_.reset();
+    }
+    position_ = 0;
 }
 
+// Replacing the file ends a playback of the old one first.
+HRESULT DesktopReader::Open(LPSTR lpszFileName) noexcept {
+    EndPlayback();
+    file_.Close();
+    RETURN_HR_IF(E_FAIL, !file_.Open(lpszFileName, File::modeRead | File::shareDenyNone));
+    uint64_t length = 0;
+    BYTE header[lesson::kHeaderSize];
+    if (!file_.Length(&length) || length < lesson::kHeaderSize ||
+        !file_.ReadExact(header, sizeof header) ||
+        lesson::CheckForPlayback(header, length) != lesson::HeaderCheck::Ok) {
+        file_.Close();
+        return E_FAIL;
+    }
+    duration_ = lesson::ReadHeader(header).duration;
+    return S_OK;
+}
+
+// The playback thread reads the file, so it ends first.
 HRESULT DesktopReader::Close() noexcept {
-    file_.reset();
+    if (file_.IsOpen())
+        EndPlayback();
+    file_.Close();
     return S_OK;
 }
 
@@ -28,8 +72,18 @@ HRESULT DesktopReader::Run() noexcept {
         paused_ = false;
         return S_OK;
     }
-    RETURN_HR_IF(E_FAIL, !file_);
-    return E_NOTIMPL;  // needs the playback thread
+    RETURN_HR_IF(E_FAIL, !file_.IsOpen());
+    EndPlayback();  // a thread that a sink stopped from inside a delivery
+    playing_ = true;
+    paused_ = false;
+    speedChangePending_ = false;
+    position_ = 0;
+    thread_.reset(CreateThread(nullptr, 0, ThreadEntry, this, 0, &threadId_));
+    if (!thread_) {
+        playing_ = false;
+        return HResultFromLastError();
+    }
+    return S_OK;
 }
 
 HRESULT DesktopReader::Pause() noexcept {
@@ -40,7 +94,8 @@ HRESULT DesktopReader::Pause() noexcept {
 
 HRESULT DesktopReader::Stop() noexcept {
     RETURN_HR_IF(E_FAIL, !playing_);
-    return E_NOTIMPL;  // needs the playback thread
+    EndPlayback();
+    return S_OK;
 }
 
 HRESULT DesktopReader::SetNotifyWindow(HWND hWndNotify, unsigned int uMsg,
@@ -88,15 +143,23 @@ HRESULT DesktopReader::RequestFullScreen() noexcept {
 
 HRESULT DesktopReader::RegisterFrameBuffer(IFrameBuffer* pFrameBuffer) noexcept {
     RETURN_HR_IF_NULL(E_POINTER, pFrameBuffer);
-    RETURN_HR_IF(E_FAIL, frameBuffer_ != nullptr);
-    pFrameBuffer->AddRef();
-    frameBuffer_ = pFrameBuffer;
+    ComPtr<IUnknown> identity;
+    RETURN_IF_FAILED(pFrameBuffer->QueryInterface(IID_IUnknown, identity.PutVoid()));
+    std::lock_guard<CriticalSection> guard(frameBufferLock_);
+    RETURN_HR_IF(E_FAIL, frameBuffer_);
+    frameBuffer_ = ComPtr<IFrameBuffer>(pFrameBuffer);
+    // Held by frameBuffer_'s reference.
+    frameBufferIdentity_ = identity.Get();
     return S_OK;
 }
 
 HRESULT DesktopReader::UnregisterFrameBuffer() noexcept {
-    if (IFrameBuffer* frameBuffer = frameBuffer_.exchange(nullptr))
-        frameBuffer->Release();
+    ComPtr<IFrameBuffer> gone;
+    {
+        std::lock_guard<CriticalSection> guard(frameBufferLock_);
+        gone.Swap(frameBuffer_);
+        frameBufferIdentity_ = nullptr;
+    }
     return S_OK;
 }
 
@@ -107,6 +170,126 @@ HRESULT DesktopReader::SetSpeedFactor(unsigned long dwFactor) noexcept {
     if (playing_)
         speedChangePending_ = true;
     return S_OK;
+}
+
+DWORD WINAPI DesktopReader::ThreadEntry(void* self) noexcept {
+    auto* reader = static_cast<DesktopReader*>(self);
+    switch (reader->PlaybackLoop()) {
+        case Ending::End:
+            reader->notify_.Post(kNotifyEnd, 0);
+            break;
+        case Ending::FileError:
+            reader->notify_.Post(kNotifyFileError, 0);
+            break;
+        case Ending::Stopped:
+        case Ending::Oversized:
+            break;
+    }
+    return 0;
+}
+
+// The sink the picture came from is skipped by identity: a render's IFrameBuffer and its
+// IDataTransmitter are different pointers to one object.
+void DesktopReader::ServeFullScreen() noexcept {
+    if (!fullScreenRequested_)
+        return;
+    ComPtr<IFrameBuffer> frameBuffer;
+    IUnknown* identity = nullptr;
+    {
+        std::lock_guard<CriticalSection> guard(frameBufferLock_);
+        frameBuffer = frameBuffer_;
+        identity = frameBufferIdentity_;
+    }
+    if (frameBuffer) {
+        BYTE* buffer = buffer_.get();
+        unsigned long size = lesson::kMaxRecordLength;
+        for (long first = TRUE;
+             playing_ && frameBuffer->GetFullScreenData(buffer, &size, first) == S_OK;
+             first = FALSE) {
+            if (size < lesson::kRecordHeadSize || size > lesson::kMaxRecordLength)
+                break;
+            sinks_.Deliver(buffer, size, identity);
+            size = lesson::kMaxRecordLength;
+        }
+    }
+    fullScreenRequested_ = false;
+}
+
+// Positions are recording milliseconds: (tick - t0) * factor, all unsigned 32-bit. A record goes
+// out once the position has passed its time; the end of the file sits at the duration.
+DesktopReader::Ending DesktopReader::PlaybackLoop() noexcept {
+    DWORD t0 = GetTickCount();
+    DWORD factor = speedFactor_;
+    DWORD position = position_;
+    // Factor 0 holds the position: there is no clock to re-base on.
+    const auto rebase = [&] {
+        if (factor)
+            t0 = GetTickCount() - position / factor;
+    };
+    const auto advance = [&] {
+        if (factor)
+            position = (GetTickCount() - t0) * factor;
+        position_ = position;
+    };
+    if (!file_.Seek(lesson::kHeaderSize, File::From::Begin))
+        return Ending::FileError;
+    BYTE* const buffer = buffer_.get();
+    for (;;) {
+        if (!playing_)
+            return Ending::Stopped;
+        // Kept apart from the buffer, which a full-screen picture may take meanwhile.
+        BYTE headBytes[lesson::kRecordHeadSize];
+        uint32_t got = 0;
+        if (!file_.Read(headBytes, sizeof headBytes, &got))
+            return Ending::FileError;
+        lesson::RecordHead head;
+        DWORD length = 0;
+        DWORD time = duration_;
+        switch (lesson::ParseRecordHead(headBytes, got, &head)) {
+            case lesson::RecordStep::Record:
+                length = head.length;
+                time = head.time;
+                break;
+            case lesson::RecordStep::End:
+                break;
+            case lesson::RecordStep::TooLong:
+                return Ending::Oversized;
+            case lesson::RecordStep::TooShort:
+                return Ending::FileError;
+        }
+        ServeFullScreen();
+        advance();
+        if (time > idleFlushTimeout_ + position)
+            sinks_.Flush();
+        while (position <= time || paused_ || speedChangePending_) {
+            if (!playing_)
+                return Ending::Stopped;
+            ServeFullScreen();
+            if (speedChangePending_) {
+                factor = speedFactor_;
+                rebase();
+                speedChangePending_ = false;
+            }
+            if (paused_ || factor == 0) {
+                Sleep(kSliceMs);
+                rebase();
+                advance();
+            } else {
+                if (position <= time)
+                    Sleep(std::min<DWORD>(time - position, kSliceMs));
+                advance();
+            }
+        }
+        if (!playing_)
+            return Ending::Stopped;
+        if (length == 0)
+            return Ending::End;
+        // A body that the file does not hold is damage, as a failed read is.
+        std::memcpy(buffer, headBytes, sizeof headBytes);
+        if (!file_.ReadExact(buffer + lesson::kRecordHeadSize, length - lesson::kRecordHeadSize))
+            return Ending::FileError;
+        sinks_.Deliver(buffer, length);
+    }
 }
 
 }  // namespace vantrel

@@ -1,15 +1,17 @@
-// DesktopRecorder: a sink of the desktop stream that stores the packets it is given in a
-// recording file, only between Run and Stop. Stop keeps the recording time continuous across
-// several Run/Stop pairs.
+// DesktopRecorder: a sink of the desktop stream that stores the packets it is given in a lesson
+// file, only between Run and Stop. Stop keeps the recording time continuous across several
+// Run/Stop pairs; Close finishes the file by rewriting its header.
 #pragma once
 
 #include <windows.h>
 
+#include <cstdint>
+
 #include "Vantrel.h"
 #include "wincom/ComObjectRoot.h"
-#include "wincom/NotifyTarget.h"
 #include "wincom/CriticalSection.h"
-#include "wincom/UniqueHandle.h"
+#include "wincom/File.h"
+#include "wincom/NotifyTarget.h"
 
 namespace vantrel {
 
@@ -39,15 +41,24 @@ class DesktopRecorder final : public ComObjectRoot,
     ~DesktopRecorder() override = default;
     HRESULT InternalQueryInterface(REFIID riid, void** ppv) noexcept override;
 
-    // Guards recording_, clockMark_, lastRecordTime_ and the writes: Transfer runs on the
-    // source's thread, everything else on the host's.
+    // Steps 2 to 4 of Open on the freshly opened file_; false leaves it to the caller to close.
+    bool PrepareFile() noexcept;
+    // What was written reaches the disk at most this long after it was written, so a power loss
+    // costs at most that much of the lesson (a killed process costs nothing: every record is
+    // handed to the system before Transfer returns).
+    static constexpr DWORD kDiskFlushIntervalMs = 1000;
+
+    // Guards every member below against Transfer, which runs on the source's thread while the
+    // other methods run on the host's.
     CriticalSection lock_;
-    UniqueFile file_;  // closed by the destructor without rewriting the header
+    File file_;  // closed by the destructor without rewriting the header
     NotifyTarget notify_;
     bool recording_ = false;
     DWORD lastRecordTime_ = 0;
     DWORD duration_ = 0;
-    DWORD clockMark_ = 0;  // tick count at Run; after Stop, the stop position
+    DWORD clockMark_ = 0;      // tick count at Run; after Stop, the stop position
+    uint64_t fileLength_ = 0;  // where the next record goes
+    DWORD lastDiskFlush_ = 0;
 };
 
 }  // namespace vantrel

@@ -135,6 +135,15 @@ bool ReadFrameHeader(const void* packet, uint32_t cbData, FrameHeader* out) noex
     return true;
 }
 
+bool DesktopWithinLimits(const RECT& desktop, uint32_t bitsPerPixel) noexcept {
+    if (desktop.left != 0 || desktop.top != 0 || desktop.right <= 0 || desktop.bottom <= 0 ||
+        desktop.right > kMaxDesktopSide || desktop.bottom > kMaxDesktopSide ||
+        !IsDibDepth(bitsPerPixel))
+        return false;
+    const uint64_t stride = (static_cast<uint64_t>(desktop.right) * bitsPerPixel + 31) / 32 * 4;
+    return stride * static_cast<uint64_t>(desktop.bottom) <= kMaxDesktopBytes;
+}
+
 uint32_t BitmapInfoSize(uint32_t bitCount, uint32_t compression) noexcept {
     if (compression == BI_BITFIELDS)
         return kBitmapInfoHeaderSize + 3 * sizeof(DWORD);

@@ -33,6 +33,13 @@ constexpr uint32_t kCursorMagic = 0x43555248;                            // byte
 constexpr uint32_t kBitmapInfoHeaderSize = 40;
 constexpr uint32_t kMaxBitmapInfoSize = 1064;
 
+// The largest desktop any decoder builds an image for. A frame packet from the network may claim
+// any size and every decoder allocates and clears the whole image it claims, so a packet beyond
+// these is dropped before anything is allocated: at most 8192 pixels a side and 128 MiB of
+// pixel memory (8192 x 8192 at 16 bits, the depth every sender uses above 8 bits).
+constexpr int32_t kMaxDesktopSide = 8192;
+constexpr uint64_t kMaxDesktopBytes = 128u << 20;
+
 // ---- Little-endian access ----------------------------------------------------------------------
 
 inline uint32_t LoadU32(const void* p) noexcept {
@@ -114,6 +121,9 @@ struct FrameHeader {
 uint32_t WriteFrameHeader(void* packet, const FrameHeader& header, uint32_t payloadSize) noexcept;
 // False when packet is null, shorter than 48 bytes or not "HMRF"; *out is then untouched.
 bool ReadFrameHeader(const void* packet, uint32_t cbData, FrameHeader* out) noexcept;
+// Whether a decoder builds an image for this desktop rectangle and depth: origin 0, 0, sides of
+// 1 to kMaxDesktopSide pixels, a DIB depth, and 32-bit aligned rows within kMaxDesktopBytes.
+bool DesktopWithinLimits(const RECT& desktop, uint32_t bitsPerPixel) noexcept;
 
 // ---- Frame payload (decompressed): BITMAPINFO, then the band's unpadded rows ------------------
 
@@ -151,7 +161,8 @@ struct FramePayloadView {
 };
 
 // Checks that payload (size bytes, as the codec gave them back) is a whole payload for the band
-// and depth of frame. A band outside the desktop is not refused: decoders still count it.
+// and depth of frame. A band outside the desktop is not refused here: decoders report it but
+// neither write nor count it.
 PayloadError ParseFramePayload(const void* payload, uint32_t size, const FrameHeader& frame,
                                FramePayloadView* out) noexcept;
 const char* PayloadErrorName(PayloadError e) noexcept;

@@ -8,6 +8,22 @@
 
 namespace vantrel {
 
+namespace {
+
+// Whether sink belongs to the object whose IUnknown is identity. Asked on the delivering thread,
+// of a pinned sink, only when a delivery skips an object.
+bool IsObject(IDataTransmitter* sink, IUnknown* identity) noexcept {
+    if (sink == identity)
+        return true;
+    IUnknown* unknown = nullptr;
+    if (FAILED(sink->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&unknown))) || !unknown)
+        return false;
+    unknown->Release();
+    return unknown == identity;
+}
+
+}  // namespace
+
 SinkTable::~SinkTable() {
     // Registered sinks are deliberately not released (see the header); only our records go.
     for (Entry*& entry : slots_) {
@@ -69,25 +85,27 @@ void SinkTable::Unpin(Entry* entry) noexcept {
 }
 
 template <typename Call>
-int SinkTable::ForEach(const void* skip, Call call) noexcept {
+int SinkTable::ForEach(IUnknown* skip, Call call) noexcept {
     int calls = 0;
     for (int i = 0; i < kSlots; ++i) {
         Entry* entry = nullptr;
         {
             std::lock_guard<CriticalSection> guard(lock_);
             entry = slots_[i];
-            if (!entry || entry->sink == skip)
+            if (!entry)
                 continue;
             ++entry->pins;
         }
-        call(entry->sink);
-        ++calls;
+        if (!skip || !IsObject(entry->sink, skip)) {
+            call(entry->sink);
+            ++calls;
+        }
         Unpin(entry);
     }
     return calls;
 }
 
-int SinkTable::Deliver(const void* data, uint32_t cbData, const void* skip) noexcept {
+int SinkTable::Deliver(const void* data, uint32_t cbData, IUnknown* skip) noexcept {
     // Transfer takes a non-const pointer by its IDL; sinks treat the packet as read-only.
     void* packet = const_cast<void*>(data);
     return ForEach(skip, [&](IDataTransmitter* sink) { sink->Transfer(packet, cbData, FALSE); });

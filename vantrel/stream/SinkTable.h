@@ -42,10 +42,11 @@ class SinkTable {
     // released. S_OK, E_FAIL when no slot holds it, E_POINTER for null.
     HRESULT UnregisterDataTransmitter(IDataTransmitter* sink) noexcept;
 
-    // Transfer(data, cbData, FALSE) on every occupied slot in slot order, skipping slots whose
-    // pointer is the address skip (may be null): the reader keeps a full-screen picture away
-    // from the sink it took it from. Results are not looked at. Returns the number of calls.
-    int Deliver(const void* data, uint32_t cbData, const void* skip = nullptr) noexcept;
+    // Transfer(data, cbData, FALSE) on every occupied slot in slot order, skipping the slots
+    // whose object is skip (may be null), compared by COM identity (IUnknown), since one object's
+    // interface pointers differ: the reader keeps a full-screen picture away from the sink it
+    // took it from. Results are not looked at. Returns the number of calls.
+    int Deliver(const void* data, uint32_t cbData, IUnknown* skip = nullptr) noexcept;
     // Flush() on every occupied slot in slot order. Returns the number of calls.
     int Flush() noexcept;
 
@@ -60,7 +61,7 @@ class SinkTable {
     };
 
     template <typename Call>
-    int ForEach(const void* skip, Call call) noexcept;
+    int ForEach(IUnknown* skip, Call call) noexcept;
     // Drops a pin; releases and frees the entry if it was the last use of an unregistered one.
     void Unpin(Entry* entry) noexcept;
 

@@ -52,7 +52,9 @@ StreamDecoder::Outcome StreamDecoder::DecodeFrame(const void* data, uint32_t cbD
     if (!codec_ || !buffer_)
         return Outcome::NoCodec;
     packet::FrameHeader frame;
-    if (!packet::ReadFrameHeader(data, cbData, &frame))
+    // Checked before the body is even decompressed: an oversized claim costs nothing.
+    if (!packet::ReadFrameHeader(data, cbData, &frame) ||
+        !packet::DesktopWithinLimits(frame.desktop, frame.bitsPerPixel))
         return Outcome::Refused;
     const uint32_t size = Decompress(data, cbData, packet::Verdict::Frame);
     if (size == 0)
@@ -80,11 +82,13 @@ StreamDecoder::Outcome StreamDecoder::DecodeFrame(const void* data, uint32_t cbD
     }
     // Every packet brings the sender's palette of its grab.
     image_.LoadBitmapInfo(bmi);
-    image_.WriteRows(&frame.band, payload.rows);
+    const bool written = image_.WriteRows(&frame.band, payload.rows) != FALSE;
     timings_.write += Now() - start;
     ++timings_.packets;
     owner_.OnBandApplied(frame.band);
-    if (!pictureComplete_)
+    // A band sticking out of the desktop is not written, so none of it counts: a malformed
+    // packet must not declare a picture complete that still shows background.
+    if (!pictureComplete_ && written)
         CountReceived(frame.band);
     return Outcome::Frame;
 }
@@ -102,8 +106,8 @@ bool StreamDecoder::FormatMatches(const packet::FrameHeader& frame,
            std::memcmp(Masks(own), payload.masks, sizeof payload.masks) == 0;
 }
 
-// The received area is a true union of the bands (clipped to the desktop), so two bands with a
-// gap between them never pass for a whole picture.
+// The received area is a true union of the written bands, so two bands with a gap between them
+// never pass for a whole picture.
 void StreamDecoder::CountReceived(const RECT& band) noexcept {
     RECT inside;
     if (!IntersectRect(&inside, &band, &desktop_))

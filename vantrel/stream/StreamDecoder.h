@@ -61,7 +61,7 @@ class StreamDecoder {
     enum class Outcome {
         Frame,          // band applied
         Cursor,         // cursor record applied
-        Refused,        // not an accepted packet (length, magic, size)
+        Refused,        // not an accepted packet (length, magic, size, desktop beyond limits)
         NoCodec,        // no codec instance or no decode buffer
         CodecFailed,    // the body did not decompress
         Damaged,        // decompressed body inconsistent with its header

@@ -144,8 +144,10 @@ int StreamEncoder::SendBands(BandSource& source, const RECT& rect) noexcept {
     return sent;
 }
 
-// A failed compression skips its band: the rows are counted as done and the next band follows,
-// so a sink never receives a packet whose payload the codec did not vouch for.
+// Rows that do not compress (noise, dithering) can come back larger than a packet holds: the
+// band is then cut to half its rows until it fits, so every row arrives whatever the content
+// and the codec. Only a single row that still fails is skipped (counted as done), so a sink
+// never receives a packet whose payload the codec did not vouch for.
 uint32_t StreamEncoder::BuildBand(BandSource& s, const RECT& r, uint32_t firstLine, BYTE* work,
                                   BYTE* packet, uint32_t* rows) noexcept {
     *rows = 0;
@@ -158,16 +160,24 @@ uint32_t StreamEncoder::BuildBand(BandSource& s, const RECT& r, uint32_t firstLi
     lap.To(t ? &t->convert : nullptr);
     if (!read || lines == 0)
         return 0;
+    const UINT rowBytes = bytes / lines;
+    ULONG out = 0;
+    for (;;) {
+        out = packet::kMaxFramePayload;
+        const HRESULT hr = s.codec->Compress(work, s.n + lines * rowBytes,
+                                             packet + packet::kFrameHeaderSize, &out, s.mode);
+        if (SUCCEEDED(hr) && out != 0 && out <= packet::kMaxFramePayload)
+            break;
+        if (lines == 1) {
+            *rows = 1;
+            return 0;
+        }
+        lines /= 2;
+    }
     *rows = lines;
-
-    ULONG out = packet::kMaxFramePayload;
-    const HRESULT hr =
-        s.codec->Compress(work, s.n + bytes, packet + packet::kFrameHeaderSize, &out, s.mode);
     lap.To(t ? &t->compress : nullptr);
     if (t)
-        t->payloadBytes += s.n + bytes;
-    if (FAILED(hr) || out == 0 || out > packet::kMaxFramePayload)
-        return 0;
+        t->payloadBytes += s.n + lines * rowBytes;
 
     packet::FrameHeader header = s.header;
     header.time = s.stampTime ? GetTickCount() : 0;

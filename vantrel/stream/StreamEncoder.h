@@ -86,8 +86,8 @@ class StreamEncoder {
     };
     // Builds the band of r that starts firstLine rows down: rows behind the BITMAPINFO in work,
     // compressed behind the frame header in packet. *rows: how many rows it covers (0: none
-    // left, or r cannot be read). Returns the packet length, 0 when the compression failed and
-    // the band is skipped.
+    // left, or r cannot be read); fewer than fit the buffer when the full band did not compress
+    // into a packet. Returns the packet length, 0 when even one row failed and is skipped.
     static uint32_t BuildBand(BandSource& source, const RECT& r, uint32_t firstLine, BYTE* work,
                               BYTE* packet, uint32_t* rows) noexcept;
     // The image's BITMAPINFO as it travels: 24/32 bpp as 16-bit 5-5-5, 5-6-5 as 5-5-5 when the

@@ -1,0 +1,33 @@
+# Writes a DLL's import library from its .def, which lists exports by plain name. A stdcall
+# export is found decorated (_Name@N) in the DLL's objects: the import library keeps that
+# decorated symbol, which WINAPI callers reference, and imports the plain name the DLL exports.
+# cmake -DNM=.. -DDLLTOOL=.. -DDEF=.. -DDLL_NAME=.. -DOUTPUT=.. -DOBJECTS=a.obj;b.obj -P ImportLibrary.cmake
+execute_process(COMMAND ${NM} -g ${OBJECTS} OUTPUT_VARIABLE symbols RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "nm failed on ${OBJECTS}")
+endif()
+file(STRINGS ${DEF} lines)
+set(out "")
+set(in_exports FALSE)
+foreach(line IN LISTS lines)
+  string(STRIP "${line}" line)
+  if(line MATCHES "^EXPORTS")
+    set(in_exports TRUE)
+  elseif(in_exports AND line MATCHES "^([A-Za-z_][A-Za-z0-9_]*)(.*)$")
+    set(name ${CMAKE_MATCH_1})
+    set(rest "${CMAKE_MATCH_2}")
+    if(symbols MATCHES " T _${name}@([0-9]+)\n")
+      set(name "${name}@${CMAKE_MATCH_1}")
+    endif()
+    string(APPEND out "    ${name}${rest}\n")
+    continue()
+  endif()
+  string(APPEND out "${line}\n")
+endforeach()
+set(decorated ${OUTPUT}.def)
+file(WRITE ${decorated} "${out}")
+execute_process(COMMAND ${DLLTOOL} -k --def ${decorated} --dllname ${DLL_NAME} --output-lib ${OUTPUT}
+                RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "dlltool failed for ${DLL_NAME}")
+endif()

@@ -1,0 +1,121 @@
+// A second process for the casting tests and benchmarks, made of registered COM objects only.
+//   teacher <group> <port> <fec> <stop>   DesktopCapture -> DesktopCaster (checksums on) until
+//                                         the named event <stop> is set; exit code 0
+//   student <group> <port> <stop> <ready> DesktopReceiver -> a counting sink until <stop> is
+//                                         set; releases the named semaphore <ready> once it
+//                                         runs; exit code: packets received (0 is a failure)
+// Other exit codes: 2 usage, 3 COM, 4 an object or a session could not be made.
+#include <windows.h>
+#include <objbase.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "Vantrel.h"
+#include "wincom/ComPtr.h"
+#include "wincom/KernelObjects.h"
+#include "wincom/UniqueHandle.h"
+
+using namespace vantrel;
+
+namespace {
+
+constexpr DWORD kLifetimeMs = 10 * 60 * 1000;  // a peer whose parent died ends by itself
+
+// Waits for the event, pumping this apartment's messages meanwhile.
+void WaitPumping(HANDLE event) {
+    const DWORD start = GetTickCount();
+    for (;;) {
+        const DWORD r = MsgWaitForMultipleObjects(1, &event, FALSE, 200, QS_ALLINPUT);
+        if (r == WAIT_OBJECT_0 || r == WAIT_FAILED || GetTickCount() - start > kLifetimeMs)
+            return;
+        MSG msg;
+        while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
+            DispatchMessageA(&msg);
+    }
+}
+
+class CountingSink final : public IDataTransmitter {
+  public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override {
+        *ppv = nullptr;
+        if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, IID_IDataTransmitter))
+            return E_NOINTERFACE;
+        *ppv = this;
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() noexcept override { return 1; }
+    HRESULT STDMETHODCALLTYPE Transfer(void*, unsigned long, long) noexcept override {
+        ++packets;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Flush() noexcept override { return S_OK; }
+    std::atomic<LONG> packets{0};
+};
+
+int Teacher(char* group, USHORT port, int fec, const char* stopName) {
+    UniqueEvent stop = TryOpenNamedEvent(stopName);
+    ComPtr<IDesktopCapture> capture;
+    ComPtr<IDesktopCaster> caster;
+    ComPtr<IDataTransmitter> casterSink;
+    if (!stop ||
+        FAILED(CoCreateInstance(CLSID_DesktopCapture, nullptr, CLSCTX_INPROC_SERVER,
+                                IID_IDesktopCapture, capture.PutVoid())) ||
+        FAILED(CoCreateInstance(CLSID_DesktopCaster, nullptr, CLSCTX_INPROC_SERVER,
+                                IID_IDesktopCaster, caster.PutVoid())) ||
+        FAILED(caster.As(&casterSink)))
+        return 4;
+    char local[] = "127.0.0.1";
+    if (caster->CreateSession(local, group, port, fec, TRUE) != S_OK || caster->Run() != S_OK ||
+        capture->RegisterDataTransmitter(casterSink.Get()) != S_OK || capture->Run() != S_OK)
+        return 4;
+    WaitPumping(stop.get());
+    capture->Stop();
+    capture->UnregisterDataTransmitter(casterSink.Get());
+    caster->DestroySession();
+    return 0;
+}
+
+int Student(char* group, USHORT port, const char* stopName, const char* readyName) {
+    UniqueEvent stop = TryOpenNamedEvent(stopName);
+    UniqueHandle ready(OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, readyName));
+    ComPtr<IDesktopReceiver> receiver;
+    CountingSink sink;
+    if (!stop || !ready ||
+        FAILED(CoCreateInstance(CLSID_DesktopReceiver, nullptr, CLSCTX_INPROC_SERVER,
+                                IID_IDesktopReceiver, receiver.PutVoid())))
+        return 4;
+    char local[] = "127.0.0.1";
+    receiver->JoinSession(local, group, port);
+    receiver->RegisterDataTransmitter(&sink);
+    receiver->Run();
+    ReleaseSemaphore(ready.get(), 1, nullptr);
+    WaitPumping(stop.get());
+    receiver->Stop();
+    receiver->LeaveSession();
+    receiver->UnregisterDataTransmitter(&sink);
+    return static_cast<int>(sink.packets.load());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const bool teacher = argc == 6 && !strcmp(argv[1], "teacher");
+    const bool student = argc == 6 && !strcmp(argv[1], "student");
+    if (!teacher && !student) {
+        std::fprintf(stderr,
+                     "usage: cast_peer teacher <group> <port> <fec> <stop> | "
+                     "student <group> <port> <stop> <ready>\n");
+        return 2;
+    }
+    if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)))
+        return 3;
+    const USHORT port = static_cast<USHORT>(atoi(argv[3]));
+    const int rc = teacher ? Teacher(argv[2], port, atoi(argv[4]), argv[5])
+                           : Student(argv[2], port, argv[4], argv[5]);
+    CoUninitialize();
+    return rc;
+}

@@ -1,0 +1,67 @@
+// The classroom over multicast: a teacher process captures the virtual screen and casts it; this
+// process receives it through a DesktopReceiver and decodes it with the shared decoder, and the
+// picture must equal the screen at 5-5-5 while a window draws and moves.
+#include "CastTestSupport.h"
+#include "common/ScreenTestSupport.h"
+
+using namespace vantrel;
+using namespace vantrel::test;
+
+namespace {
+
+class CastScreenTest : public ScreenTest {
+  protected:
+    void SetUp() override {
+        ScreenTest::SetUp();
+        sink_ = std::make_unique<DecodingSink>(codec_.Get());
+        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopReceiver, nullptr, CLSCTX_INPROC_SERVER,
+                                         IID_IDesktopReceiver, receiver_.PutVoid()));
+        SetCursorPos(1010, 750);  // out of the way of the windows drawn here
+    }
+    void TearDown() override {
+        if (receiver_) {
+            receiver_->Stop();
+            receiver_->LeaveSession();
+            receiver_->UnregisterDataTransmitter(sink_.get());
+            receiver_.Reset();
+        }
+        EXPECT_EQ(std::vector<std::string>(), sink_->Faults());
+        sink_.reset();
+        ScreenTest::TearDown();
+    }
+    void Listen(Session& s) {
+        ASSERT_EQ(S_OK, receiver_->JoinSession(Session::Local(), s.Group(), s.port));
+        ASSERT_EQ(S_OK, receiver_->RegisterDataTransmitter(sink_.get()));
+        ASSERT_EQ(S_OK, receiver_->Run());
+    }
+    bool Converges() {
+        long wrong = -1;
+        const bool equal = WaitUntil([&] { return (wrong = sink_->Mismatches()) == 0; });
+        if (!equal)
+            ADD_FAILURE() << wrong << " pixels differ from the screen";
+        return equal;
+    }
+
+    std::unique_ptr<DecodingSink> sink_;
+    ComPtr<IDesktopReceiver> receiver_;
+};
+
+}  // namespace
+
+TEST_F(CastScreenTest, AStudentProcessSeesTheTeachersScreen) {
+    NoiseBox box(RECT{96, 80, 352, 272}, 11);
+    ASSERT_TRUE(box.Shown());
+    Session s = Session::Next();
+    Listen(s);
+    TeacherProcess teacher(s, 8);
+    ASSERT_TRUE(teacher.Started());
+    ASSERT_TRUE(WaitUntil([&] { return sink_->PictureComplete(); })) << "no first picture";
+    EXPECT_TRUE(Converges());
+    ASSERT_TRUE(box.Repaint(12));
+    EXPECT_TRUE(Converges()) << "after a repaint";
+    ASSERT_TRUE(box.MoveTo(600, 400));
+    EXPECT_TRUE(Converges()) << "after a move";
+    EXPECT_EQ(0u, teacher.Finish());
+    for (const auto& a : sink_->Arrivals())
+        ASSERT_TRUE(a.IsFrame() || a.IsCursor()) << "a packet came damaged";
+}

@@ -1,0 +1,269 @@
+// DesktopCaster and DesktopReceiver through COM on the loopback interface of the harness's
+// private network, with the registered transport: the session arguments, the fragments and
+// their numbering as a listener hears them, the pacing, whole packets delivered by the
+// receiver, the source filter, and Stop.
+#include <winsock2.h>
+#include <windows.h>
+
+#include <climits>
+#include <thread>
+
+#include "CastTestSupport.h"
+
+using namespace vantrel;
+using namespace vantrel::test;
+
+namespace {
+
+double MillisecondsSince(const LARGE_INTEGER& start) {
+    LARGE_INTEGER now, freq;
+    QueryPerformanceCounter(&now);
+    QueryPerformanceFrequency(&freq);
+    return 1000.0 * static_cast<double>(now.QuadPart - start.QuadPart) /
+           static_cast<double>(freq.QuadPart);
+}
+
+}  // namespace
+
+TEST_F(CastTest, CreateSessionRefusesCorrectionCountsOutsideZeroToThirtyTwo) {
+    const struct {
+        int fec;
+        HRESULT hr;
+    } cases[] = {{-1, E_FAIL}, {33, E_FAIL}, {INT_MIN, E_FAIL}, {INT_MAX, E_FAIL},
+                 {0, S_OK},    {7, S_OK},    {32, S_OK}};
+    const auto packet = Bytes(3000, 1);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.fec);
+        Session s = Session::Next();
+        ComPtr<IDesktopCaster> caster;
+        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopCaster, nullptr, CLSCTX_INPROC_SERVER,
+                                         IID_IDesktopCaster, caster.PutVoid()));
+        ComPtr<IDataTransmitter> sink;
+        ASSERT_EQ(S_OK, caster.As(&sink));
+        Probe probe(s);
+        EXPECT_EQ(c.hr, caster->CreateSession(Session::Local(), s.Group(), s.port, c.fec, 0));
+        EXPECT_EQ(S_OK, caster->Run());
+        EXPECT_EQ(S_OK, sink->Transfer(const_cast<uint8_t*>(packet.data()), 3000, FALSE));
+        EXPECT_EQ(S_OK, sink->Flush());
+        if (c.hr == S_OK) {
+            // Three fragments, plus the repair datagrams of the drained group.
+            const size_t expected = 3 + static_cast<size_t>(c.fec);
+            EXPECT_TRUE(WaitFor([&] { return probe.Datagrams() >= expected; }));
+            EXPECT_EQ(3u, probe.Fragments().size());
+        } else {
+            Sleep(300);
+            EXPECT_EQ(0u, probe.Datagrams()) << "a refused session must open nothing";
+        }
+        EXPECT_EQ(S_OK, caster->DestroySession());
+        EXPECT_EQ(S_OK, caster->Stop());
+    }
+}
+
+TEST_F(CastTest, FragmentsCarryMessageNumberOffsetAndTotalLength) {
+    struct Expected {
+        uint32_t message, offset, total, length;
+    };
+    const std::vector<Expected> expected = {
+        {0, 0, 3000, 1412},
+        {0, 1400, 3000, 1412},
+        {0, 2800, 3000, 212},  // 3,000 bytes
+        /* message 1: an empty packet sends nothing */
+        {2, 0, 1, 13},       // 1 byte
+        {3, 0, 1400, 1412},  // 1,400 bytes
+        {4, 0, 1401, 1412},
+        {4, 1400, 1401, 13},  // 1,401 bytes
+        {0, 0, 5, 17},        // after Run numbering starts again
+    };
+    const struct {
+        int fec;
+        long checksum;
+    } modes[] = {{0, 0}, {8, 1}, {32, 0}};
+    for (const auto& mode : modes) {
+        SCOPED_TRACE(mode.fec);
+        Session s = Session::Next();
+        Probe probe(s);
+        ASSERT_EQ(S_OK, caster_->CreateSession(Session::Local(), s.Group(), s.port, mode.fec,
+                                               mode.checksum));
+        ASSERT_EQ(S_OK, caster_->Run());
+        std::vector<std::vector<uint8_t>> packets;
+        for (size_t length : {3000, 0, 1, 1400, 1401}) {
+            packets.push_back(Bytes(length, static_cast<uint32_t>(length)));
+            Send(packets.back());
+        }
+        ASSERT_EQ(S_OK, caster_->Run());
+        packets.push_back(Bytes(5, 5));
+        Send(packets.back());
+        ASSERT_EQ(S_OK, casterSink_->Flush());
+
+        ASSERT_TRUE(WaitFor([&] { return probe.Fragments().size() >= expected.size(); }));
+        Sleep(100);
+        const auto heard = probe.Fragments();
+        ASSERT_EQ(expected.size(), heard.size());
+        const int packetOf[] = {0, 0, 0, 2, 3, 4, 4, 5};
+        for (size_t i = 0; i < heard.size(); ++i) {
+            SCOPED_TRACE(i);
+            const auto& h = heard[i];
+            EXPECT_EQ(expected[i].message, h.header.messageNumber);
+            EXPECT_EQ(expected[i].offset, h.header.offset);
+            EXPECT_EQ(expected[i].total, h.header.totalLength);
+            ASSERT_EQ(expected[i].length, h.bytes.size());
+            const auto& p = packets[packetOf[i]];
+            EXPECT_TRUE(
+                std::equal(h.bytes.begin() + 12, h.bytes.end(), p.begin() + h.header.offset));
+        }
+        ASSERT_EQ(S_OK, caster_->DestroySession());
+    }
+}
+
+// The pause follows the correction count (2, 4, 6, 8, 10 ms per step of 8) and comes after
+// every eighth datagram since Run, repair datagrams included. Only lower bounds: a loaded
+// machine may sleep longer, never shorter.
+TEST_F(CastTest, SendingPausesAfterEveryEighthDatagram) {
+    const struct {
+        int fec;
+        size_t fragments;
+        size_t datagrams;
+        double minMs;
+    } cases[] = {
+        {0, 64, 64, 8 * 2.0},  {7, 25, 25 + 7, 4 * 2.0}, {8, 32, 40, 5 * 4.0},
+        {16, 32, 48, 6 * 6.0}, {24, 32, 56, 7 * 8.0},    {32, 32, 64, 8 * 10.0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.fec);
+        Session s = Session::Next();
+        Probe probe(s);
+        ASSERT_EQ(S_OK, caster_->CreateSession(Session::Local(), s.Group(), s.port, c.fec, FALSE));
+        ASSERT_EQ(S_OK, caster_->Run());
+        const auto packet = Bytes(c.fragments * 1400, 3);
+        LARGE_INTEGER start;
+        QueryPerformanceCounter(&start);
+        Send(packet);
+        ASSERT_EQ(S_OK, casterSink_->Flush());
+        const double ms = MillisecondsSince(start);
+        EXPECT_GE(ms, c.minMs - 1.0);
+        EXPECT_TRUE(WaitFor([&] { return probe.Datagrams() >= c.datagrams; }));
+        Sleep(50);
+        EXPECT_EQ(c.datagrams, probe.Datagrams());
+        EXPECT_EQ(c.fragments, probe.Fragments().size());
+        ASSERT_EQ(S_OK, caster_->DestroySession());
+    }
+}
+
+// Packets of every size up to the largest, the empty one using up a message number.
+TEST_F(CastTest, ReceiverDeliversEveryPacketWholeInOrder) {
+    const struct {
+        int fec;
+        long checksum;
+    } modes[] = {{0, 0}, {8, 1}};
+    for (const auto& mode : modes) {
+        SCOPED_TRACE(mode.fec);
+        Session s = Session::Next();
+        ComPtr<IDesktopReceiver> receiver;
+        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopReceiver, nullptr, CLSCTX_INPROC_SERVER,
+                                         IID_IDesktopReceiver, receiver.PutVoid()));
+        FakeSink sink("student");
+        ASSERT_EQ(S_OK, receiver->JoinSession(Session::Local(), s.Group(), s.port));
+        ASSERT_EQ(S_OK, receiver->RegisterDataTransmitter(&sink));
+        ASSERT_EQ(S_OK, receiver->Run());
+        ASSERT_EQ(S_OK, caster_->CreateSession(Session::Local(), s.Group(), s.port, mode.fec,
+                                               mode.checksum));
+        ASSERT_EQ(S_OK, caster_->Run());
+        std::vector<std::vector<uint8_t>> sent;
+        uint32_t seed = 1;
+        for (size_t length : {12, 1400, 1401, 0, 3000, 100000, 0x180000, 13}) {
+            const auto packet = Bytes(length, seed++);
+            Send(packet);
+            if (length)
+                sent.push_back(packet);
+        }
+        ASSERT_EQ(S_OK, casterSink_->Flush());
+        EXPECT_TRUE(WaitFor([&] { return sink.PacketCount() >= sent.size(); }))
+            << sink.PacketCount() << " packets arrived";
+        const auto got = sink.Packets();
+        EXPECT_EQ(S_OK, receiver->Stop());
+        EXPECT_EQ(S_OK, receiver->LeaveSession());
+        EXPECT_EQ(S_OK, receiver->UnregisterDataTransmitter(&sink));
+        EXPECT_EQ(S_OK, caster_->DestroySession());
+        EXPECT_EQ(std::vector<std::string>(), sink.Faults());
+        ASSERT_EQ(sent.size(), got.size());
+        for (size_t i = 0; i < sent.size(); ++i) {
+            EXPECT_EQ(sent[i].size(), got[i].cbData) << "packet " << i;
+            EXPECT_TRUE(sent[i] == got[i].bytes) << "packet " << i;
+            EXPECT_EQ(FALSE, got[i].bAsync);
+        }
+    }
+}
+
+TEST_F(CastTest, SourceFilterAdmitsOnlyItsSourceUntilTheNextJoin) {
+    const ULONG loopback = inet_addr("127.0.0.1");
+    const struct {
+        ULONG filter;
+        bool rejoin;  // JoinSession after SetSourceFilter clears the filter
+        bool arrives;
+    } cases[] = {{0, false, true}, {loopback, false, true}, {7, false, false}, {7, true, true}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.filter);
+        SCOPED_TRACE(c.rejoin);
+        Session s = Session::Next();
+        ComPtr<IDesktopReceiver> receiver;
+        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopReceiver, nullptr, CLSCTX_INPROC_SERVER,
+                                         IID_IDesktopReceiver, receiver.PutVoid()));
+        FakeSink sink("filtered");
+        ASSERT_EQ(S_OK, receiver->JoinSession(Session::Local(), s.Group(), s.port));
+        ASSERT_EQ(S_OK, receiver->SetSourceFilter(c.filter));
+        if (c.rejoin) {
+            ASSERT_EQ(S_OK, receiver->JoinSession(Session::Local(), s.Group(), s.port));
+        }
+        ASSERT_EQ(S_OK, receiver->RegisterDataTransmitter(&sink));
+        ASSERT_EQ(S_OK, receiver->Run());
+        ASSERT_EQ(S_OK, caster_->CreateSession(Session::Local(), s.Group(), s.port, 0, 0));
+        for (int i = 0; i < 3; ++i)
+            Send(Bytes(2000, i));
+        if (c.arrives) {
+            EXPECT_TRUE(WaitFor([&] { return sink.PacketCount() == 3; }));
+        } else {
+            Sleep(500);
+        }
+        EXPECT_EQ(c.arrives ? 3u : 0u, sink.PacketCount());
+        EXPECT_EQ(S_OK, receiver->Stop());
+        EXPECT_EQ(S_OK, receiver->LeaveSession());
+        EXPECT_EQ(S_OK, receiver->UnregisterDataTransmitter(&sink));
+        EXPECT_EQ(0, sink.Refs());
+        EXPECT_EQ(S_OK, caster_->DestroySession());
+    }
+}
+
+// Stop waits for a sink inside Transfer; once it has returned no sink is called, whatever
+// arrives. A second Run starts over.
+TEST_F(CastTest, StopWaitsForTheReceiversThreadAndNoSinkIsCalledAfterIt) {
+    Connect(0, 0);
+    sink_.HoldTransfers();
+    Send(Bytes(5000, 1));
+    ASSERT_TRUE(sink_.WaitHeld(10000));
+    Send(Bytes(5000, 2));  // queued behind the held one
+
+    HANDLE stopped = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    std::thread stopper([&] {
+        receiver_->Stop();
+        SetEvent(stopped);
+    });
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(stopped, 300)) << "Stop did not wait for the sink";
+    sink_.Unblock();
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(stopped, 10000));
+    stopper.join();
+    CloseHandle(stopped);
+    const size_t atStop = sink_.PacketCount();
+    EXPECT_LE(atStop, 2u);
+    EXPECT_FALSE(sink_.InCall());
+
+    Send(Bytes(5000, 3));
+    Sleep(400);
+    EXPECT_EQ(atStop, sink_.PacketCount()) << "a sink was called after Stop returned";
+    EXPECT_EQ(S_OK, receiver_->Stop()) << "a second Stop";
+
+    // What the socket held meanwhile may come after the next Run; the new packet must.
+    ASSERT_EQ(S_OK, receiver_->Run());
+    const auto again = Bytes(4000, 4);
+    Send(again);
+    EXPECT_TRUE(WaitFor([&] { return again == sink_.Packets().back().bytes; }));
+}

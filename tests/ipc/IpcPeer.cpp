@@ -1,0 +1,142 @@
+// Second (and third) process of the shared-memory tests. Commands:
+//   viewer <id> <status>   a viewer of session <id> that speaks the channel by its literal names
+//                          and offsets, reporting to the status section <status> (IpcPeerStatus.h)
+//                          until the event "<status>.Quit" is set
+//   mute <id> <ms>         a viewer of session <id> that never answers, for <ms> milliseconds
+// Exit code 0 on success.
+#include <windows.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "IpcPeerStatus.h"
+#include "wincom/KernelObjects.h"
+
+using namespace vantrel;
+using vantrel::test::PeerStatus;
+
+namespace {
+
+constexpr DWORD kControlSize = 66876;
+
+struct Session {
+    UniqueEvent receive, complete;
+    UniqueHandle mutex;
+    bool Create(int id) {
+        const std::string n = std::to_string(id);
+        receive = CreateNamedEvent(("Global\\StudentRecveive" + n).c_str(), true, false);
+        complete = CreateNamedEvent(("Global\\StudentComplete" + n).c_str(), true, false);
+        mutex = CreateNamedMutex(("Global\\StudentEventMutex" + n).c_str());
+        return receive && complete && mutex;
+    }
+};
+
+int Mute(int id, DWORD ms) {
+    Session session;
+    if (!session.Create(id))
+        return 30;
+    Sleep(ms);
+    return 0;
+}
+
+// The mapped pixel section of the current picture.
+struct Picture {
+    UniqueMapping section;
+    UniqueViewOfFile view;
+    BITMAPINFOHEADER header{};
+    bool Open(const BYTE* control, PeerStatus* status) {
+        view.reset();
+        section.reset();
+        char name[260];
+        std::memcpy(name, control, 260);
+        name[259] = 0;
+        std::memcpy(&header, control + 0x110, sizeof header);
+        section = TryOpenNamedSection(name);
+        if (!section || header.biSize != 40 || header.biWidth <= 0 || header.biHeight >= 0)
+            return false;
+        view = MapWholeSection(section.get());
+        if (!view)
+            return false;
+        std::memcpy(status->name, name, sizeof name);
+        std::memcpy(status->bitmapInfo, control + 0x110, sizeof status->bitmapInfo);
+        return true;
+    }
+    void CopyTo(BYTE* out, volatile LONG* bytes) const {
+        const LONG rowBytes = header.biBitCount * header.biWidth / 8;
+        const LONG stride = ((header.biBitCount * header.biWidth + 31) >> 3) & ~3;
+        const LONG height = -header.biHeight;
+        if (!view || rowBytes * height > static_cast<LONG>(vantrel::test::kPeerStatusSize -
+                                                           vantrel::test::kPeerPictureOffset))
+            return;
+        for (LONG y = 0; y < height; ++y)
+            std::memcpy(out + y * rowBytes, static_cast<const BYTE*>(view.get()) + y * stride,
+                        rowBytes);
+        *bytes = rowBytes * height;
+    }
+};
+
+int Viewer(int id, const std::string& statusName) {
+    UniqueMapping statusSection = TryOpenNamedSection(statusName.c_str());
+    UniqueViewOfFile statusView =
+        statusSection ? MapWholeSection(statusSection.get()) : UniqueViewOfFile();
+    UniqueEvent quit = TryOpenNamedEvent((statusName + ".Quit").c_str());
+    if (!statusView || !quit)
+        return 40;
+    auto* status = static_cast<PeerStatus*>(statusView.get());
+    UniqueMapping controlSection = TryOpenNamedSection("Global\\ScreenUpdate");
+    if (!controlSection)
+        return 41;
+    UniqueViewOfFile controlView(
+        MapViewOfFile(controlSection.get(), FILE_MAP_READ, 0, 0, kControlSize));
+    if (!controlView)
+        return 42;
+    const BYTE* control = static_cast<const BYTE*>(controlView.get());
+    Session session;
+    if (!session.Create(id))
+        return 43;
+    status->ready = 1;
+
+    Picture picture;
+    bool open = false;
+    const HANDLE waits[2] = {quit.get(), session.receive.get()};
+    for (;;) {
+        const DWORD w = WaitForMultipleObjects(2, waits, FALSE, 60000);
+        if (w != WAIT_OBJECT_0 + 1)
+            break;
+        ResetEvent(session.receive.get());
+        DWORD flags;
+        std::memcpy(&flags, control + 0x104, 4);
+        // A viewer that started after the last re-creation opens what the section names now.
+        if ((flags & 2) || !open) {
+            open = picture.Open(control, status);
+            if (!open)
+                ++status->openFailures;
+            if (flags & 2)
+                ++status->reopens;
+        }
+        if (flags & 1) {
+            if (!open)
+                ++status->rectsBeforeOpen;
+            ++status->rectPasses;
+        }
+        SetEvent(session.complete.get());
+        if (open)
+            picture.CopyTo(reinterpret_cast<BYTE*>(status) + vantrel::test::kPeerPictureOffset,
+                           &status->pictureBytes);
+        InterlockedIncrement(&status->passes);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 4 && !std::strcmp(argv[1], "viewer"))
+        return Viewer(std::atoi(argv[2]), argv[3]);
+    if (argc == 4 && !std::strcmp(argv[1], "mute"))
+        return Mute(std::atoi(argv[2]), static_cast<DWORD>(std::atoi(argv[3])));
+    std::fprintf(stderr, "usage: ipc_peer viewer <id> <status> | mute <id> <ms>\n");
+    return 2;
+}

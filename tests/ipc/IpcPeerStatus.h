@@ -1,0 +1,26 @@
+// What an ipc_peer viewer reports to the test that started it, through a section the test
+// makes ("<status name>") and an event the test sets to end the peer ("<status name>.Quit").
+// The peer reads the channel by its literal names and offsets, independently of the library.
+#pragma once
+
+#include <windows.h>
+
+namespace vantrel::test {
+
+struct PeerStatus {
+    volatile LONG ready;            // events and mutex exist: the server can reach this viewer
+    volatile LONG passes;           // receive events answered
+    volatile LONG reopens;          // passes with flag bit 1 (pixel section re-created)
+    volatile LONG rectPasses;       // passes with flag bit 1 or 0 whose rectangles were read
+    volatile LONG rectsBeforeOpen;  // rectangles announced while no pixel section was mapped
+    volatile LONG openFailures;
+    char name[260];         // pixel section the viewer maps
+    BYTE bitmapInfo[1064];  // the BITMAPINFO it mapped the section with
+    // On quit: the mapped picture, |height| rows of ((bpp * width) / 8) bytes, top row first.
+    volatile LONG pictureBytes;
+};
+
+constexpr DWORD kPeerPictureOffset = 4096;
+constexpr DWORD kPeerStatusSize = kPeerPictureOffset + 1024 * 768 * 4;
+
+}  // namespace vantrel::test

@@ -1,0 +1,269 @@
+// DesktopIPCServer through COM, read through the channel's literal names and offsets: the
+// control section at construction, start and stop, the pass (rectangles, cursor, flags, the
+// viewers signalled in id order with the time-out), the viewer limit, refused packets, and a
+// release while a pass waits for a viewer.
+#include "IpcTestSupport.h"
+
+using namespace vantrel;
+using namespace vantrel::test;
+
+namespace {
+
+class IpcServer : public IpcServerTest {
+  protected:
+    std::vector<Visit> Visits() {
+        std::lock_guard<CriticalSection> guard(logLock_);
+        return log_;
+    }
+    size_t VisitsOf(int id) {
+        size_t n = 0;
+        for (const Visit& v : Visits())
+            n += v.id == id;
+        return n;
+    }
+    // A pass ran to its end: its rectangles are written and the flags cleared.
+    bool PassDone(UINT count = 1) {
+        return WaitUntil([&] { return control_.Count() >= count && control_.Flags() == 0; });
+    }
+    // No visit for quietMs and no pass under way.
+    bool Settle(DWORD quietMs = 300) {
+        size_t count = Visits().size();
+        DWORD since = GetTickCount();
+        return WaitUntil([&] {
+            if (Visits().size() != count) {
+                count = Visits().size();
+                since = GetTickCount();
+            }
+            return GetTickCount() - since > quietMs && control_.Flags() == 0;
+        });
+    }
+    std::vector<BYTE> PixelSection() {
+        UniqueMapping section = TryOpenNamedSection(control_.Name().c_str());
+        UniqueViewOfFile view = section ? MapWholeSection(section.get()) : UniqueViewOfFile();
+        const BITMAPINFOHEADER h = control_.Header();
+        const size_t size = static_cast<size_t>(((h.biBitCount * h.biWidth + 31) >> 3) & ~3) *
+                            static_cast<size_t>(-h.biHeight);
+        if (!view)
+            return {};
+        const BYTE* p = static_cast<const BYTE*>(view.get());
+        return std::vector<BYTE>(p, p + size);
+    }
+
+    CriticalSection logLock_;
+    std::vector<Visit> log_;
+};
+
+// A frame packet that is whole and consistent but claims a desktop of width x 16 pixels.
+std::vector<BYTE> WideFrame(IScreenCodec* codec, int width) {
+    std::vector<BYTE> payload = Bmi(width, 16, 16);
+    payload.resize(40);
+    payload.resize(40 + 8 * 2 * 8, 0x33);  // band 0, 0, 8, 8
+    std::vector<BYTE> out(packet::kBufferSize);
+    ULONG size = static_cast<ULONG>(out.size() - packet::kFrameHeaderSize);
+    EXPECT_EQ(S_OK, codec->Compress(payload.data(), static_cast<ULONG>(payload.size()),
+                                    out.data() + packet::kFrameHeaderSize, &size, 2));
+    packet::FrameHeader h;
+    h.desktop = RECT{0, 0, width, 16};
+    h.bitsPerPixel = 16;
+    h.band = RECT{0, 0, 8, 8};
+    out.resize(packet::WriteFrameHeader(out.data(), h, size));
+    return out;
+}
+
+bool IsPixelSectionName(const std::string& name) {
+    if (name.size() != 17 || name.compare(0, 9, "Global\\QX") != 0)
+        return false;
+    return name.find_first_not_of("0123456789ABCDEF", 9) == std::string::npos;
+}
+
+TEST_F(IpcServer, ControlSectionAtConstructionAndStartStopStates) {
+    const std::string first = control_.Name();
+    EXPECT_TRUE(IsPixelSectionName(first)) << first;
+    EXPECT_EQ(0u, control_.Flags());
+    EXPECT_EQ(0u, control_.Header().biSize);  // no pass yet
+    // The pixel section exists in the screen's format from the start.
+    EXPECT_TRUE(TryOpenNamedSection(first.c_str()));
+
+    PacketSource source(codec_.Get(), 320, 240, 5);
+    InProcessViewer viewer(0, &log_, &logLock_);
+    ASSERT_TRUE(viewer.Ok());
+    Feed(source.FullScreen());  // not started: ignored
+    Sleep(200);
+    EXPECT_EQ(first, control_.Name());
+    EXPECT_TRUE(Visits().empty());
+
+    EXPECT_EQ(E_FAIL, server_->StopIPCServer());
+    EXPECT_EQ(S_OK, server_->StartIPCServer());
+    EXPECT_EQ(E_FAIL, server_->StartIPCServer());
+    Feed(source.FullScreen());
+    ASSERT_TRUE(PassDone());
+    const std::string second = control_.Name();
+    EXPECT_TRUE(IsPixelSectionName(second) && second != first) << second;
+    EXPECT_EQ(S_OK, server_->StopIPCServer());
+    EXPECT_EQ(E_FAIL, server_->StopIPCServer());
+
+    // Every start re-creates the section for the first frame, even of an unchanged format; the
+    // first pass of each start says so, with rectangles of the new section.
+    ASSERT_TRUE(Settle());
+    const size_t before = Visits().size();
+    ASSERT_EQ(S_OK, server_->StartIPCServer());
+    Feed(source.FullScreen());
+    ASSERT_TRUE(WaitUntil([&] { return Visits().size() > before; }));
+    ASSERT_TRUE(Settle());
+    EXPECT_NE(second, control_.Name());
+    const auto visits = Visits();
+    EXPECT_EQ(3u, visits.front().flags);
+    EXPECT_EQ(3u, visits[before].flags);
+    EXPECT_EQ(S_OK, server_->StopIPCServer());
+}
+
+// The picture, its format and the rectangles a pass publishes, and a cursor move.
+TEST_F(IpcServer, PassPublishesRectanglesFormatPixelsAndCursor) {
+    PacketSource source(codec_.Get(), 640, 480, 9);
+    InProcessViewer viewer(0, &log_, &logLock_);
+    ASSERT_EQ(S_OK, server_->StartIPCServer());
+    Feed(source.FullScreen());
+    ASSERT_TRUE(PassDone());
+    ASSERT_TRUE(Settle());
+    const BITMAPINFOHEADER h = control_.Header();
+    EXPECT_EQ(40u, h.biSize);
+    EXPECT_EQ(640, h.biWidth);
+    EXPECT_EQ(-480, h.biHeight);
+    EXPECT_EQ(16, h.biBitCount);
+    EXPECT_EQ(source.Rows(), PixelSection());
+    RECT box{};
+    for (UINT i = 0; i < control_.Count(); ++i) {
+        const RECT r = control_.Rect(i);
+        UnionRect(&box, &box, &r);
+    }
+    EXPECT_EQ((RECT{0, 0, 640, 480}), box);
+
+    // A change of one corner publishes that corner's grid cell only.
+    source.Paint(77);
+    size_t seen = Visits().size();
+    Feed(source.Packets(RECT{100, 50, 110, 60}));
+    ASSERT_TRUE(WaitUntil([&] { return Visits().size() > seen && control_.Flags() == 0; }));
+    EXPECT_EQ(1u, control_.Count());
+    EXPECT_EQ((RECT{96, 48, 112, 64}), control_.Rect(0));
+    EXPECT_EQ(1u, Visits().back().flags);
+
+    // A pointer that only moves: its old and new places, and the position.
+    seen = Visits().size();
+    Feed({source.CursorPacket(packet::kCursorNewPosition, 300, 200)});
+    ASSERT_TRUE(WaitUntil([&] { return Visits().size() > seen && control_.Flags() == 0; }));
+    EXPECT_EQ(300, Visits().back().cursor.x);
+    EXPECT_EQ(200, Visits().back().cursor.y);
+    EXPECT_EQ(1u, Visits().back().flags);
+    EXPECT_GE(control_.Count(), 1u);
+    EXPECT_EQ(S_OK, server_->StopIPCServer());
+}
+
+// No id below the limit: passes run to their end, nobody is signalled.
+TEST_F(IpcServer, ViewerLimitOfZeroOrLessSignalsNobody) {
+    PacketSource source(codec_.Get(), 320, 240, 3);
+    InProcessViewer viewer(0, &log_, &logLock_);
+    ASSERT_EQ(S_OK, server_->StartIPCServer());
+    for (int limit : {0, -5}) {
+        SCOPED_TRACE(limit);
+        EXPECT_EQ(S_OK, server_->SetMaxIPCClients(limit));
+        source.Paint(static_cast<uint32_t>(limit + 100));
+        Feed(source.FullScreen());
+        ASSERT_TRUE(PassDone());
+        Sleep(300);
+        EXPECT_EQ(0u, VisitsOf(0));
+        EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(viewer.Receive(), 0));
+    }
+    EXPECT_EQ(S_OK, server_->SetMaxIPCClients(1));
+    Feed(source.FullScreen());
+    EXPECT_TRUE(WaitUntil([&] { return VisitsOf(0) == 1; }));
+}
+
+// Nothing a broken packet carries reaches the picture, the control section or a viewer.
+TEST_F(IpcServer, RefusedPacketsChangeNothing) {
+    PacketSource source(codec_.Get(), 320, 240, 21);
+    InProcessViewer viewer(0, &log_, &logLock_);
+    ASSERT_EQ(S_OK, server_->StartIPCServer());
+    Feed(source.FullScreen());
+    ASSERT_TRUE(WaitUntil([&] { return VisitsOf(0) >= 1; }));
+    ASSERT_TRUE(Settle());
+    const std::string name = control_.Name();
+    const std::vector<BYTE> pixels = PixelSection();
+    const size_t visits = Visits().size();
+
+    source.Paint(22);
+    const std::vector<BYTE> frame = source.Packets(RECT{0, 0, 64, 64}).front();
+    const std::vector<BYTE> cursor = source.CursorPacket(packet::kCursorNewPosition, 10, 10);
+    std::vector<BYTE> flipped = frame, cut = frame, magic = frame, tooBig = frame;
+    for (size_t i = 60; i < flipped.size(); i += 7)
+        flipped[i] ^= 0x5A;
+    cut.resize(40);
+    packet::StoreU32(cut.data() + 4, 40);
+    magic[0] = 'X';
+    packet::StoreI32(tooBig.data() + 12 + 8, 640);  // desktop wider than its BITMAPINFO
+    std::vector<BYTE> shortCursor(cursor.begin(), cursor.begin() + 8);
+    const struct {
+        const char* what;
+        std::vector<BYTE> bytes;
+        long delta;
+    } cases[] = {
+        {"length one byte off", frame, 1},
+        {"length one byte short", frame, -1},
+        {"damaged body", flipped, 0},
+        {"header cut short", cut, 0},
+        {"unknown magic", magic, 0},
+        {"desktop and format disagree", tooBig, 0},
+        {"short cursor packet", shortCursor, 0},
+        {"desktop beyond the decoder's limit", WideFrame(codec_.Get(), 9000), 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::vector<BYTE> bytes = c.bytes;
+        EXPECT_EQ(S_OK, sink_->Transfer(bytes.data(),
+                                        static_cast<unsigned long>(bytes.size() + c.delta), FALSE));
+    }
+    EXPECT_EQ(S_OK, sink_->Transfer(nullptr, 0, FALSE));
+    Sleep(300);
+    EXPECT_EQ(name, control_.Name());
+    EXPECT_EQ(320, control_.Header().biWidth);
+    EXPECT_EQ(pixels, PixelSection());
+    EXPECT_EQ(visits, Visits().size());
+
+    // The same kind of packet within the limit is taken: a new section of its width.
+    std::vector<BYTE> wide = WideFrame(codec_.Get(), 1000);
+    EXPECT_EQ(S_OK, sink_->Transfer(wide.data(), static_cast<unsigned long>(wide.size()), FALSE));
+    EXPECT_TRUE(WaitUntil([&] { return control_.Header().biWidth == 1000; }));
+    EXPECT_NE(name, control_.Name());
+    EXPECT_TRUE(Settle());
+}
+
+// A mute viewer (its own process) costs the pass the time-out; the viewers around it are still
+// served, in ascending id. Releasing the server mid-pass waits for the pass to end.
+TEST_F(IpcServer, MuteViewerDelaysThePassAndOthersAreServedInOrder) {
+    UniqueHandle mute = StartProgram("ipc_peer.exe", "mute 2 30000");
+    ASSERT_TRUE(mute);
+    ASSERT_TRUE(
+        WaitUntil([] { return static_cast<bool>(TryOpenNamedEvent("Global\\StudentComplete2")); }));
+    InProcessViewer first(1, &log_, &logLock_), third(3, &log_, &logLock_);
+    PacketSource source(codec_.Get(), 320, 240, 31);
+    ASSERT_EQ(S_OK, server_->StartIPCServer());
+    Feed(source.FullScreen());
+    ASSERT_TRUE(WaitUntil([&] { return VisitsOf(3) == 1; }, 20000));
+    auto visits = Visits();
+    ASSERT_EQ(2u, visits.size());
+    EXPECT_EQ(1, visits[0].id);
+    EXPECT_EQ(3, visits[1].id);
+    EXPECT_GE(visits[1].tick - visits[0].tick, 5000u - 40u);  // tick granularity
+
+    // Second pass: once viewer 1 has answered the server waits for 2; the release waits too.
+    source.Paint(32);
+    Feed(source.FullScreen());
+    ASSERT_TRUE(WaitUntil([&] { return VisitsOf(1) == 2; }, 20000));
+    const DWORD start = GetTickCount();
+    server_.Reset();
+    sink_.Reset();
+    EXPECT_GE(GetTickCount() - start, 3000u);
+    EXPECT_EQ(2u, VisitsOf(3)) << "the pass ran to its end before the object went";
+    TerminateProcess(mute.get(), 0);
+}
+
+}  // namespace

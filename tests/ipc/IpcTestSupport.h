@@ -1,0 +1,272 @@
+// What the shared-memory tests share: the channel read by its literal names and offsets (so a
+// wrong constant in the library cannot hide behind the same constant here), in-process viewers
+// that answer or stay mute and log every visit, a synthetic desktop turned into packets, the
+// ipc_peer processes, and a DesktopIPCServer made through COM.
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "IpcPeerStatus.h"
+#include "common/ScreenTestSupport.h"
+#include "stream/SinkTable.h"
+#include "stream/StreamEncoder.h"
+#include "wincom/KernelObjects.h"
+
+namespace vantrel::test {
+
+// "Global\ScreenUpdate", read-only, by its layout.
+class RawControl {
+  public:
+    bool Open() {
+        mapping_ = TryOpenNamedSection("Global\\ScreenUpdate");
+        if (mapping_)
+            view_.reset(MapViewOfFile(mapping_.get(), FILE_MAP_READ, 0, 0, 66876));
+        p_ = static_cast<const BYTE*>(view_.get());
+        return p_ != nullptr;
+    }
+    std::string Name() const {
+        return std::string(reinterpret_cast<const char*>(p_),
+                           strnlen(reinterpret_cast<const char*>(p_), 260));
+    }
+    DWORD Flags() const { return packet::LoadU32(p_ + 0x104); }
+    POINT Cursor() const { return POINT{packet::LoadI32(p_ + 0x108), packet::LoadI32(p_ + 0x10C)}; }
+    BITMAPINFOHEADER Header() const {
+        BITMAPINFOHEADER h;
+        std::memcpy(&h, p_ + 0x110, sizeof h);
+        return h;
+    }
+    std::vector<BYTE> BitmapInfo() const {
+        return std::vector<BYTE>(p_ + 0x110, p_ + 0x110 + 1064);
+    }
+    UINT Count() const { return packet::LoadU32(p_ + 0x538); }
+    RECT Rect(UINT i) const {
+        RECT r;
+        std::memcpy(&r, p_ + 0x53C + 16 * i, sizeof r);
+        return r;
+    }
+
+  private:
+    UniqueMapping mapping_;
+    UniqueViewOfFile view_;
+    const BYTE* p_ = nullptr;
+};
+
+// One answer of a viewer: when it was signalled and what the control section held then.
+struct Visit {
+    int id;
+    DWORD tick;
+    DWORD flags;
+    UINT count;
+    POINT cursor;
+};
+
+// A viewer of session id on a thread of this process, by the literal names. Mute: it never sets
+// its complete event. Every visit goes into the shared log, in the order they happened.
+class InProcessViewer {
+  public:
+    InProcessViewer(int id, std::vector<Visit>* log, CriticalSection* lock, bool mute = false)
+        : id_(id), log_(log), lock_(lock), mute_(mute) {
+        const std::string n = std::to_string(id);
+        receive_ = CreateNamedEvent(("Global\\StudentRecveive" + n).c_str(), true, false);
+        complete_ = CreateNamedEvent(("Global\\StudentComplete" + n).c_str(), true, false);
+        stop_.reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+        control_.Open();
+        thread_.reset(CreateThread(nullptr, 0, Entry, this, 0, nullptr));
+    }
+    ~InProcessViewer() {
+        SetEvent(stop_.get());
+        WaitForSingleObject(thread_.get(), INFINITE);
+    }
+    bool Ok() const { return receive_ && complete_ && thread_; }
+    HANDLE Receive() const { return receive_.get(); }
+
+  private:
+    static DWORD WINAPI Entry(void* self) {
+        static_cast<InProcessViewer*>(self)->Loop();
+        return 0;
+    }
+    void Loop() {
+        const HANDLE waits[2] = {stop_.get(), receive_.get()};
+        while (WaitForMultipleObjects(2, waits, FALSE, INFINITE) == WAIT_OBJECT_0 + 1) {
+            ResetEvent(receive_.get());
+            if (!control_.Open())
+                continue;
+            {
+                std::lock_guard<CriticalSection> guard(*lock_);
+                log_->push_back(Visit{id_, GetTickCount(), control_.Flags(), control_.Count(),
+                                      control_.Cursor()});
+            }
+            if (!mute_)
+                SetEvent(complete_.get());
+        }
+    }
+    int id_;
+    std::vector<Visit>* log_;
+    CriticalSection* lock_;
+    bool mute_;
+    RawControl control_;
+    UniqueEvent receive_, complete_, stop_;
+    UniqueThread thread_;
+};
+
+// A 16-bit 5-5-5 desktop of noise and an encoder: the packets a capture of it would send.
+class PacketSource {
+  public:
+    PacketSource(IScreenCodec* codec, int width, int height, uint32_t seed)
+        : encoder_(image_, sinks_) {
+        EXPECT_TRUE(image_.CreateFromBitmapInfo(AsBmi(Bmi(width, height, 16))));
+        Paint(seed);
+        encoder_.SetCodec(codec);
+        sinks_.RegisterDataTransmitter(&sink_);
+    }
+    ~PacketSource() { sinks_.UnregisterDataTransmitter(&sink_); }
+    void Paint(uint32_t seed) {
+        RECT all;
+        image_.GetScreenRect(&all);
+        std::vector<BYTE> rows(image_.GetRectBytes(&all));
+        for (size_t i = 0; i + 1 < rows.size(); i += 2) {
+            seed = seed * 1664525u + 1013904223u;
+            packet::StoreU16(&rows[i], static_cast<uint16_t>((seed >> 16) & 0x7FFF));
+        }
+        EXPECT_TRUE(image_.PutRows(&all, rows.data()));
+    }
+    // The packets of r as the encoder cuts it.
+    std::vector<std::vector<BYTE>> Packets(const RECT& r) {
+        const size_t first = sink_.PacketCount();
+        encoder_.SendRegion(&r);
+        std::vector<std::vector<BYTE>> out;
+        const auto all = sink_.Packets();
+        for (size_t i = first; i < all.size(); ++i)
+            out.push_back(all[i].bytes);
+        return out;
+    }
+    std::vector<std::vector<BYTE>> FullScreen() {
+        RECT all;
+        image_.GetScreenRect(&all);
+        return Packets(all);
+    }
+    // One cursor packet of a hook record (flags, position, a w x h shape when flags ask).
+    std::vector<BYTE> CursorPacket(uint32_t flags, int x, int y, int w = 32, int h = 32) {
+        std::vector<BYTE> rec = CursorRecordBytes(flags, x, y, w, h, 0x00FF0000);
+        const size_t first = sink_.PacketCount();
+        EXPECT_TRUE(encoder_.SendCursorRecord(rec.data(), static_cast<uint32_t>(rec.size())));
+        const auto all = sink_.Packets();
+        return all.size() > first ? all.back().bytes : std::vector<BYTE>();
+    }
+    // Unpadded rows, top row first: what a viewer's picture must equal.
+    std::vector<BYTE> Rows() {
+        RECT all;
+        image_.GetScreenRect(&all);
+        std::vector<BYTE> out(image_.GetRectBytes(&all));
+        UINT cb = static_cast<UINT>(out.size()), lines = 0;
+        EXPECT_TRUE(image_.CopyRows(&all, out.data(), &cb, 0, &lines));
+        return out;
+    }
+    DesktopImage& Image() { return image_; }
+
+  private:
+    DesktopImage image_;
+    SinkTable sinks_;
+    FakeSink sink_;
+    StreamEncoder encoder_;
+};
+
+inline std::string ProgramPath(const char* exe) {
+    char path[MAX_PATH];
+    GetModuleFileNameA(nullptr, path, MAX_PATH);
+    std::string p(path);
+    return p.substr(0, p.find_last_of('\\') + 1) + exe;
+}
+
+inline UniqueHandle StartProgram(const char* exe, const std::string& args) {
+    std::string cmd = "\"" + ProgramPath(exe) + "\" " + args;
+    STARTUPINFOA si{};
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi{};
+    if (!CreateProcessA(nullptr, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi))
+        return UniqueHandle();
+    CloseHandle(pi.hThread);
+    return UniqueHandle(pi.hProcess);
+}
+
+inline DWORD WaitExit(HANDLE process, DWORD ms = 30000) {
+    if (WaitForSingleObject(process, ms) != WAIT_OBJECT_0)
+        return 0xFFFFFFFF;
+    DWORD code = 0;
+    GetExitCodeProcess(process, &code);
+    return code;
+}
+
+// An ipc_peer viewer in its own process, and what it reports.
+class PeerViewer {
+  public:
+    PeerViewer(int id, const char* mode = "viewer") {
+        name_ = "Global\\VantrelIpcPeer" + std::to_string(GetCurrentProcessId()) + "_" +
+                std::to_string(id);
+        section_ = CreateNamedSection(name_.c_str(), kPeerStatusSize);
+        view_ = MapWholeSection(section_.get());
+        quit_ = CreateNamedEvent((name_ + ".Quit").c_str(), true, false);
+        process_ = StartProgram("ipc_peer.exe",
+                                std::string(mode) + " " + std::to_string(id) + " " + name_);
+    }
+    ~PeerViewer() {
+        if (process_) {
+            SetEvent(quit_.get());
+            if (WaitForSingleObject(process_.get(), 10000) != WAIT_OBJECT_0)
+                TerminateProcess(process_.get(), 9);
+        }
+    }
+    const PeerStatus& Status() const { return *static_cast<const PeerStatus*>(view_.get()); }
+    bool WaitReady() {
+        return WaitUntil([&] { return Status().ready != 0; });
+    }
+    // Ends the peer; its exit code.
+    DWORD Quit() {
+        SetEvent(quit_.get());
+        const DWORD code = WaitExit(process_.get());
+        process_.reset();
+        return code;
+    }
+    std::vector<BYTE> Picture() const {
+        const BYTE* p = static_cast<const BYTE*>(view_.get()) + kPeerPictureOffset;
+        return std::vector<BYTE>(p, p + Status().pictureBytes);
+    }
+
+  private:
+    std::string name_;
+    UniqueMapping section_;
+    UniqueViewOfFile view_;
+    UniqueEvent quit_;
+    UniqueHandle process_;
+};
+
+// COM, a codec, and a DesktopIPCServer made by its class object.
+class IpcServerTest : public ScreenTest {
+  protected:
+    void SetUp() override {
+        ScreenTest::SetUp();
+        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopIPCServer, nullptr, CLSCTX_INPROC_SERVER,
+                                         IID_IDataTransmitter, sink_.PutVoid()));
+        ASSERT_EQ(S_OK, sink_.As(&server_));
+        ASSERT_TRUE(control_.Open());
+    }
+    void TearDown() override {
+        server_.Reset();
+        sink_.Reset();
+        ScreenTest::TearDown();
+    }
+    void Feed(const std::vector<std::vector<BYTE>>& packets) {
+        for (auto p : packets)
+            EXPECT_EQ(S_OK, sink_->Transfer(p.data(), static_cast<unsigned long>(p.size()), FALSE));
+    }
+
+    ComPtr<IDataTransmitter> sink_;
+    ComPtr<IDesktopIPCServer> server_;
+    RawControl control_;
+};
+
+}  // namespace vantrel::test

@@ -1,0 +1,313 @@
+// The lesson file module: header checks, record heads, the record walk and recovery, in memory
+// and on files, and the file class underneath.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "LessonTestSupport.h"
+#include "lesson/LessonFile.h"
+#include "wincom/File.h"
+
+using namespace vantrel;
+using namespace vantrel::test;
+using lesson::HeaderCheck;
+using lesson::RecordStep;
+using lesson::WalkEnd;
+
+namespace {
+
+lesson::LessonScan Scan(const Bytes& file) {
+    lesson::MemorySource source(file.data(), file.size());
+    return lesson::ScanLesson(source);
+}
+
+// The file as recovery leaves it: cut at the plan's length, the plan's header in front.
+Bytes Repaired(Bytes file, const lesson::RepairPlan& plan) {
+    file.resize(static_cast<size_t>(plan.newLength));
+    lesson::WriteHeader(file.data(), plan.header);
+    return file;
+}
+
+Bytes Concat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& p : parts)
+        out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
+}  // namespace
+
+TEST(LessonFormat, HeaderChecksInTheirOrder) {
+    const Bytes closed = Lesson({Record(0)}, 10);
+    Bytes badMagic = closed;
+    badMagic[0] = 'X';
+    const Bytes unclosed = Lesson({Record(0)}, 0, 12);
+    struct Case {
+        const char* name;
+        Bytes bytes;
+        HeaderCheck playback, append;
+    } cases[] = {
+        {"closed", closed, HeaderCheck::Ok, HeaderCheck::Ok},
+        {"header only", Lesson({}, 0), HeaderCheck::Ok, HeaderCheck::Ok},
+        {"damaged magic", badMagic, HeaderCheck::BadMagic, HeaderCheck::Ok},
+        {"never closed", unclosed, HeaderCheck::LengthMismatch, HeaderCheck::LengthMismatch},
+        {"eleven bytes", Bytes(closed.begin(), closed.begin() + 11), HeaderCheck::TooShort,
+         HeaderCheck::TooShort},
+        {"empty", Bytes(), HeaderCheck::TooShort, HeaderCheck::TooShort},
+        // The magic is looked at before the length.
+        {"foreign and short", Bytes{'H', 'F', 'R', 'X', 12, 0, 0, 0, 0, 0, 0, 0, 1},
+         HeaderCheck::BadMagic, HeaderCheck::LengthMismatch},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const void* header = c.bytes.size() >= 12 ? c.bytes.data() : nullptr;
+        EXPECT_EQ(c.playback, lesson::CheckForPlayback(header, c.bytes.size()));
+        EXPECT_EQ(c.append, lesson::CheckForAppend(header, c.bytes.size()));
+    }
+    // The length field is 32 bits: no file of 4 GiB or more passes.
+    const Bytes h = Lesson({}, 0, 0);
+    EXPECT_EQ(HeaderCheck::LengthMismatch, lesson::CheckForPlayback(h.data(), 0x100000000ull + 12));
+}
+
+TEST(LessonFormat, RecordHeadsByLengthAndBytesAvailable) {
+    struct Case {
+        uint32_t length;
+        size_t got;
+        RecordStep step;
+    } cases[] = {
+        {12, 12, RecordStep::Record},        {0x180000, 12, RecordStep::Record},
+        {0x180001, 12, RecordStep::TooLong}, {0xFFFFFFFF, 12, RecordStep::TooLong},
+        {11, 12, RecordStep::TooShort},      {0, 12, RecordStep::TooShort},
+        {64, 11, RecordStep::End},           {64, 0, RecordStep::End},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.length);
+        Bytes head = Record(77, 12);
+        lesson::StoreU32(head.data() + 4, c.length);
+        lesson::RecordHead out{1, 2, 3};
+        EXPECT_EQ(c.step, lesson::ParseRecordHead(head.data(), c.got, &out));
+        if (c.step != RecordStep::End) {
+            EXPECT_EQ(kHmrf, out.magic);
+            EXPECT_EQ(c.length, out.length);
+            EXPECT_EQ(77u, out.time);
+        }
+    }
+}
+
+TEST(LessonFormat, WalkCountsWholeRecordsAndStopsAtTheFirstFault) {
+    const Bytes a = Record(0, 100), b = Record(40, 30, kHruc), c = Record(35, 12), d = Record(90);
+    Bytes tooLong = Record(50, 64);
+    lesson::StoreU32(tooLong.data() + 4, 0x180001);
+    Bytes tooShort = Record(50, 64);
+    lesson::StoreU32(tooShort.data() + 4, 11);
+    const size_t abc = 12 + a.size() + b.size() + c.size();
+    struct Case {
+        const char* name;
+        Bytes file;
+        HeaderCheck playable;
+        WalkEnd end;
+        uint32_t records, frames, cursors, lastTime, latestTime, backward;
+        size_t wholeLength;
+    } cases[] = {
+        {"closed", Lesson({a, b, c, d}, 100), HeaderCheck::Ok, WalkEnd::Clean, 4, 3, 1, 90, 90, 1,
+         abc + d.size()},
+        {"never closed", Lesson({a, b, c}, 0, 12), HeaderCheck::LengthMismatch, WalkEnd::Clean, 3,
+         2, 1, 35, 40, 1, abc},
+        {"trailing bytes", Concat({Lesson({a, b, c}, 0, 12), Bytes(11, 0xEE)}),
+         HeaderCheck::LengthMismatch, WalkEnd::TrailingBytes, 3, 2, 1, 35, 40, 1, abc},
+        {"cut record", Concat({Lesson({a, b, c}, 0, 12), Bytes(d.begin(), d.end() - 1)}),
+         HeaderCheck::LengthMismatch, WalkEnd::CutRecord, 3, 2, 1, 35, 40, 1, abc},
+        {"too long", Lesson({a, tooLong, d}, 100), HeaderCheck::Ok, WalkEnd::TooLong, 1, 1, 0, 0, 0,
+         0, 12 + a.size()},
+        {"too short", Lesson({a, b, tooShort}, 100), HeaderCheck::Ok, WalkEnd::TooShort, 2, 1, 1,
+         40, 40, 0, 12 + a.size() + b.size()},
+        {"header only", Lesson({}, 0), HeaderCheck::Ok, WalkEnd::Clean, 0, 0, 0, 0, 0, 0, 12},
+        {"no header", Bytes(7, 0), HeaderCheck::TooShort, WalkEnd::NoHeader, 0, 0, 0, 0, 0, 0, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const lesson::LessonScan s = Scan(c.file);
+        EXPECT_EQ(c.file.size(), s.realLength);
+        EXPECT_EQ(c.playable, s.playable);
+        EXPECT_EQ(c.end, s.end) << lesson::WalkEndName(s.end);
+        EXPECT_EQ(c.records, s.records);
+        EXPECT_EQ(c.frames, s.frames);
+        EXPECT_EQ(c.cursors, s.cursors);
+        EXPECT_EQ(c.lastTime, s.lastTime);
+        EXPECT_EQ(c.latestTime, s.latestTime);
+        EXPECT_EQ(c.backward, s.backwardSteps);
+        EXPECT_EQ(c.wholeLength, s.wholeLength);
+    }
+}
+
+// A recording that was never closed, cut at every byte of its last record (the process died
+// while writing it): recovery keeps every whole record and nothing else, and the player's
+// checks then pass.
+TEST(LessonFormat, RepairOfAFileCutAtEveryByteOfItsLastRecord) {
+    const std::vector<Bytes> records = {Record(0, 80), Record(120, 40, kHruc), Record(300, 97)};
+    const Bytes whole = Lesson(records, 0, 12);
+    const size_t lastStart = whole.size() - records.back().size();
+    for (size_t cut = lastStart; cut <= whole.size(); ++cut) {
+        SCOPED_TRACE(cut);
+        const Bytes file(whole.begin(), whole.begin() + cut);
+        const lesson::RepairPlan plan = lesson::PlanRepair(Scan(file));
+        const bool complete = cut == whole.size();
+        ASSERT_TRUE(plan.possible);
+        EXPECT_TRUE(plan.needed);
+        EXPECT_EQ(complete ? whole.size() : lastStart, plan.newLength);
+        EXPECT_EQ(cut - plan.newLength, plan.droppedBytes);
+        EXPECT_EQ(complete ? 300u : 120u, plan.header.duration);
+        const Bytes fixed = Repaired(file, plan);
+        const lesson::LessonScan again = Scan(fixed);
+        EXPECT_EQ(HeaderCheck::Ok, again.playable);
+        EXPECT_EQ(WalkEnd::Clean, again.end);
+        EXPECT_EQ(complete ? 3u : 2u, again.records);
+        EXPECT_FALSE(lesson::PlanRepair(again).needed);
+        EXPECT_TRUE(std::equal(fixed.begin() + 12, fixed.end(), whole.begin() + 12));
+    }
+}
+
+TEST(LessonFormat, RepairKeepsAnAppendedDurationAndRefusesWhatHasNoHeader) {
+    // Closed at 500 ms, appended to, never closed again: the stored duration was the clock's
+    // start, the new records continue it.
+    Bytes appended = Lesson({Record(100), Record(450)}, 500);
+    const Bytes more = Concat({Record(520), Record(610)});
+    appended.insert(appended.end(), more.begin(), more.end());
+    EXPECT_EQ(610u, lesson::PlanRepair(Scan(appended)).header.duration);
+    // Stopped long after its last record, closed, then cut: the stored duration stays.
+    Bytes stopped = Lesson({Record(100), Record(450)}, 2000);
+    stopped.push_back(0);
+    EXPECT_EQ(2000u, lesson::PlanRepair(Scan(stopped)).header.duration);
+    // A damaged magic: the stored duration is not trusted, the magic is written again.
+    Bytes foreign = Lesson({Record(100)}, 99999, 12, 0x12345678);
+    const lesson::RepairPlan plan = lesson::PlanRepair(Scan(foreign));
+    EXPECT_EQ(lesson::kMagic, plan.header.magic);
+    EXPECT_EQ(100u, plan.header.duration);
+    // Nothing to repair, or nothing to repair from.
+    EXPECT_FALSE(lesson::PlanRepair(Scan(Lesson({Record(5)}, 5))).needed);
+    EXPECT_FALSE(lesson::PlanRepair(Scan(Bytes(11, 0))).possible);
+}
+
+// Whatever follows a header, the walk stays inside the bytes, and recovery always yields a file
+// that the player accepts and that walks cleanly.
+TEST(LessonFormat, RandomTailsWalkSafelyAndRepairToPlayableFiles) {
+    std::mt19937 random(11);
+    for (int round = 0; round < 400; ++round) {
+        SCOPED_TRACE(round);
+        Bytes file = Lesson({}, random() % 1000, random() % 3 ? 12 : 0);
+        // Mostly plausible records, sometimes plain noise.
+        const int n = static_cast<int>(random() % 6);
+        for (int i = 0; i < n; ++i) {
+            Bytes r = Record(random() % 5000, 12 + random() % 200, random() % 2 ? kHmrf : kHruc);
+            if (random() % 4 == 0)
+                for (BYTE& byte : r)
+                    byte = static_cast<BYTE>(random());
+            file.insert(file.end(), r.begin(), r.end());
+        }
+        file.resize(file.size() - (file.size() > 12 ? random() % 20 % (file.size() - 12) : 0));
+        const lesson::LessonScan s = Scan(file);
+        ASSERT_LE(s.wholeLength, file.size());
+        const lesson::RepairPlan plan = lesson::PlanRepair(s);
+        ASSERT_TRUE(plan.possible);
+        const lesson::LessonScan fixed = Scan(Repaired(file, plan));
+        EXPECT_EQ(HeaderCheck::Ok, fixed.playable);
+        EXPECT_EQ(WalkEnd::Clean, fixed.end);
+        EXPECT_EQ(s.records, fixed.records);
+        EXPECT_GE(fixed.header.duration, fixed.latestTime);
+    }
+}
+
+// The same recovery on disk, at every byte of the last record: what RepairLesson leaves is the
+// header and the whole records, byte for byte.
+TEST(LessonFile, RepairOnDiskAtEveryByteOfTheLastRecord) {
+    const std::vector<Bytes> records = {Record(0, 300), Record(250, 61)};
+    const Bytes whole = Lesson(records, 0, 12);
+    const size_t lastStart = whole.size() - records.back().size();
+    TempFile temp("repair");
+    for (size_t cut = lastStart; cut <= whole.size(); ++cut) {
+        SCOPED_TRACE(cut);
+        ASSERT_TRUE(temp.Write(Bytes(whole.begin(), whole.begin() + cut)));
+        lesson::RepairPlan plan;
+        ASSERT_EQ(lesson::FileResult::Ok, lesson::RepairLesson(temp.Path(), &plan));
+        const bool complete = cut == whole.size();
+        Bytes expected = complete ? whole : Lesson({records[0]}, 0);
+        lesson::WriteHeader(expected.data(),
+                            lesson::Header{lesson::kMagic, static_cast<uint32_t>(expected.size()),
+                                           complete ? 250u : 0u});
+        EXPECT_EQ(expected, temp.Read());
+        lesson::LessonScan scan;
+        ASSERT_EQ(lesson::FileResult::Ok, lesson::InspectLesson(temp.Path(), &scan));
+        EXPECT_EQ(HeaderCheck::Ok, scan.playable);
+    }
+}
+
+TEST(LessonFile, RepairLeavesGoodFilesAloneAndReportsWhatItCannotDo) {
+    TempFile temp("repair-cases");
+    const Bytes good = Lesson({Record(10)}, 20);
+    ASSERT_TRUE(temp.Write(good));
+    lesson::RepairPlan plan;
+    EXPECT_EQ(lesson::FileResult::Ok, lesson::RepairLesson(temp.Path(), &plan));
+    EXPECT_FALSE(plan.needed);
+    EXPECT_EQ(good, temp.Read());
+    {
+        // Not while another party holds the file without sharing it.
+        File holder;
+        ASSERT_TRUE(holder.Open(temp.Path(), File::modeReadWrite));
+        EXPECT_EQ(lesson::FileResult::OpenFailed, lesson::RepairLesson(temp.Path(), nullptr));
+    }
+    ASSERT_TRUE(temp.Write(Bytes(5, 'H')));
+    EXPECT_EQ(lesson::FileResult::NotRepairable, lesson::RepairLesson(temp.Path(), nullptr));
+    EXPECT_EQ(Bytes(5, 'H'), temp.Read());
+    TempFile missing("missing");
+    EXPECT_EQ(lesson::FileResult::OpenFailed, lesson::RepairLesson(missing.Path(), nullptr));
+    EXPECT_EQ(lesson::FileResult::OpenFailed, lesson::InspectLesson(missing.Path(), nullptr));
+}
+
+TEST(LessonFile, FileClassCreationSharingAndShortReads) {
+    TempFile temp("file");
+    File f;
+    EXPECT_FALSE(f.Open(temp.Path(), File::modeRead));  // no modeCreate: must exist
+    EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), f.LastError());
+    ASSERT_TRUE(f.Open(temp.Path(), File::modeCreate | File::modeReadWrite));
+    ASSERT_TRUE(f.Write("abcdef", 6));
+    f.Close();
+    // modeNoTruncate keeps the bytes, modeCreate alone empties the file.
+    uint64_t length = 0;
+    ASSERT_TRUE(f.Open(temp.Path(), File::modeCreate | File::modeNoTruncate | File::modeReadWrite));
+    ASSERT_TRUE(f.Length(&length));
+    EXPECT_EQ(6u, length);
+    char buf[8] = {};
+    uint32_t got = 99;
+    ASSERT_TRUE(f.Seek(4, File::From::Begin));
+    ASSERT_TRUE(f.Read(buf, 8, &got));
+    EXPECT_EQ(2u, got);
+    EXPECT_EQ(std::string("ef"), std::string(buf, 2));
+    ASSERT_TRUE(f.Seek(0, File::From::Begin));
+    EXPECT_FALSE(f.ReadExact(buf, 7));
+    ASSERT_TRUE(f.SetLength(3));
+    ASSERT_TRUE(f.Length(&length));
+    EXPECT_EQ(3u, length);
+    f.Close();
+
+    struct Case {
+        unsigned first, second;
+        bool secondOpens;
+    } cases[] = {
+        {File::modeReadWrite, File::modeRead | File::shareDenyNone, false},
+        {File::modeRead | File::shareDenyNone, File::modeReadWrite | File::modeCreate, false},
+        {File::modeRead | File::shareDenyNone, File::modeRead | File::shareDenyNone, true},
+        {File::modeRead | File::shareDenyWrite, File::modeRead | File::shareDenyNone, true},
+        {File::modeRead | File::shareDenyWrite, File::modeReadWrite | File::shareDenyNone, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << std::hex << c.first << " then " << c.second);
+        File a, b;
+        ASSERT_TRUE(a.Open(temp.Path(), c.first));
+        EXPECT_EQ(c.secondOpens, b.Open(temp.Path(), c.second));
+        if (!c.secondOpens) {
+            EXPECT_EQ(static_cast<DWORD>(ERROR_SHARING_VIOLATION), b.LastError());
+        }
+    }
+    ASSERT_TRUE(f.Open(temp.Path(), File::modeRead));
+    EXPECT_FALSE(f.Write("x", 1));  // read-only access
+}
