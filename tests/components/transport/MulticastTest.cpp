@@ -1,0 +1,191 @@
+// MulticastSender and MulticastReceiver through CoCreateInstance over loopback multicast in the
+// harness's namespace (groups 239.255.x.x on 127.0.0.1): what is sent arrives whole, in order,
+// with the sender's address as source; Stop and Leave return only when no callback runs; the
+// call contract.
+#include <winsock2.h>
+#include <windows.h>
+
+#include <Transport.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "wincom/ComPtr.h"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+constexpr char kLocal[] = "127.0.0.1";
+constexpr char kGroup[] = "239.255.41.1";
+
+// What the callback saw, and whether one is running right now.
+struct Collector {
+    std::mutex lock;
+    std::vector<Bytes> datagrams;
+    std::vector<ULONG> sources;
+    std::atomic<int> inside{0};
+    std::atomic<int> calls{0};
+    DWORD delayMs = 0;
+
+    static LONG __cdecl Callback(void* context, ULONG source, ULONG reserved, const void* data,
+                                 ULONG length) {
+        auto* self = static_cast<Collector*>(context);
+        self->inside++;
+        EXPECT_EQ(0u, reserved);
+        {
+            std::lock_guard<std::mutex> hold(self->lock);
+            const auto* p = static_cast<const std::uint8_t*>(data);
+            self->datagrams.emplace_back(p, p + length);
+            self->sources.push_back(source);
+        }
+        if (self->delayMs)
+            Sleep(self->delayMs);
+        self->calls++;
+        self->inside--;
+        return 0;
+    }
+
+    std::size_t Count() {
+        std::lock_guard<std::mutex> hold(lock);
+        return datagrams.size();
+    }
+    bool WaitFor(std::size_t n, DWORD timeoutMs) {
+        const DWORD start = GetTickCount();
+        while (Count() < n) {
+            if (GetTickCount() - start > timeoutMs)
+                return false;
+            Sleep(5);
+        }
+        return true;
+    }
+};
+
+class Multicast : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_HRESULT_SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+        ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(CLSID_MulticastSender, nullptr,
+                                                  CLSCTX_INPROC_SERVER, IID_IMulticastSender,
+                                                  reinterpret_cast<void**>(sender_.Put())));
+        ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(CLSID_MulticastReceiver, nullptr,
+                                                  CLSCTX_INPROC_SERVER, IID_IMulticastReceiver,
+                                                  reinterpret_cast<void**>(receiver_.Put())));
+    }
+    void TearDown() override {
+        if (receiver_)
+            receiver_->Leave();
+        sender_ = nullptr;
+        receiver_ = nullptr;
+        CoUninitialize();
+    }
+
+    void Connect(USHORT port, Collector* collector) {
+        ASSERT_EQ(S_OK, receiver_->Join(kLocal, kGroup, port));
+        ASSERT_EQ(S_OK, receiver_->SetCallback(Collector::Callback, collector));
+        ASSERT_EQ(S_OK, receiver_->Start());
+        ASSERT_EQ(S_OK, sender_->Open(kLocal, kGroup, port));
+    }
+
+    vantrel::ComPtr<IMulticastSender> sender_;
+    vantrel::ComPtr<IMulticastReceiver> receiver_;
+};
+
+Bytes Datagram(int serial, std::size_t length) {
+    Bytes d(length);
+    for (std::size_t i = 0; i < length; ++i)
+        d[i] = static_cast<std::uint8_t>(serial * 7 + i);
+    if (length >= 4)
+        std::memcpy(d.data(), &serial, 4);
+    return d;
+}
+
+TEST_F(Multicast, DatagramsArriveWholeInOrderFromTheSendersAddress) {
+    Collector collector;
+    Connect(41001, &collector);
+    std::vector<Bytes> sent;
+    const std::size_t lengths[] = {1, 13, 1412, 1438, 1500, 4, 8000, 600};
+    for (int i = 0; i < 400; ++i) {
+        sent.push_back(Datagram(i, lengths[i % 8]));
+        ASSERT_EQ(S_OK, sender_->Send(sent.back().data(), static_cast<USHORT>(sent.back().size())));
+        if (i % 8 == 7)
+            Sleep(1);
+    }
+    ASSERT_TRUE(collector.WaitFor(sent.size(), 5000)) << collector.Count();
+    ASSERT_EQ(S_OK, receiver_->Stop());
+    EXPECT_EQ(sent, collector.datagrams);
+    const ULONG loopback = inet_addr(kLocal);
+    for (ULONG source : collector.sources)
+        ASSERT_EQ(loopback, source);
+}
+
+TEST_F(Multicast, NoCallbackRunsOnceStopOrLeaveReturns) {
+    for (bool leave : {false, true}) {
+        Collector collector;
+        collector.delayMs = 3;
+        Connect(41002, &collector);
+        const Bytes d = Datagram(1, 100);
+        // Keep datagrams coming from another thread while Stop (or Leave) is called.
+        std::atomic<bool> sending{true};
+        IMulticastSender* sender = sender_.Get();
+        std::thread feeder([sender, &sending] {
+            const Bytes d = Datagram(2, 200);
+            while (sending) {
+                sender->Send(d.data(), static_cast<USHORT>(d.size()));
+                Sleep(1);
+            }
+        });
+        ASSERT_TRUE(collector.WaitFor(10, 5000));
+        ASSERT_EQ(S_OK, leave ? receiver_->Leave() : receiver_->Stop());
+        EXPECT_EQ(0, collector.inside.load());
+        const int calls = collector.calls.load();
+        Sleep(50);
+        EXPECT_EQ(calls, collector.calls.load()) << "leave " << leave;
+        sending = false;
+        feeder.join();
+        // Started again (after Leave, joined again), it delivers again.
+        if (leave) {
+            ASSERT_EQ(S_OK, receiver_->Join(kLocal, kGroup, 41002));
+        }
+        ASSERT_EQ(S_OK, receiver_->Start());
+        ASSERT_EQ(S_OK, sender_->Send(d.data(), static_cast<USHORT>(d.size())));
+        EXPECT_TRUE(collector.WaitFor(calls + 1, 5000));
+        ASSERT_EQ(S_OK, receiver_->Leave());
+    }
+}
+
+TEST_F(Multicast, ArgumentsAndOrderAreChecked) {
+    const Bytes d = Datagram(1, 10);
+    struct Address {
+        const char* local;
+        const char* group;
+        USHORT port;
+    };
+    const Address bad[] = {{nullptr, kGroup, 41003},     {kLocal, nullptr, 41003},
+                           {"127.0.0", kGroup, 41003},   {kLocal, "10.0.0.1", 41003},
+                           {kLocal, "239.255.1", 41003}, {kLocal, kGroup, 0}};
+    for (const Address& a : bad) {
+        EXPECT_EQ(E_INVALIDARG, sender_->Open(a.local, a.group, a.port));
+        EXPECT_EQ(E_INVALIDARG, receiver_->Join(a.local, a.group, a.port));
+    }
+    EXPECT_EQ(E_FAIL, sender_->Send(d.data(), 10));  // not open
+    EXPECT_EQ(E_FAIL, receiver_->Start());           // not joined
+    EXPECT_EQ(S_OK, receiver_->Stop());
+    EXPECT_EQ(S_OK, receiver_->Leave());
+    EXPECT_EQ(S_OK, sender_->Close());
+    ASSERT_EQ(S_OK, sender_->Open(kLocal, kGroup, 41003));
+    EXPECT_EQ(E_POINTER, sender_->Send(nullptr, 10));
+    EXPECT_EQ(S_OK, sender_->Send(d.data(), 10));
+    ASSERT_EQ(S_OK, sender_->Close());
+    EXPECT_EQ(E_FAIL, sender_->Send(d.data(), 10));
+    ASSERT_EQ(S_OK, receiver_->Join(kLocal, kGroup, 41003));
+    EXPECT_EQ(S_OK, receiver_->Start());
+    EXPECT_EQ(S_FALSE, receiver_->Start());  // already running
+}
+
+}  // namespace
