@@ -1,6 +1,26 @@
 #include "wincom/Window.h"
 
+#include <mutex>
+#include <new>
+
+#include "wincom/CriticalSection.h"
+
 namespace vantrel {
+
+// What the window and its object share. The window procedure reaches the object only through it,
+// under its lock, so an object detached from another thread is never entered again; the block
+// lives until both the object and the window (and any dispatch in progress) have let go of it.
+struct Window::Link {
+    CriticalSection lock;
+    Window* self = nullptr;
+    volatile LONG refs = 1;
+
+    void AddRef() noexcept { InterlockedIncrement(&refs); }
+    void Release() noexcept {
+        if (InterlockedDecrement(&refs) == 0)
+            delete this;
+    }
+};
 
 bool Window::RegisterClassOnce(const WindowClassInfo& cls) noexcept {
     if (!cls.name)
@@ -16,7 +36,7 @@ bool Window::RegisterClassOnce(const WindowClassInfo& cls) noexcept {
     wc.hInstance = ThisModule();
     wc.hIcon = cls.icon;
     wc.hIconSm = cls.smallIcon;
-    wc.hCursor = cls.cursor ? cls.cursor : LoadCursorA(nullptr, IDC_ARROW);
+    wc.hCursor = cls.noCursor ? nullptr : cls.cursor ? cls.cursor : LoadCursorA(nullptr, IDC_ARROW);
     wc.hbrBackground = cls.background;
     wc.lpszClassName = cls.name;
     // Another thread may have registered it meanwhile.
@@ -37,51 +57,89 @@ void Window::On(UINT message, Handler handler) {
     handlers_.emplace_back(message, std::move(handler));
 }
 
+bool Window::OnOwnThread() const noexcept {
+    const HWND hwnd = hwnd_;
+    return hwnd && GetWindowThreadProcessId(hwnd, nullptr) == GetCurrentThreadId();
+}
+
 bool Window::Create(const WindowClassInfo& cls, DWORD exStyle, const char* title, DWORD style,
                     int x, int y, int width, int height, HWND parent, HMENU menu) noexcept {
     if (hwnd_ || !RegisterClassOnce(cls))
         return false;
+    if (link_) {  // a window made earlier and destroyed on its own thread
+        link_->Release();
+        link_ = nullptr;
+    }
+    Link* link = new (std::nothrow) Link;
+    if (!link)
+        return false;
+    link->self = this;
+    link_ = link;
     // hwnd_ is set by WM_NCCREATE, so handlers of the creation messages see it.
     const HWND created = CreateWindowExA(exStyle, cls.name, title, style, x, y, width, height,
-                                         parent, menu, ThisModule(), this);
+                                         parent, menu, ThisModule(), link);
     if (!created)
         hwnd_ = nullptr;
     return created != nullptr;
 }
 
 void Window::Destroy() noexcept {
+    Link* link = link_;
+    link_ = nullptr;
     const HWND hwnd = hwnd_;
-    if (!hwnd)
-        return;
-    if (GetWindowThreadProcessId(hwnd, nullptr) == GetCurrentThreadId()) {
+    if (hwnd && GetWindowThreadProcessId(hwnd, nullptr) == GetCurrentThreadId()) {
         DestroyWindow(hwnd);  // WM_NCDESTROY clears hwnd_
-    } else {
-        SetWindowLongPtrA(hwnd, GWLP_USERDATA, 0);
-        PostMessageA(hwnd, WM_CLOSE, 0, 0);
+    } else if (link) {
+        HWND alive = nullptr;
+        {
+            std::lock_guard<CriticalSection> guard(link->lock);
+            alive = hwnd_;  // cleared under this lock when the window went on its own
+            link->self = nullptr;
+        }
+        if (alive)
+            PostMessageA(alive, WM_CLOSE, 0, 0);
     }
     hwnd_ = nullptr;
+    if (link)
+        link->Release();
 }
 
 LRESULT CALLBACK Window::Procedure(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
     if (message == WM_NCCREATE) {
-        auto* self = static_cast<Window*>(reinterpret_cast<CREATESTRUCTA*>(lParam)->lpCreateParams);
-        self->hwnd_ = hwnd;
-        SetWindowLongPtrA(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(self));
+        auto* link = static_cast<Link*>(reinterpret_cast<CREATESTRUCTA*>(lParam)->lpCreateParams);
+        link->AddRef();  // the window's reference, given back at WM_NCDESTROY
+        link->self->hwnd_ = hwnd;
+        SetWindowLongPtrA(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(link));
     }
-    auto* self = reinterpret_cast<Window*>(GetWindowLongPtrA(hwnd, GWLP_USERDATA));
-    if (!self)
+    auto* link = reinterpret_cast<Link*>(GetWindowLongPtrA(hwnd, GWLP_USERDATA));
+    if (!link)
         return DefWindowProcA(hwnd, message, wParam, lParam);
-    if (message == WM_NCDESTROY) {
-        const LRESULT result = self->Dispatch(message, wParam, lParam);
-        SetWindowLongPtrA(hwnd, GWLP_USERDATA, 0);
-        self->hwnd_ = nullptr;
-        return result;
+    link->AddRef();
+    LRESULT result;
+    {
+        std::lock_guard<CriticalSection> guard(link->lock);
+        Window* self = link->self;
+        result = self ? self->Dispatch(hwnd, message, wParam, lParam)
+                      : DefWindowProcA(hwnd, message, wParam, lParam);
+        if (message == WM_NCDESTROY) {
+            SetWindowLongPtrA(hwnd, GWLP_USERDATA, 0);
+            if (link->self)
+                link->self->hwnd_ = nullptr;
+        }
     }
-    return self->Dispatch(message, wParam, lParam);
+    if (message == WM_NCDESTROY)
+        link->Release();
+    link->Release();
+    return result;
 }
 
-LRESULT Window::Dispatch(UINT message, WPARAM wParam, LPARAM lParam) noexcept {
-    const HWND hwnd = hwnd_;
+LRESULT Window::Dispatch(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) noexcept {
+    if (observer_) {
+        try {
+            observer_(message, wParam, lParam);
+        } catch (...) {
+        }
+    }
     for (auto& [m, handler] : handlers_) {
         if (m != message || !handler)
             continue;

@@ -2,6 +2,9 @@
 //   viewer <id> <status>   a viewer of session <id> that speaks the channel by its literal names
 //                          and offsets, reporting to the status section <status> (IpcPeerStatus.h)
 //                          until the event "<status>.Quit" is set
+//   render <id> <status>   a DesktopIPCRender of session <id> made through COM, its window shown
+//                          at the place the status section asks for; reports its picture
+//                          (GetCurrectImage) and its RN_PICTURECOMPLETE notices until quit
 //   mute <id> <ms>         a viewer of session <id> that never answers, for <ms> milliseconds
 // Exit code 0 on success.
 #include <windows.h>
@@ -9,12 +12,18 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <algorithm>
+#include <vector>
 #include <string>
 
 #include "IpcPeerStatus.h"
+#include "Vantrel.h"
+#include "wincom/ComPtr.h"
 #include "wincom/KernelObjects.h"
 
 using namespace vantrel;
+using vantrel::test::kPeerPictureOffset;
+using vantrel::test::kPeerStatusSize;
 using vantrel::test::PeerStatus;
 
 namespace {
@@ -130,13 +139,88 @@ int Viewer(int id, const std::string& statusName) {
     return 0;
 }
 
+constexpr UINT kNotifyMessage = WM_APP + 7;
+LONG g_completeNotices = 0;
+
+LRESULT CALLBACK NotifyProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
+    if (msg == kNotifyMessage && wp == 2 && lp == 42)
+        ++g_completeNotices;
+    return DefWindowProcA(hwnd, msg, wp, lp);
+}
+
+int Render(int id, const std::string& statusName) {
+    UniqueMapping statusSection = TryOpenNamedSection(statusName.c_str());
+    UniqueViewOfFile statusView =
+        statusSection ? MapWholeSection(statusSection.get()) : UniqueViewOfFile();
+    UniqueEvent quit = TryOpenNamedEvent((statusName + ".Quit").c_str());
+    if (!statusView || !quit)
+        return 50;
+    auto* status = static_cast<PeerStatus*>(statusView.get());
+    if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)))
+        return 51;
+    int rc = 0;
+    {
+        WNDCLASSA wc{};
+        wc.lpfnWndProc = NotifyProc;
+        wc.hInstance = GetModuleHandleA(nullptr);
+        wc.lpszClassName = "IpcPeerNotify";
+        RegisterClassA(&wc);
+        UniqueHwnd notify(CreateWindowExA(0, wc.lpszClassName, "", WS_POPUP, 0, 0, 0, 0, nullptr,
+                                          nullptr, wc.hInstance, nullptr));
+        ComPtr<IDesktopRender> render;
+        if (!notify ||
+            FAILED(CoCreateInstance(CLSID_DesktopIPCRender, nullptr, CLSCTX_INPROC_SERVER,
+                                    IID_IDesktopRender, render.PutVoid())))
+            return 52;
+        render->SetNotifyWindow(notify.get(), kNotifyMessage, 42);
+        render->SetSessionId(id);
+        const RECT& at = status->windowRect;
+        render->SetWindowPosition(at.left, at.top, at.right, at.bottom);
+        render->SetVisible(TRUE);
+        if (render->Run() != S_OK)
+            return 53;
+        status->ready = 1;
+        std::vector<BYTE> image;
+        for (;;) {
+            const HANDLE quitEvent = quit.get();
+            if (MsgWaitForMultipleObjects(1, &quitEvent, FALSE, 50, QS_ALLINPUT) == WAIT_OBJECT_0)
+                break;
+            MSG msg;
+            while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
+                DispatchMessageA(&msg);
+            status->passes = g_completeNotices;
+            unsigned long size = 0;
+            if (render->GetCurrectImage(&size, nullptr) != S_OK || size < 40 ||
+                size > kPeerStatusSize - kPeerPictureOffset)
+                continue;
+            image.resize(size);
+            if (render->GetCurrectImage(&size, image.data()) != S_OK)
+                continue;
+            BITMAPINFOHEADER h;
+            std::memcpy(&h, image.data(), sizeof h);
+            const UINT info = 40 + (h.biCompression == BI_BITFIELDS ? 12u
+                                    : h.biBitCount <= 8             ? 4u << h.biBitCount
+                                                                    : 0u);
+            std::memcpy(status->bitmapInfo, image.data(), std::min<size_t>(info, 1064));
+            std::memcpy(reinterpret_cast<BYTE*>(status) + kPeerPictureOffset, image.data() + info,
+                        size - info);
+            status->pictureBytes = static_cast<LONG>(size - info);
+        }
+        rc = render->Stop() == S_OK ? 0 : 54;
+    }
+    CoUninitialize();
+    return rc;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     if (argc == 4 && !std::strcmp(argv[1], "viewer"))
         return Viewer(std::atoi(argv[2]), argv[3]);
+    if (argc == 4 && !std::strcmp(argv[1], "render"))
+        return Render(std::atoi(argv[2]), argv[3]);
     if (argc == 4 && !std::strcmp(argv[1], "mute"))
         return Mute(std::atoi(argv[2]), static_cast<DWORD>(std::atoi(argv[3])));
-    std::fprintf(stderr, "usage: ipc_peer viewer <id> <status> | mute <id> <ms>\n");
+    std::fprintf(stderr, "usage: ipc_peer viewer|render <id> <status> | mute <id> <ms>\n");
     return 2;
 }

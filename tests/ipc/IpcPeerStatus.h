@@ -8,15 +8,17 @@
 namespace vantrel::test {
 
 struct PeerStatus {
+    RECT windowRect;                // render: where the test wants the window (screen pixels)
     volatile LONG ready;            // events and mutex exist: the server can reach this viewer
-    volatile LONG passes;           // receive events answered
+    volatile LONG passes;           // viewer: receive events answered; render: RN_PICTURECOMPLETE
     volatile LONG reopens;          // passes with flag bit 1 (pixel section re-created)
     volatile LONG rectPasses;       // passes with flag bit 1 or 0 whose rectangles were read
     volatile LONG rectsBeforeOpen;  // rectangles announced while no pixel section was mapped
     volatile LONG openFailures;
     char name[260];         // pixel section the viewer maps
     BYTE bitmapInfo[1064];  // the BITMAPINFO it mapped the section with
-    // On quit: the mapped picture, |height| rows of ((bpp * width) / 8) bytes, top row first.
+    // The picture as the viewer last saw it, |height| rows of ((bpp * width) / 8) bytes, top
+    // row first.
     volatile LONG pictureBytes;
 };
 

@@ -32,6 +32,11 @@ class RawControl {
         return std::string(reinterpret_cast<const char*>(p_),
                            strnlen(reinterpret_cast<const char*>(p_), 260));
     }
+    void Close() {
+        view_.reset();
+        mapping_.reset();
+        p_ = nullptr;
+    }
     DWORD Flags() const { return packet::LoadU32(p_ + 0x104); }
     POINT Cursor() const { return POINT{packet::LoadI32(p_ + 0x108), packet::LoadI32(p_ + 0x10C)}; }
     BITMAPINFOHEADER Header() const {
@@ -204,11 +209,12 @@ inline DWORD WaitExit(HANDLE process, DWORD ms = 30000) {
 // An ipc_peer viewer in its own process, and what it reports.
 class PeerViewer {
   public:
-    PeerViewer(int id, const char* mode = "viewer") {
+    PeerViewer(int id, const char* mode = "viewer", RECT window = RECT{}) {
         name_ = "Global\\VantrelIpcPeer" + std::to_string(GetCurrentProcessId()) + "_" +
                 std::to_string(id);
         section_ = CreateNamedSection(name_.c_str(), kPeerStatusSize);
         view_ = MapWholeSection(section_.get());
+        static_cast<PeerStatus*>(view_.get())->windowRect = window;
         quit_ = CreateNamedEvent((name_ + ".Quit").c_str(), true, false);
         process_ = StartProgram("ipc_peer.exe",
                                 std::string(mode) + " " + std::to_string(id) + " " + name_);
