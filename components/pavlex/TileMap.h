@@ -39,6 +39,10 @@ class TileMap {
 
     // Marks every tile in which before and after differ. Both frames must have this grid's size.
     void markChanges(const FrameView& before, const FrameView& after) noexcept;
+    // The same for the rows top to top + rows of the screen, whose first rows `before` and
+    // `after` point at (width pixels each, their own strides). True when any pixel differs.
+    bool markBand(const std::uint8_t* before, int beforeStride, const std::uint8_t* after,
+                  int afterStride, int top, int rows) noexcept;
     // Marks every tile that is dirty in other (same geometry).
     void add(const TileMap& other) noexcept;
     // The same area on tiles twice as large: a tile is dirty when any of the four it covers was.
