@@ -18,7 +18,7 @@ void ChangeDetector::begin(HDESK desktop, DWORD interval) noexcept {
     geometry_ = screen ? ReadGeometry(screen.get()) : Geometry{};
     displayChanged_ = false;
     strip_.destroy();
-    reference_ = std::vector<std::uint32_t>();
+    hashes_ = std::vector<std::uint32_t>();
     haveBaseline_ = false;
     tracker_.reset();
 }
@@ -27,7 +27,7 @@ bool ChangeDetector::run(bool watchScreen, bool watchCursor) noexcept {
     stop();
     if (!watchScreen) {
         strip_.destroy();
-        reference_ = std::vector<std::uint32_t>();
+        hashes_ = std::vector<std::uint32_t>();
         haveBaseline_ = false;
     }
     if (watchCursor && !watchCursor_)
@@ -141,10 +141,9 @@ bool ChangeDetector::prepare(HDC screen) {
             return false;
         stripRows_ = rows;
     }
-    if (reference_.size() != static_cast<size_t>(width) * height || dirty_.width() != width ||
-        dirty_.height() != height) {
-        reference_.assign(static_cast<size_t>(width) * height, 0);
+    if (dirty_.width() != width || dirty_.height() != height || hashes_.empty()) {
         dirty_ = TileMap(width, height);
+        hashes_.assign(static_cast<size_t>(height) * dirty_.columns(), 0);
         screen_.resize(width, height);
         haveBaseline_ = false;
     }
@@ -159,35 +158,27 @@ bool ChangeDetector::takeBaseline(HDC screen) {
     haveBaseline_ = false;
     if (!prepare(screen))
         return false;
-    const int width = geometry_.width;
     for (int s = 0; s < strips_; ++s) {
         const int top = s * stripRows_;
         const int rows = std::min(stripRows_, geometry_.height - top);
         if (!strip_.grab(screen, top, rows))
             return false;
-        std::memcpy(reference_.data() + static_cast<size_t>(top) * width, strip_.view().bits,
-                    static_cast<size_t>(rows) * width * 4);
+        const FrameView grabbed = strip_.view();
+        for (int i = 0; i < rows; ++i)
+            dirty_.hashRow(grabbed.bits + static_cast<ptrdiff_t>(i) * grabbed.stride,
+                           hashes_.data() + static_cast<size_t>(top + i) * dirty_.columns());
     }
     haveBaseline_ = true;
     return true;
 }
 
 bool ChangeDetector::scanStrip(HDC screen, int strip) {
-    const int width = geometry_.width;
     const int top = strip * stripRows_;
     const int rows = std::min(stripRows_, geometry_.height - top);
     if (!strip_.grab(screen, top, rows))
         return false;
     const FrameView grabbed = strip_.view();
-    auto* reference =
-        reinterpret_cast<std::uint8_t*>(reference_.data() + static_cast<size_t>(top) * width);
-    if (!dirty_.markBand(reference, width * 4, grabbed.bits, grabbed.stride, top, rows))
-        return false;
-    for (int i = 0; i < rows; ++i)
-        std::memcpy(reference + static_cast<size_t>(i) * width * 4,
-                    grabbed.bits + static_cast<ptrdiff_t>(i) * grabbed.stride,
-                    static_cast<size_t>(width) * 4);
-    return true;
+    return dirty_.markHashedBand(grabbed.bits, grabbed.stride, top, rows, hashes_.data());
 }
 
 void ChangeDetector::pollScreen(HDC screen) {

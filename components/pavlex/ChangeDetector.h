@@ -3,7 +3,8 @@
 // CaptureSession.
 //
 // The screen is read in strips of whole tile rows, each small enough for the platform to grab
-// without a fresh large allocation, and compared with a reference copy of the screen. Every
+// without a fresh large allocation, and compared with check values of each tile's rows as they
+// were (TileMap::hashRow): each pixel is read once, and no copy of the screen is kept. Every
 // poll reads the next strips of a rotation that covers the screen once per kScanPolls polls,
 // so one changed pixel anywhere is seen within that time, while an unchanging screen costs a
 // few cheap strips per poll instead of a whole grab. A strip that changed is read again at the
@@ -46,9 +47,9 @@ class ChangeDetector {
     // frames and pointer. desktop (not owned) is where the thread grabs; interval in ms.
     void begin(HDESK desktop, DWORD interval) noexcept;
     // Stops the thread and starts it again watching what is asked (nothing: it stays stopped).
-    // Watching the screen starts from a reference copy read here, on the caller's thread,
+    // Watching the screen starts from check values read here, on the caller's thread,
     // before the thread runs: a change made as soon as this returns is reported. The
-    // reference survives a restart, so the comparison goes on where it was.
+    // values survive a restart, so the comparison goes on where it was.
     bool run(bool watchScreen, bool watchCursor) noexcept;
     // Stops and joins the thread.
     void stop() noexcept;
@@ -73,9 +74,9 @@ class ChangeDetector {
     void pollCursor();
     // Buffers for the current geometry; false when out of memory or GDI refuses.
     bool prepare(HDC screen);
-    // Reads every strip into the reference, reporting nothing.
+    // Reads every strip into the check values, reporting nothing.
     bool takeBaseline(HDC screen);
-    // Reads strip `strip`, marks its changed tiles in dirty_ and updates the reference; true
+    // Reads strip `strip`, marks its changed tiles in dirty_ and updates the values; true
     // when it changed. A failed grab reports nothing.
     bool scanStrip(HDC screen, int strip);
 
@@ -89,15 +90,15 @@ class ChangeDetector {
     bool watchScreen_ = false;
     bool watchCursor_ = false;
     Geometry geometry_;
-    ScreenFrame strip_;                     // the grab of one strip
-    std::vector<std::uint32_t> reference_;  // the screen as last read, row after row
+    ScreenFrame strip_;                  // the grab of one strip
+    std::vector<std::uint32_t> hashes_;  // check values of the screen as last read (TileMap)
     int stripRows_ = 0;
     int strips_ = 0;
     int nextStrip_ = 0;                  // where the rotation goes on
     std::vector<std::uint8_t> hot_;      // per strip: changed at the last poll
     std::vector<std::uint8_t> scanned_;  // per strip: read in this poll
     std::vector<int> queue_;
-    bool haveBaseline_ = false;  // reference_ holds the screen
+    bool haveBaseline_ = false;  // hashes_ describe the screen
     TileMap dirty_;
     CursorTracker tracker_;
     std::atomic<bool> displayChanged_{false};

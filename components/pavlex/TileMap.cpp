@@ -59,6 +59,40 @@ bool TileMap::markBand(const std::uint8_t* before, int beforeStride, const std::
     return changed;
 }
 
+void TileMap::hashRow(const std::uint8_t* row, std::uint32_t* out) const noexcept {
+    for (int column = 0; column < columns_; ++column) {
+        const int first = column * tileSize_;
+        const int n = std::min(tileSize_, width_ - first);
+        const std::uint8_t* p = row + static_cast<size_t>(first) * 4;
+        std::uint32_t h = 0;
+        for (int k = 0; k < n; ++k) {
+            std::uint32_t v;
+            std::memcpy(&v, p + 4 * k, 4);
+            h += (v & 0xFFFFFFu) * (0x9E3779B1u + 2u * static_cast<std::uint32_t>(k));
+        }
+        out[column] = h;
+    }
+}
+
+bool TileMap::markHashedBand(const std::uint8_t* after, int stride, int top, int rows,
+                             std::uint32_t* hashes) noexcept {
+    std::vector<std::uint32_t> now(static_cast<size_t>(columns_));
+    bool changed = false;
+    for (int i = 0; i < rows && top + i < height_; ++i) {
+        hashRow(after + static_cast<ptrdiff_t>(i) * stride, now.data());
+        std::uint32_t* old = hashes + static_cast<size_t>(top + i) * columns_;
+        std::uint8_t* tileRow = &tiles_[index(0, (top + i) / tileSize_)];
+        for (int column = 0; column < columns_; ++column) {
+            if (now[column] != old[column]) {
+                old[column] = now[column];
+                tileRow[column] = 1;
+                changed = true;
+            }
+        }
+    }
+    return changed;
+}
+
 void TileMap::add(const TileMap& other) noexcept {
     const size_t n = std::min(tiles_.size(), other.tiles_.size());
     for (size_t i = 0; i < n; ++i)
