@@ -8,6 +8,7 @@
 #include <string>
 
 #include "CaptureStep.h"
+#include "IpcStep.h"
 #include "RoundTripStep.h"
 #include "ScreenCodec.h"
 #include "wincom/ComPtr.h"
@@ -63,6 +64,7 @@ int Demo::Run() noexcept {
         std::vector<std::unique_ptr<DemoStep>> steps;
         steps.push_back(std::make_unique<RoundTripStep>(codec.Get()));
         steps.push_back(std::make_unique<CaptureStep>(codec.Get()));
+        steps.push_back(std::make_unique<IpcStep>());
 
         for (const auto& step : steps) {
             std::fprintf(out_, "%s\n", step->Name());
