@@ -89,6 +89,10 @@ void Window::Destroy() noexcept {
     const HWND hwnd = hwnd_;
     if (hwnd && GetWindowThreadProcessId(hwnd, nullptr) == GetCurrentThreadId()) {
         DestroyWindow(hwnd);  // WM_NCDESTROY clears hwnd_
+        if (link) {           // a dispatch further up this thread's stack must not come back to us
+            std::lock_guard<CriticalSection> guard(link->lock);
+            link->self = nullptr;
+        }
     } else if (link) {
         HWND alive = nullptr;
         {
@@ -119,8 +123,14 @@ LRESULT CALLBACK Window::Procedure(HWND hwnd, UINT message, WPARAM wParam, LPARA
     {
         std::lock_guard<CriticalSection> guard(link->lock);
         Window* self = link->self;
-        result = self ? self->Dispatch(hwnd, message, wParam, lParam)
-                      : DefWindowProcA(hwnd, message, wParam, lParam);
+        if (self) {
+            ++self->depth_;
+            result = self->Dispatch(hwnd, message, wParam, lParam);
+            if (link->self)
+                --self->depth_;
+        } else {
+            result = DefWindowProcA(hwnd, message, wParam, lParam);
+        }
         if (message == WM_NCDESTROY) {
             SetWindowLongPtrA(hwnd, GWLP_USERDATA, 0);
             if (link->self)

@@ -59,6 +59,10 @@ class Window {
     explicit operator bool() const noexcept { return hwnd_ != nullptr; }
     // Whether the calling thread is the window's (false without a window).
     bool OnOwnThread() const noexcept;
+    // Inside a handler or the observer: whether the message arrived while another message of
+    // this window was being handled (sent by that handling, e.g. by DefWindowProcA), rather than
+    // from the message loop or another window.
+    bool Nested() const noexcept { return depth_ > 1; }
 
   private:
     struct Link;
@@ -67,6 +71,7 @@ class Window {
 
     HWND hwnd_ = nullptr;
     Link* link_ = nullptr;  // shared with the window while it exists
+    int depth_ = 0;         // dispatches in progress, window thread only
     std::vector<std::pair<UINT, Handler>> handlers_;
     Observer observer_;
 };

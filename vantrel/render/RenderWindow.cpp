@@ -147,10 +147,11 @@ void RenderWindow::MapHandlers() {
     });
 }
 
-// Every input message the window gets is copied to the drain window; the window still handles
-// it itself.
+// Every input message the window gets from outside is copied to the drain window (not those
+// its own handling makes, such as the WM_CONTEXTMENU of a right button); the window still
+// handles it itself.
 void RenderWindow::ForwardInput(UINT message, WPARAM wParam, LPARAM lParam) noexcept {
-    if (!InDrainRange(message))
+    if (!InDrainRange(message) || window_.Nested())
         return;
     const HWND drain = owner_->MessageDrain();
     if (drain && IsWindow(drain))

@@ -1,0 +1,407 @@
+// DesktopRender through COM as a host uses it, fed by a synthetic desktop: the window and its
+// placement, the notifications of a picture's life, broken packets, asynchronous hand-over,
+// the frame-buffer export, the input drain, the idle timer, dragging, and release from another
+// thread.
+#include "render/RenderTestSupport.h"
+
+#include <process.h>
+
+namespace vantrel::test {
+namespace {
+
+constexpr RECT kWhole{0, 0, 1024, 768};
+
+TEST_F(RenderTest, WindowIsAHiddenPopupOfItsOwnClassUntilTheHostParentsIt) {
+    const HWND w = RenderWindow();
+    ASSERT_TRUE(IsWindow(w));
+    char title[64] = {};
+    GetWindowTextA(w, title, sizeof title);
+    EXPECT_STREQ("Vantrel Render Window", title);
+    EXPECT_EQ(static_cast<LONG>(WS_POPUP), GetWindowLongA(w, GWL_STYLE) & (WS_POPUP | WS_CHILD));
+    EXPECT_EQ(0, GetWindowLongA(w, GWL_EXSTYLE) & WS_EX_LAYOUTRTL);
+    EXPECT_EQ(static_cast<ULONG_PTR>(CS_HREDRAW | CS_VREDRAW), GetClassLongPtrA(w, GCL_STYLE));
+    EXPECT_EQ(static_cast<ULONG_PTR>(COLOR_WINDOW + 1), GetClassLongPtrA(w, GCLP_HBRBACKGROUND));
+    EXPECT_EQ(0u, GetClassLongPtrA(w, GCLP_HCURSOR));
+    EXPECT_NE(0u, GetClassLongPtrA(w, GCLP_HICON));
+    long visible = 0xdeadbeef;
+    ASSERT_EQ(S_OK, render_->GetVisible(&visible));
+    EXPECT_EQ(0, visible);
+
+    // A second render shares the class.
+    ComPtr<IDesktopRender> other = MakeRender();
+    HWND w2 = nullptr;
+    ASSERT_EQ(S_OK, other->GetWindowHandle(&w2));
+    char c1[128] = {}, c2[128] = {};
+    GetClassNameA(w, c1, sizeof c1);
+    GetClassNameA(w2, c2, sizeof c2);
+    EXPECT_STREQ(c1, c2);
+
+    ASSERT_EQ(S_OK, render_->SetParentWindow(host_.Handle()));
+    EXPECT_EQ(S_FALSE, render_->SetParentWindow(host_.Handle()));
+    EXPECT_EQ(host_.Handle(), GetParent(w));
+    EXPECT_EQ(static_cast<LONG>(WS_CHILD), GetWindowLongA(w, GWL_STYLE) & (WS_POPUP | WS_CHILD));
+    HWND parent = reinterpret_cast<HWND>(0xdeadbeef);
+    ASSERT_EQ(S_OK, render_->GetParentWindow(&parent));
+    EXPECT_EQ(host_.Handle(), parent);
+
+    // Placement in the parent's client coordinates, read back in screen coordinates.
+    SetWindowPos(host_.Handle(), nullptr, 100, 50, 400, 300, SWP_NOZORDER | SWP_NOACTIVATE);
+    ASSERT_EQ(S_OK, render_->SetWindowPosition(10, 20, 210, 170));
+    long l = 0xdeadbeef, t = 0xdeadbeef, r = 0xdeadbeef, b = 0xdeadbeef;
+    ASSERT_EQ(S_OK, render_->GetWindowPosition(&l, &t, &r, &b));
+    EXPECT_EQ(RECT({110, 70, 310, 220}), RECT({l, t, r, b}));
+
+    ASSERT_EQ(S_OK, render_->SetVisible(TRUE));
+    ASSERT_EQ(S_OK, render_->GetVisible(&visible));
+    EXPECT_EQ(0x10000000, visible);  // the style bit itself
+
+    // Back to top level.
+    ASSERT_EQ(S_OK, render_->SetParentWindow(nullptr));
+    EXPECT_EQ(static_cast<LONG>(WS_POPUP), GetWindowLongA(w, GWL_STYLE) & (WS_POPUP | WS_CHILD));
+}
+
+TEST_F(RenderTest, ThreeBandsPostFormatChangedThenPictureCompleteOnceRightAfterTheLast) {
+    SyntheticDesktop desk(codec_.Get(), 1024, 768, 7);
+    ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
+    long w = 0xdeadbeef, h = 0xdeadbeef, bpp = 0xdeadbeef;
+    EXPECT_EQ(E_FAIL, render_->GetDesktopInfomation(&w, &h, &bpp));
+    EXPECT_EQ(0xdeadbeef, static_cast<unsigned long>(w));
+    unsigned long size = 0xdeadbeef;
+    EXPECT_EQ(E_FAIL, render_->GetCurrectImage(&size, nullptr));
+
+    const std::vector<WPARAM> picture = {RN_FORMATCHANGED, RN_PICTURECOMPLETE};
+    ASSERT_EQ(1, desk.Send({0, 0, 1024, 256}));
+    ASSERT_EQ(1, desk.Send({0, 256, 1024, 512}));
+    EXPECT_EQ(std::vector<WPARAM>(), Codes(picture));
+    ASSERT_EQ(1, desk.Send({0, 512, 1024, 768}));
+    EXPECT_EQ(picture, Codes(picture));
+    EXPECT_TRUE(host_.AllCarryTheParam());
+
+    ASSERT_EQ(S_OK, render_->GetDesktopInfomation(&w, &h, &bpp));
+    EXPECT_EQ(1024, w);
+    EXPECT_EQ(768, h);
+    EXPECT_EQ(16, bpp);
+    // 40 + 2048 x 768: forty bytes more than one packet buffer.
+    ASSERT_EQ(S_OK, render_->GetCurrectImage(&size, nullptr));
+    EXPECT_EQ(40u + 0x180000u, size);
+    std::vector<BYTE> image(size, 0xCD);
+    size -= 1;
+    EXPECT_EQ(E_FAIL, render_->GetCurrectImage(&size, image.data()));
+    EXPECT_EQ(0xCD, image[0]);
+    const std::vector<BYTE> got = Picture(render_.Get());
+    ASSERT_EQ(40u + 0x180000u, got.size());
+    EXPECT_EQ(desk.Rows(kWhole), std::vector<BYTE>(got.begin() + 40, got.end()));
+
+    // Repeated bands add nothing; a new desktop size is announced alone.
+    host_.Clear();
+    desk.SendAll();
+    EXPECT_EQ(std::vector<WPARAM>(), Codes(picture));
+    SyntheticDesktop smaller(codec_.Get(), 800, 600, 8);
+    smaller.Register(transmitter_.Get());
+    smaller.Send({0, 0, 800, 300});
+    EXPECT_EQ(std::vector<WPARAM>{RN_FORMATCHANGED}, Codes(picture));
+    smaller.Send({0, 300, 800, 600});
+    EXPECT_EQ(std::vector<WPARAM>{RN_FORMATCHANGED}, Codes(picture));
+
+    // Run forgets the picture: overlapping bands complete it again by their union only.
+    host_.Clear();
+    ASSERT_EQ(S_OK, render_->Run());
+    EXPECT_EQ(E_FAIL, render_->GetDesktopInfomation(&w, &h, &bpp));
+    smaller.Send({0, 0, 800, 296});
+    smaller.Send({0, 200, 800, 296});
+    smaller.Send({0, 0, 800, 296});
+    EXPECT_EQ(std::vector<WPARAM>(), Codes(picture));
+    smaller.Send({0, 296, 800, 600});
+    EXPECT_EQ(picture, Codes(picture));
+    smaller.Unregister(transmitter_.Get());
+    desk.Unregister(transmitter_.Get());
+}
+
+TEST_F(RenderTest, BrokenPacketsChangeNothingAndStillSucceed) {
+    SyntheticDesktop desk(codec_.Get(), 1024, 768, 1);
+    // A cursor packet before any frame is ignored.
+    const std::vector<BYTE> record = CursorRecordBytes(7, 10, 10, 32, 32, 0xFF0000);
+    std::vector<BYTE> cursor(packet::kBufferSize);
+    ULONG out = packet::kMaxCursorPayload;
+    ASSERT_EQ(S_OK, codec_->Compress(record.data(), static_cast<ULONG>(record.size()),
+                                     cursor.data() + 12, &out, 2));
+    cursor.resize(packet::WriteCursorHeader(cursor.data(), 0, out));
+    EXPECT_EQ(S_OK, transmitter_->Transfer(cursor.data(), static_cast<ULONG>(cursor.size()), 0));
+    EXPECT_TRUE(Picture(render_.Get()).empty());
+
+    ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
+    desk.SendAll();
+    ASSERT_EQ(S_OK, desk.Unregister(transmitter_.Get()));
+    const std::vector<BYTE> before = Picture(render_.Get());
+    ASSERT_FALSE(before.empty());
+
+    desk.recorder.Packets();
+    desk.Paint(99);
+    const size_t first = desk.recorder.PacketCount();
+    desk.Send({0, 0, 1024, 64});
+    const std::vector<BYTE> good = desk.recorder.Packets().at(first).bytes;
+    const struct {
+        const char* what;
+        std::function<void(std::vector<BYTE>&)> spoil;
+    } cases[] = {
+        {"length field one over",
+         [](auto& p) { packet::StoreU32(&p[4], packet::LoadU32(&p[4]) + 1); }},
+        {"length field one under",
+         [](auto& p) { packet::StoreU32(&p[4], packet::LoadU32(&p[4]) - 1); }},
+        {"another magic", [](auto& p) { p[0] = 'X'; }},
+        {"payload the codec refuses", [](auto& p) { std::fill(p.begin() + 48, p.end(), 0xA5); }},
+        {"cut short",
+         [](auto& p) {
+             p.resize(30);
+             packet::StoreU32(&p[4], 30);
+         }},
+        {"band beyond the desktop",
+         [](auto& p) {
+             const RECT band{0, 768, 1024, 832};
+             std::memcpy(&p[32], &band, sizeof band);
+         }},
+    };
+    for (const auto& c : cases) {
+        std::vector<BYTE> p = good;
+        c.spoil(p);
+        EXPECT_EQ(S_OK, transmitter_->Transfer(p.data(), static_cast<ULONG>(p.size()), 0))
+            << c.what;
+        EXPECT_EQ(S_OK, transmitter_->Transfer(p.data(), static_cast<ULONG>(p.size()), 1))
+            << c.what;
+        PumpFor(20);
+        EXPECT_TRUE(before == Picture(render_.Get())) << c.what;
+    }
+    // The unspoilt packet does change it.
+    std::vector<BYTE> p = good;
+    EXPECT_EQ(S_OK, transmitter_->Transfer(p.data(), static_cast<ULONG>(p.size()), 0));
+    EXPECT_FALSE(before == Picture(render_.Get()));
+    EXPECT_EQ(S_OK, transmitter_->Flush());
+}
+
+TEST_F(RenderTest, AsynchronousPacketsAreAppliedOnTheWindowThreadOneAtATime) {
+    SyntheticDesktop desk(codec_.Get(), 640, 480, 3);
+    desk.SendAll();
+    const auto packets = desk.recorder.Packets();
+    ASSERT_EQ(1u, packets.size());
+    std::vector<BYTE> p = packets[0].bytes;
+    EXPECT_EQ(S_OK, transmitter_->Transfer(p.data(), static_cast<ULONG>(p.size()), 1));
+    // Posted, not applied: nothing until this thread pumps.
+    EXPECT_TRUE(Picture(render_.Get()).empty());
+    // A second asynchronous packet waits for the first (which cannot run while this thread is
+    // busy) and is dropped after its second.
+    const DWORD start = GetTickCount();
+    EXPECT_EQ(S_OK, transmitter_->Transfer(p.data(), static_cast<ULONG>(p.size()), 1));
+    EXPECT_GE(GetTickCount() - start, 900u);
+    ASSERT_TRUE(WaitUntil([&] { return !Picture(render_.Get()).empty(); }));
+    const std::vector<BYTE> shown = Picture(render_.Get());
+    EXPECT_EQ(desk.Rows({0, 0, 640, 480}), std::vector<BYTE>(shown.begin() + 40, shown.end()));
+}
+
+TEST_F(RenderTest, FullScreenDataRebuildsTheSamePictureInASecondRender) {
+    ComPtr<IFrameBuffer> frames;
+    ASSERT_EQ(S_OK, render_.As(&frames));
+    std::vector<BYTE> buffer(packet::kBufferSize);
+    unsigned long size = 0xdeadbeef;
+    EXPECT_EQ(E_FAIL, frames->GetFullScreenData(buffer.data(), &size, TRUE));
+    EXPECT_EQ(E_FAIL, frames->GetFullScreenDataUncompressed(buffer.data(), &size));
+    EXPECT_EQ(0xdeadbeefu, size);
+    void* info = reinterpret_cast<void*>(0xdeadbeef);
+    ASSERT_EQ(S_OK, frames->GetBitmapInfo(&info));
+    EXPECT_EQ(nullptr, info);
+
+    SyntheticDesktop desk(codec_.Get(), 1024, 768, 11);
+    ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
+    desk.SendAll();
+    desk.Unregister(transmitter_.Get());
+    ASSERT_EQ(S_OK, frames->GetBitmapInfo(&info));
+    ASSERT_NE(nullptr, info);
+    EXPECT_EQ(1024, static_cast<BITMAPINFO*>(info)->bmiHeader.biWidth);
+
+    ComPtr<IDesktopRender> second = MakeRender();
+    ComPtr<IDataTransmitter> secondIn;
+    ASSERT_EQ(S_OK, second.As(&secondIn));
+    int packets = 0;
+    LONG nextRow = 0;
+    for (long first = TRUE;; first = FALSE) {
+        size = 0xdeadbeef;
+        const HRESULT hr = frames->GetFullScreenData(buffer.data(), &size, first);
+        if (hr == S_FALSE)
+            break;
+        ASSERT_EQ(S_OK, hr);
+        ASSERT_EQ(packet::LoadU32(&buffer[4]), size);
+        packet::FrameHeader header;
+        ASSERT_TRUE(packet::ReadFrameHeader(buffer.data(), size, &header));
+        EXPECT_EQ(RECT(kWhole), header.desktop);
+        EXPECT_EQ(16u, header.bitsPerPixel);
+        EXPECT_EQ(nextRow, header.band.top);  // whole rows, band after band
+        nextRow = header.band.bottom;
+        EXPECT_EQ(S_OK, secondIn->Transfer(buffer.data(), size, FALSE));
+        ASSERT_LT(++packets, 100);
+    }
+    EXPECT_EQ(768, nextRow);
+    EXPECT_GE(packets, 2);  // 1.5 MB of rows do not fit one packet
+    EXPECT_TRUE(Picture(render_.Get()) == Picture(second.Get()));
+    // After the last band S_FALSE stays until a new first call.
+    size = 0xdeadbeef;
+    EXPECT_EQ(S_FALSE, frames->GetFullScreenData(buffer.data(), &size, FALSE));
+    EXPECT_EQ(0xdeadbeefu, size);
+    EXPECT_EQ(S_OK, frames->GetFullScreenData(buffer.data(), &size, TRUE));
+
+    // Uncompressed: bottom row first, whole rows only.
+    const std::vector<BYTE> rows = desk.Rows(kWhole);
+    size = 2048 * 3 + 100;
+    ASSERT_EQ(S_OK, frames->GetFullScreenDataUncompressed(buffer.data(), &size));
+    EXPECT_EQ(2048u * 3, size);
+    size = 0x180000;
+    ASSERT_EQ(S_OK, frames->GetFullScreenDataUncompressed(buffer.data(), &size));
+    ASSERT_EQ(0x180000u, size);
+    for (int y : {0, 1, 400, 767})
+        EXPECT_TRUE(std::equal(rows.begin() + 2048 * y, rows.begin() + 2048 * (y + 1),
+                               buffer.begin() + 2048 * (767 - y)))
+            << "row " << y;
+}
+
+TEST_F(RenderTest, DrainGetsCopiesOfExactlyTheInputMessages) {
+    HostWindow drain;
+    ASSERT_EQ(S_OK, render_->SetMessageDrainWindow(drain.Handle()));
+    HWND got = nullptr;
+    ASSERT_EQ(S_OK, render_->GetMessageDrainWindow(&got));
+    EXPECT_EQ(drain.Handle(), got);
+    const HWND w = RenderWindow();
+    std::vector<UINT> sent, want;
+    for (UINT m = 0x0F0; m <= 0x110; ++m)
+        sent.push_back(m);
+    for (UINT m = 0x1F0; m <= 0x210; ++m)
+        sent.push_back(m);
+    for (UINT m : {0x7AU, 0x7BU, 0x7CU})
+        sent.push_back(m);
+    for (UINT m : sent) {
+        if ((m >= 0x100 && m <= 0x108) || (m >= 0x200 && m <= 0x209) || m == 0x7B)
+            want.push_back(m);
+        PostMessageA(w, m, 0, MAKELPARAM(5, 5));
+    }
+    PumpFor(50);
+    ReleaseCapture();
+    EXPECT_EQ(want, drain.Messages());
+}
+
+TEST_F(RenderTest, IdleTicksUntilThePictureIsCompleteAndCloseOnlyAsks) {
+    ASSERT_EQ(S_OK, render_->SetIdleTimeout(30));
+    PumpFor(200);
+    EXPECT_GE(Codes({RN_IDLE}).size(), 2u);
+    SyntheticDesktop desk(codec_.Get(), 320, 240, 5);
+    desk.Register(transmitter_.Get());
+    desk.SendAll();
+    desk.Unregister(transmitter_.Get());
+    PumpFor(100);
+    host_.Clear();
+    PumpFor(200);
+    EXPECT_EQ(std::vector<WPARAM>(), Codes({RN_IDLE}));
+    // ResetContent arms it again.
+    ASSERT_EQ(S_OK, render_->ResetContent());
+    PumpFor(200);
+    EXPECT_GE(Codes({RN_IDLE}).size(), 2u);
+
+    const HWND w = RenderWindow();
+    host_.Clear();
+    SendMessageA(w, WM_CLOSE, 0, 0);
+    EXPECT_EQ(std::vector<WPARAM>{RN_CLOSEREQUEST}, Codes({RN_CLOSEREQUEST}));
+    EXPECT_TRUE(IsWindow(w));
+}
+
+TEST_F(RenderTest, DragInScrollModeStopsAtTheEdgesAndScrollBarsFollow) {
+    HostWindow parent({0, 0, 400, 300}, true);
+    ASSERT_EQ(S_OK, render_->SetParentWindow(parent.Handle()));
+    ASSERT_EQ(S_OK, render_->SetWindowPosition(0, 0, 400, 300));
+    SyntheticDesktop desk(codec_.Get(), 1024, 768, 5);
+    desk.Register(transmitter_.Get());
+    desk.SendAll();
+    desk.Unregister(transmitter_.Get());
+    ASSERT_EQ(S_OK, render_->SetScrollMode(2));
+    const HWND w = RenderWindow();
+    auto source = [&] {
+        long l, t, r, b;
+        EXPECT_EQ(S_OK, render_->GetSourcePosition(&l, &t, &r, &b));
+        return RECT{l, t, r, b};
+    };
+    auto drag = [&](POINT from, POINT to) {
+        SendMessageA(w, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(from.x, from.y));
+        SendMessageA(w, WM_MOUSEMOVE, MK_LBUTTON, MAKELPARAM(to.x, to.y));
+        SendMessageA(w, WM_LBUTTONUP, 0, MAKELPARAM(to.x, to.y));
+    };
+    EXPECT_EQ(RECT({0, 0, 400, 300}), source());
+    drag({300, 250}, {200, 150});  // the picture follows the mouse: the view moves right-down
+    EXPECT_EQ(RECT({100, 100, 500, 400}), source());
+    drag({200, 150}, {300, 250});
+    drag({200, 150}, {300, 250});  // past the top-left edge: stops there
+    EXPECT_EQ(RECT({0, 0, 400, 300}), source());
+    drag({390, 290}, {-400, -400});
+    EXPECT_EQ(RECT({624, 468, 1024, 768}), source());
+
+    // Drag disabled: the button neither captures nor moves.
+    ASSERT_EQ(S_OK, render_->EnableDragMove(FALSE));
+    drag({390, 290}, {10, 10});
+    EXPECT_EQ(RECT({624, 468, 1024, 768}), source());
+    EXPECT_NE(w, GetCapture());
+    ASSERT_EQ(S_OK, render_->EnableDragMove(TRUE));
+
+    // Scroll bars: range 0..1024, a page of the client width; one line to the right moves one
+    // pixel unless the view is at the limit.
+    ASSERT_EQ(S_OK, render_->ShowScrollBar(TRUE));
+    PumpFor(30);
+    ASSERT_EQ(WS_HSCROLL | WS_VSCROLL,
+              static_cast<DWORD>(GetWindowLongA(w, GWL_STYLE)) & (WS_HSCROLL | WS_VSCROLL));
+    RECT client;
+    GetClientRect(w, &client);
+    SCROLLINFO si{};
+    si.cbSize = sizeof si;
+    si.fMask = SIF_ALL;
+    ASSERT_TRUE(GetScrollInfo(w, SB_HORZ, &si));
+    EXPECT_EQ(0, si.nMin);
+    EXPECT_EQ(1024, si.nMax);
+    EXPECT_EQ(static_cast<UINT>(client.right), si.nPage);
+    SendMessageA(w, WM_HSCROLL, SB_LEFT, 0);
+    EXPECT_EQ(0, source().left);
+    SendMessageA(w, WM_HSCROLL, SB_LINERIGHT, 0);
+    EXPECT_EQ(1, source().left);
+    SendMessageA(w, WM_VSCROLL, MAKEWPARAM(SB_THUMBTRACK, 100), 0);
+    EXPECT_EQ(100, source().top);
+    // Outside the scroll mode a drag does nothing.
+    ASSERT_EQ(S_OK, render_->SetScrollMode(1));
+    EXPECT_EQ(0, GetWindowLongA(w, GWL_STYLE) & (WS_HSCROLL | WS_VSCROLL));
+    const RECT follow = source();
+    drag({200, 150}, {100, 100});
+    EXPECT_EQ(follow, source());
+    render_->SetParentWindow(nullptr);
+}
+
+// The apartment's own thread keeps pumping while another thread lets go of the render, as a
+// source's worker does after Unregister.
+TEST_F(RenderTest, ReleasedOnAnotherThreadTheWindowClosesOnItsOwnThread) {
+    SyntheticDesktop desk(codec_.Get(), 320, 240, 5);
+    desk.Register(transmitter_.Get());
+    desk.SendAll();
+    desk.Unregister(transmitter_.Get());
+    const HWND w = RenderWindow();
+    ASSERT_EQ(S_OK, render_->SetParentWindow(host_.Handle()));
+    IDataTransmitter* last = transmitter_.Get();
+    last->AddRef();
+    transmitter_.Reset();
+    render_.Reset();
+    struct Worker {
+        static unsigned __stdcall Release(void* p) {
+            static_cast<IDataTransmitter*>(p)->Release();
+            return 0;
+        }
+    };
+    const UniqueHandle worker(
+        reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, Worker::Release, last, 0, nullptr)));
+    ASSERT_TRUE(worker);
+    // The worker must not wait for this thread, which is not pumping yet.
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(worker.get(), kPatience));
+    EXPECT_TRUE(WaitUntil([&] { return !IsWindow(w); })) << "the render window stayed";
+    EXPECT_EQ(nullptr, FindWindowExA(host_.Handle(), nullptr, nullptr, nullptr));
+}
+
+}  // namespace
+}  // namespace vantrel::test
