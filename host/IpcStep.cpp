@@ -12,6 +12,7 @@
 #include "AnimatedBoard.h"
 #include "DemoScreen.h"
 #include "Vantrel.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel::host {
 
@@ -57,6 +58,28 @@ long Differences(const std::vector<uint16_t>& picture, const std::vector<uint16_
     }
     return wrong;
 }
+
+// A top-most popup that holds the viewers' windows as children.
+class Stage {
+  public:
+    explicit Stage(const RECT& where) {
+        WNDCLASSA wc{};
+        wc.lpfnWndProc = DefWindowProcA;
+        wc.hInstance = GetModuleHandleA(nullptr);
+        wc.lpszClassName = "VantrelDemoStage";
+        RegisterClassA(&wc);
+        window_.reset(CreateWindowExA(WS_EX_TOPMOST | WS_EX_NOACTIVATE, wc.lpszClassName, "",
+                                      WS_POPUP | WS_CLIPCHILDREN, where.left, where.top,
+                                      where.right - where.left, where.bottom - where.top, nullptr,
+                                      nullptr, wc.hInstance, nullptr));
+        if (window_)
+            ShowWindow(window_.get(), SW_SHOWNOACTIVATE);
+    }
+    HWND Get() const noexcept { return window_.get(); }
+
+  private:
+    UniqueHwnd window_;
+};
 
 }  // namespace
 
@@ -157,13 +180,20 @@ bool IpcStep::RunChecked(std::FILE* out, std::string* failure) {
         if (failure->empty()) {
             std::fprintf(out, "  (%lu ms after the last frame)\n",
                          static_cast<unsigned long>(settled));
-            // Side by side on the lower half of the screen, for whoever watches the display.
-            for (size_t i = 0; i < viewers.size(); ++i) {
+            // Side by side on the lower half of the screen, for whoever watches the display, in
+            // a stage that is never activated (an active window takes seconds to go away).
+            Stage stage(RECT{0, height / 2, width, height});
+            for (size_t i = 0; i < viewers.size() && stage.Get(); ++i) {
                 const long left = static_cast<long>(i) * width / 2;
-                viewers[i]->SetWindowPosition(left, height / 2, left + width / 2, height);
+                viewers[i]->SetParentWindow(stage.Get());
+                viewers[i]->SetWindowPosition(left, 0, left + width / 2, height / 2);
                 viewers[i]->SetVisible(TRUE);
             }
             PumpFor(500);
+            for (auto& viewer : viewers) {
+                viewer->SetVisible(FALSE);
+                viewer->SetParentWindow(nullptr);  // before the stage takes its children along
+            }
         }
     }
     for (auto& viewer : viewers)
