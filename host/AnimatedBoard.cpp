@@ -4,56 +4,22 @@
 #include <cstdio>
 #include <cstring>
 
+#include "wincom/UniqueHandle.h"
+
 namespace vantrel::host {
 
 namespace {
 
-constexpr char kClassName[] = "VantrelDemoBoard";
 constexpr int kBall = 40;
 
 }  // namespace
 
-AnimatedBoard::AnimatedBoard(const RECT& where) noexcept {
-    WNDCLASSA wc{};
-    wc.lpfnWndProc = Proc;
-    wc.hInstance = GetModuleHandleA(nullptr);
-    wc.hCursor = LoadCursorA(nullptr, IDC_ARROW);
-    wc.lpszClassName = kClassName;
-    RegisterClassA(&wc);
-    window_.reset(CreateWindowExA(WS_EX_TOPMOST | WS_EX_NOACTIVATE, kClassName, "", WS_POPUP,
-                                  where.left, where.top, where.right - where.left,
-                                  where.bottom - where.top, nullptr, nullptr, wc.hInstance, this));
-    if (window_) {
-        ShowWindow(window_.get(), SW_SHOWNOACTIVATE);
-        UpdateWindow(window_.get());
-    }
-}
-
-AnimatedBoard::~AnimatedBoard() {
-    window_.reset();
-    UnregisterClassA(kClassName, GetModuleHandleA(nullptr));
-}
+AnimatedBoard::AnimatedBoard(const RECT& where)
+    : window_(where, [this](HDC dc, const RECT& client) { Paint(dc, client); }) {}
 
 void AnimatedBoard::Step() noexcept {
     ++frame_;
-    InvalidateRect(window_.get(), nullptr, FALSE);
-    UpdateWindow(window_.get());
-}
-
-LRESULT CALLBACK AnimatedBoard::Proc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) noexcept {
-    if (msg == WM_NCCREATE)
-        SetWindowLongPtrA(
-            hwnd, GWLP_USERDATA,
-            reinterpret_cast<LONG_PTR>(reinterpret_cast<CREATESTRUCTA*>(lp)->lpCreateParams));
-    auto* self = reinterpret_cast<AnimatedBoard*>(GetWindowLongPtrA(hwnd, GWLP_USERDATA));
-    if (msg == WM_PAINT && self) {
-        PaintDc dc(hwnd);
-        RECT client;
-        GetClientRect(hwnd, &client);
-        self->Paint(dc.get(), client);
-        return 0;
-    }
-    return DefWindowProcA(hwnd, msg, wp, lp);
+    window_.Repaint();
 }
 
 void AnimatedBoard::Paint(HDC dc, const RECT& client) noexcept {

@@ -5,27 +5,23 @@
 
 #include <windows.h>
 
-#include "wincom/UniqueHandle.h"
+#include "common/Screen.h"
 
 namespace vantrel::host {
 
 class AnimatedBoard {
   public:
-    explicit AnimatedBoard(const RECT& where) noexcept;
-    AnimatedBoard(const AnimatedBoard&) = delete;
-    AnimatedBoard& operator=(const AnimatedBoard&) = delete;
-    ~AnimatedBoard();
+    explicit AnimatedBoard(const RECT& where);
 
-    bool IsOpen() const noexcept { return static_cast<bool>(window_); }
+    bool IsOpen() const noexcept { return window_.IsOpen(); }
     // Draws the next frame before it returns.
     void Step() noexcept;
 
   private:
-    static LRESULT CALLBACK Proc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) noexcept;
     void Paint(HDC dc, const RECT& client) noexcept;
 
     int frame_ = 0;
-    UniqueHwnd window_;
+    test::PaintedWindow window_;
 };
 
 }  // namespace vantrel::host

@@ -9,9 +9,6 @@
 
 #include "CaptureStep.h"
 #include "IpcStep.h"
-#include "RoundTripStep.h"
-#include "ScreenCodec.h"
-#include "wincom/ComPtr.h"
 
 namespace vantrel::host {
 
@@ -47,23 +44,10 @@ int Demo::Run() noexcept {
         if (FAILED(com.Result()))
             return Fail(out_, "CoInitializeEx failed");
 
-        ComPtr<IScreenCodec> codec;
-        const HRESULT hr = CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER,
-                                            IID_IScreenCodec, codec.PutVoid());
-        if (FAILED(hr)) {
-            char text[96];
-            std::snprintf(text, sizeof text,
-                          "ScreenCodec could not be created (0x%08lX): is ScreenCodec.dll "
-                          "registered?",
-                          static_cast<unsigned long>(hr));
-            return Fail(out_, text);
-        }
-
         // Later stages (render, record, cast) are appended here, in the order a classroom
         // wires them.
         std::vector<std::unique_ptr<DemoStep>> steps;
-        steps.push_back(std::make_unique<RoundTripStep>(codec.Get()));
-        steps.push_back(std::make_unique<CaptureStep>(codec.Get()));
+        steps.push_back(std::make_unique<CaptureStep>());
         steps.push_back(std::make_unique<IpcStep>());
 
         for (const auto& step : steps) {

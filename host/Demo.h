@@ -1,4 +1,4 @@
-// The classroom demo (`vantrel.exe demo`): sets up COM and the screen codec, runs its steps in
+// The classroom demo (`vantrel.exe demo`): sets up COM, runs its steps in
 // order and ends with one line, "demo: PASS" or "demo: FAIL <step>: <why>". scripts/demo runs it
 // in the harness after registering the COM servers.
 #pragma once

@@ -1,16 +1,12 @@
-// One stage of the classroom demo (host/Demo): the packet round trip and the live capture
-// today; render, record and cast join as further steps. A step gets what it needs at construction,
-// prints its own lines and tells whether it passed.
+// One stage of the classroom demo (host/Demo): the live capture today; render, record and cast
+// join as further steps. A step gets what it needs at construction, prints its own lines and
+// tells whether it passed. Steps use the registered COM objects only, as any host does.
 #pragma once
 
 #include <windows.h>
 
 #include <cstdio>
 #include <string>
-
-#include "Vantrel.h"
-#include "wincom/ComObjectRoot.h"
-#include "wincom/ComPtr.h"
 
 namespace vantrel::host {
 
@@ -27,15 +23,6 @@ inline std::string HResultText(const char* what, HRESULT hr) {
     char text[32];
     std::snprintf(text, sizeof text, " (0x%08lX)", static_cast<unsigned long>(hr));
     return what + std::string(text);
-}
-
-// One of the demo's own sinks, a COM object of this process: *sink holds the reference,
-// *object points at the same object for reading its counts.
-template <typename T>
-HRESULT MakeSink(ComPtr<IDataTransmitter>* sink, T** object) {
-    const HRESULT hr = CreateComObject<T>(nullptr, IID_IDataTransmitter, sink->PutVoid());
-    *object = SUCCEEDED(hr) ? static_cast<T*>(sink->Get()) : nullptr;
-    return hr;
 }
 
 }  // namespace vantrel::host

@@ -10,8 +10,9 @@
 #include <vector>
 
 #include "AnimatedBoard.h"
-#include "DemoScreen.h"
 #include "Vantrel.h"
+#include "common/Screen.h"
+#include "wincom/ComPtr.h"
 #include "wincom/UniqueHandle.h"
 
 namespace vantrel::host {
@@ -143,12 +144,13 @@ bool IpcStep::RunChecked(std::FILE* out, std::string* failure) {
         if (SUCCEEDED(hr)) {
             for (const DWORD start = GetTickCount(); GetTickCount() - start < kAnimationMs;) {
                 board.Step();
-                PumpFor(kFrameMs);
+                test::PumpFor(kFrameMs);
             }
             bool equal = false;
             for (const DWORD start = GetTickCount();
-                 !equal && (settled = GetTickCount() - start) < kSettleLimitMs; PumpFor(100)) {
-                const std::vector<uint16_t> screen = ScreenAt555(width, height);
+                 !equal && (settled = GetTickCount() - start) < kSettleLimitMs;
+                 test::PumpFor(100)) {
+                const std::vector<uint16_t> screen = test::GrabScreen555(RECT{0, 0, width, height});
                 equal = true;
                 for (size_t i = 0; i < viewers.size(); ++i) {
                     wrong[i] = Differences(PictureOf(viewers[i].Get()), screen, width);
@@ -189,7 +191,7 @@ bool IpcStep::RunChecked(std::FILE* out, std::string* failure) {
                 viewers[i]->SetWindowPosition(left, 0, left + width / 2, height / 2);
                 viewers[i]->SetVisible(TRUE);
             }
-            PumpFor(500);
+            test::PumpFor(500);
             for (auto& viewer : viewers) {
                 viewer->SetVisible(FALSE);
                 viewer->SetParentWindow(nullptr);  // before the stage takes its children along

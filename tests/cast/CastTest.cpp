@@ -267,3 +267,55 @@ TEST_F(CastTest, StopWaitsForTheReceiversThreadAndNoSinkIsCalledAfterIt) {
     Send(again);
     EXPECT_TRUE(WaitFor([&] { return again == sink_.Packets().back().bytes; }));
 }
+
+// Datagrams that no caster of this session made, oversized ones and damaged copies of real ones
+// are dropped on the way; the packets around them arrive whole.
+TEST_F(CastTest, ForeignOversizedAndDamagedDatagramsAreDropped) {
+    Connect(0, TRUE);
+    ComPtr<IMulticastSender> raw;
+    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_MulticastSender, nullptr, CLSCTX_INPROC_SERVER,
+                                     IID_IMulticastSender, raw.PutVoid()));
+    ASSERT_EQ(S_OK, raw->Open(kLocal, session_.group.c_str(), session_.port));
+    // A coder of our own makes real datagrams to damage.
+    ComPtr<IFecCoder> coder;
+    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FecCoder, nullptr, CLSCTX_INPROC_SERVER, IID_IFecCoder,
+                                     coder.PutVoid()));
+    ASSERT_EQ(S_OK, coder->Configure(32, 0, 1412));
+    ASSERT_EQ(S_OK, coder->SetChecksum(TRUE));
+
+    const auto first = Bytes(2500, 1), second = Bytes(700, 2);
+    Send(first);
+    uint8_t fragment[1412];
+    cast::WriteFragmentHeader(fragment, cast::FragmentHeader{1000, 0, 1400});
+    memcpy(fragment + 12, Bytes(1400, 3).data(), 1400);
+    FecBuffer list[33];
+    LONG count = 0;
+    ASSERT_EQ(S_OK, coder->Encode(fragment, sizeof fragment, list, &count));
+    ASSERT_EQ(1, count);
+    const std::vector<uint8_t> real(list[0].pbData, list[0].pbData + list[0].cbData);
+
+    std::vector<std::vector<uint8_t>> junk = {
+        {},
+        {0x42},
+        Bytes(100, 4),
+        Bytes(1501, 5),
+        Bytes(4000, 6),
+        Bytes(1500, 7),
+        std::vector<uint8_t>(real.begin(), real.begin() + real.size() / 2),  // truncated
+    };
+    for (size_t bit : {0u, 40u, 200u, 8u * 700u}) {  // bit flips in header and body
+        auto flipped = real;
+        flipped[bit / 8 % flipped.size()] ^= static_cast<uint8_t>(1u << (bit % 8));
+        junk.push_back(flipped);
+    }
+    for (const auto& j : junk)
+        raw->Send(j.data(), static_cast<USHORT>(j.size()));
+    Send(second);
+    ASSERT_TRUE(WaitFor([&] { return sink_.PacketCount() >= 2; }));
+    Sleep(300);
+    const auto got = sink_.Packets();
+    ASSERT_EQ(2u, got.size());
+    EXPECT_TRUE(first == got[0].bytes);
+    EXPECT_TRUE(second == got[1].bytes);
+    raw->Close();
+}

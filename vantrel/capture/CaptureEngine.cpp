@@ -3,6 +3,7 @@
 #include "capture/CaptureEngine.h"
 
 #include "capture/InputDesktop.h"
+#include "wincom/ModuleLock.h"
 
 namespace vantrel {
 namespace {
@@ -31,7 +32,21 @@ bool Claim(DWORD reason, DWORD index, HANDLE event) noexcept {
 
 }  // namespace
 
-CaptureEngine::CaptureEngine(SinkTable& sinks) noexcept : sinks_(sinks), encoder_(image_, sinks) {}
+CaptureEngine::CaptureEngine() noexcept : encoder_(image_, sinks_) {}
+
+void CaptureEngine::Abandon(std::unique_ptr<CaptureEngine> engine) noexcept {
+    if (!engine)
+        return;
+    CaptureEngine* self = engine.release();
+    ModuleLock::Increment();
+    // Without the reference the module could be unloaded under the thread's last instructions.
+    HMODULE module = nullptr;
+    if (GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                           reinterpret_cast<LPCSTR>(&CaptureEngine::ThreadEntry), &module))
+        self->abandonedModule_ = module;
+    self->abandoned_ = true;
+    self->SignalStop();
+}
 
 bool CaptureEngine::ReadScreenFormat(RECT* rect, int* depth) noexcept {
     WindowDc screen(nullptr);
@@ -94,7 +109,18 @@ void CaptureEngine::SetPriority(int priority) noexcept {
 }
 
 DWORD WINAPI CaptureEngine::ThreadEntry(void* engine) noexcept {
-    return engine ? static_cast<CaptureEngine*>(engine)->CaptureThread() : kStartFailed;
+    auto* self = static_cast<CaptureEngine*>(engine);
+    if (!self)
+        return kStartFailed;
+    const DWORD code = self->CaptureThread();
+    if (!self->abandoned_)
+        return code;
+    const HMODULE module = self->abandonedModule_;
+    delete self;
+    ModuleLock::Decrement();
+    if (module)
+        FreeLibraryAndExitThread(module, code);
+    return code;
 }
 
 DWORD CaptureEngine::CaptureThread() noexcept {
@@ -134,6 +160,12 @@ DWORD CaptureEngine::CaptureThread() noexcept {
 bool CaptureEngine::RunBurst(Loop& loop, const HANDLE (&waits)[4]) noexcept {
     for (;;) {
         const DWORD reason = WaitForMultipleObjects(4, waits, FALSE, idleFlushTimeout_.load());
+        // A handle gone bad (the hook library's event closed under us) fails every wait at once:
+        // going on would spin a core, so the thread ends as if stopped.
+        if (reason == WAIT_FAILED) {
+            OutputDebugStringA("capture wait failed\n");
+            return false;
+        }
         if (loop.frameInterval != 0) {
             // The events stay set through the sleep: the pending work is picked up by the next
             // wait instead of being lost.

@@ -12,16 +12,20 @@
 // events, the idle flush timeout (atomic, read for every wait), the thread priority and the
 // image's logo.
 //
-// Ownership: the sink table and the codec belong to the owner and outlive the engine; the image,
-// the encoder's buffers, the events and the thread are the engine's.
+// Ownership: the engine holds everything its thread touches (sink table, codec, image, the
+// encoder's buffers, events, thread), so that an owner released on the capture thread itself (the
+// last reference dropped inside a sink's Transfer or Flush) can hand the running engine over to
+// its thread, which then frees it on its way out (Abandon).
 #pragma once
 
 #include <windows.h>
 
 #include <atomic>
+#include <memory>
 
 #include "ScreenCodec.h"
 #include "contracts/Pavlex.h"
+#include "wincom/ComPtr.h"
 #include "wincom/UniqueHandle.h"
 #include "stream/DesktopImage.h"
 #include "stream/SinkTable.h"
@@ -40,13 +44,24 @@ class CaptureEngine {
         int priority = THREAD_PRIORITY_NORMAL;
     };
 
-    explicit CaptureEngine(SinkTable& sinks) noexcept;
+    CaptureEngine() noexcept;
     CaptureEngine(const CaptureEngine&) = delete;
     CaptureEngine& operator=(const CaptureEngine&) = delete;
-    // The owner stops a running capture first.
+    // The owner stops a running capture first, or abandons it to its thread.
     ~CaptureEngine() = default;
 
-    void SetCodec(IScreenCodec* codec) noexcept { encoder_.SetCodec(codec); }
+    // Hands a running engine to its own capture thread, for an owner that is destroyed on that
+    // thread and so cannot wait for it: the stop is signalled, the thread sends its closing
+    // packet, frees the engine and leaves, keeping the module loaded (lock count and a library
+    // reference) until its last instruction. Call on the capture thread only.
+    static void Abandon(std::unique_ptr<CaptureEngine> engine) noexcept;
+
+    SinkTable& Sinks() noexcept { return sinks_; }
+    void SetCodec(ComPtr<IScreenCodec> codec) noexcept {
+        codec_ = std::move(codec);
+        encoder_.SetCodec(codec_.Get());
+    }
+    bool HasCodec() const noexcept { return static_cast<bool>(codec_); }
     bool HasBuffers() const noexcept { return encoder_.HasBuffers(); }
     // Stamped into grabbed areas from the next open of the image on.
     void SetLogo(HBITMAP logo) noexcept { image_.SetLogo(logo); }
@@ -80,8 +95,8 @@ class CaptureEngine {
 
     static DWORD WINAPI ThreadEntry(void* engine) noexcept;
     DWORD CaptureThread() noexcept;
-    // Waits and works until a quiet period has been flushed (true) or the stop was asked for
-    // (false).
+    // Waits and works until a quiet period has been flushed (true), or until the stop was asked
+    // for or the wait itself failed (false).
     bool RunBurst(Loop& loop, const HANDLE (&waits)[4]) noexcept;
     // One wake-up from the loop's wait: false once the stop has been asked for.
     bool HandleWake(Loop& loop, DWORD reason) noexcept;
@@ -100,7 +115,9 @@ class CaptureEngine {
     // {0, 0, HORZRES, VERTRES} and BITSPIXEL of the screen; false without a screen DC.
     static bool ReadScreenFormat(RECT* rect, int* depth) noexcept;
 
-    SinkTable& sinks_;
+    // Destroyed in reverse: the encoder before the codec it uses and the table it delivers to.
+    SinkTable sinks_;
+    ComPtr<IScreenCodec> codec_;
     DesktopImage image_;
     StreamEncoder encoder_;
     // Written by Start before the thread exists, then by the capture thread only.
@@ -113,6 +130,10 @@ class CaptureEngine {
     std::atomic<DWORD> threadId_{0};
     UniqueEvent stopEvent_;
     UniqueEvent fullScreenEvent_;
+    // Set by Abandon on the capture thread and read there when the loop has ended: the
+    // library reference the thread gives back as it exits.
+    bool abandoned_ = false;
+    HMODULE abandonedModule_ = nullptr;
 };
 
 }  // namespace vantrel

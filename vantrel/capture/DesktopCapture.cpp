@@ -2,6 +2,7 @@
 #include "capture/DesktopCapture.h"
 
 #include <mutex>
+#include <new>
 
 #include "stream/DeskPref.h"
 #include "contracts/Pixmend.h"
@@ -24,15 +25,26 @@ int FramesPerSecond(LONG fps, LONG maxFps) noexcept {
 }  // namespace
 
 // A missing codec is noticed by Run only; the encoder made its two buffers already.
-DesktopCapture::DesktopCapture(IUnknown* outer) noexcept : ComObjectRoot(outer) {
+DesktopCapture::DesktopCapture(IUnknown* outer) noexcept
+    : ComObjectRoot(outer), engine_(new (std::nothrow) CaptureEngine) {
     PixmendInit();
-    if (FAILED(CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER, IID_IScreenCodec,
-                                codec_.PutVoid())))
-        codec_.Reset();
-    engine_.SetCodec(codec_.Get());
+    if (!engine_)
+        return;
+    ComPtr<IScreenCodec> codec;
+    if (SUCCEEDED(CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER,
+                                   IID_IScreenCodec, codec.PutVoid())))
+        engine_->SetCodec(std::move(codec));
+}
+
+HRESULT DesktopCapture::FinalConstruct() noexcept {
+    return engine_ ? S_OK : E_OUTOFMEMORY;
 }
 
 DesktopCapture::~DesktopCapture() {
+    if (engine_ && engine_->IsCaptureThread()) {
+        CaptureEngine::Abandon(std::move(engine_));
+        return;
+    }
     Stop();
 }
 
@@ -43,13 +55,13 @@ HRESULT DesktopCapture::InternalQueryInterface(REFIID riid, void** ppv) noexcept
 
 HRESULT DesktopCapture::Run() noexcept {
     Guard guard(lock_);
-    RETURN_HR_IF(E_FAIL, running_ || !codec_);
-    RETURN_HR_IF(E_OUTOFMEMORY, !engine_.HasBuffers());
+    RETURN_HR_IF(E_FAIL, running_ || !engine_->HasCodec());
+    RETURN_HR_IF(E_OUTOFMEMORY, !engine_->HasBuffers());
     CaptureEngine::Settings settings;
     settings.fixCitrix16bit = DeskPref::FixCitrix16bit();
     settings.framesPerSecond = FramesPerSecond(DeskPref::ReadValue(DeskPref::kFps), kMaxFps);
     settings.priority = capturePriority_;
-    RETURN_IF_FAILED(engine_.Start(settings));
+    RETURN_IF_FAILED(engine_->Start(settings));
     running_ = true;
     return S_OK;
 }
@@ -57,15 +69,15 @@ HRESULT DesktopCapture::Run() noexcept {
 // The capture thread cannot wait for its own end: a sink that calls Stop from Transfer is
 // refused instead of hanging.
 HRESULT DesktopCapture::Stop() noexcept {
-    RETURN_HR_IF(E_FAIL, engine_.IsCaptureThread());
+    RETURN_HR_IF(E_FAIL, !engine_ || engine_->IsCaptureThread());
     {
         Guard guard(lock_);
         RETURN_HR_IF(E_FAIL, !running_ || stopping_);
         stopping_ = true;
-        engine_.SignalStop();
+        engine_->SignalStop();
     }
     // While stopping_ is set no other method touches the engine's thread or events.
-    engine_.Join();
+    engine_->Join();
     Guard guard(lock_);
     stopping_ = false;
     running_ = false;
@@ -83,11 +95,11 @@ HRESULT DesktopCapture::GetCompatibleMode(long* pbCompatibleMode) noexcept {
 }
 
 HRESULT DesktopCapture::RegisterDataTransmitter(IDataTransmitter* pDataTransmitter) noexcept {
-    return sinks_.RegisterDataTransmitter(pDataTransmitter);
+    return engine_->Sinks().RegisterDataTransmitter(pDataTransmitter);
 }
 
 HRESULT DesktopCapture::UnregisterDataTransmitter(IDataTransmitter* pDataTransmitter) noexcept {
-    return sinks_.UnregisterDataTransmitter(pDataTransmitter);
+    return engine_->Sinks().UnregisterDataTransmitter(pDataTransmitter);
 }
 
 // Before Run, after Stop and while a Stop waits there is no thread to ask and the request is
@@ -95,7 +107,7 @@ HRESULT DesktopCapture::UnregisterDataTransmitter(IDataTransmitter* pDataTransmi
 HRESULT DesktopCapture::RequestFullScreen() noexcept {
     Guard guard(lock_);
     if (running_ && !stopping_)
-        engine_.RequestFullScreen();
+        engine_->RequestFullScreen();
     return S_OK;
 }
 
@@ -104,19 +116,19 @@ HRESULT DesktopCapture::SetCapturePriority(int nPriority) noexcept {
     Guard guard(lock_);
     capturePriority_ = nPriority;
     if (running_ && !stopping_)
-        engine_.SetPriority(nPriority);
+        engine_->SetPriority(nPriority);
     return S_OK;
 }
 
 HRESULT DesktopCapture::SetIdleFlushTimeout(unsigned long dwTimeout) noexcept {
     RETURN_HR_IF(E_FAIL, dwTimeout < kMinIdleFlushTimeout);
-    engine_.SetIdleFlushTimeout(dwTimeout);
+    engine_->SetIdleFlushTimeout(dwTimeout);
     return S_OK;
 }
 
 // The image prepares its logo when it opens: a new logo shows from the next Run.
 HRESULT DesktopCapture::SetRecordLogo(HBITMAP hBmp) noexcept {
-    engine_.SetLogo(hBmp);
+    engine_->SetLogo(hBmp);
     return S_OK;
 }
 

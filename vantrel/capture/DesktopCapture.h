@@ -10,13 +10,13 @@
 
 #include <windows.h>
 
+#include <memory>
+
 #include "ScreenCodec.h"
 #include "Vantrel.h"
 #include "capture/CaptureEngine.h"
 #include "wincom/ComObjectRoot.h"
-#include "wincom/ComPtr.h"
 #include "wincom/CriticalSection.h"
-#include "stream/SinkTable.h"
 
 namespace vantrel {
 
@@ -40,9 +40,13 @@ class DesktopCapture final : public ComObjectRoot, public IDesktopCapture {
     HRESULT STDMETHODCALLTYPE SetIdleFlushTimeout(unsigned long dwTimeout) noexcept override;
     HRESULT STDMETHODCALLTYPE SetRecordLogo(HBITMAP hBmp) noexcept override;
 
+    // The engine (with its buffers) could not be made: creation fails.
+    HRESULT FinalConstruct() noexcept override;
+
   private:
-    // A capture still running when the last reference goes is stopped as Stop does. Sinks never
-    // call back into their source, so the last reference never goes on the capture thread.
+    // A capture still running when the last reference goes is stopped as Stop does. When that
+    // happens on the capture thread itself (a sink let go of its source inside Transfer or
+    // Flush), the engine is abandoned to its thread instead, which stops and frees it.
     ~DesktopCapture() override;
     HRESULT InternalQueryInterface(REFIID riid, void** ppv) noexcept override;
 
@@ -50,11 +54,9 @@ class DesktopCapture final : public ComObjectRoot, public IDesktopCapture {
     static constexpr LONG kMaxFps = 6;  // registry steps of 5 frames per second
 
     const long compatibleMode_ = 0;  // reported, never changed
-    // Destroyed in reverse: the codec first, then the engine (image, buffers), then the table,
-    // which does not release sinks still registered.
-    SinkTable sinks_;
-    CaptureEngine engine_{sinks_};
-    ComPtr<IScreenCodec> codec_;  // null when ScreenCodec could not be made; Run refuses then
+    // The sink table, the codec (none when ScreenCodec could not be made: Run refuses then), the
+    // image and the thread. Non-null once FinalConstruct succeeded, until abandoned.
+    std::unique_ptr<CaptureEngine> engine_;
     CriticalSection lock_;
     int capturePriority_ = THREAD_PRIORITY_NORMAL;  // guarded by lock_
     bool running_ = false;   // guarded by lock_: between a successful Run and Stop

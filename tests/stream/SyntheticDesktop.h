@@ -1,6 +1,6 @@
-// A made-up teacher's desktop for the demo: 1024 x 768 at 16 bpp (5-5-5, BI_RGB) with what
-// classroom screens are made of: flat window areas, text-like strokes, a gradient wallpaper and
-// a task bar. The round trip sends it without a screen; the capture step uses the real one.
+// A made-up teacher's desktop for the round-trip test: 1024 x 768 at 16 bpp (5-5-5, BI_RGB) with
+// what classroom screens are made of: flat window areas, text-like strokes, a gradient wallpaper
+// and a task bar. Sent without a screen.
 #pragma once
 
 #include <windows.h>
@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace vantrel::host {
+namespace vantrel::test {
 
 class SyntheticDesktop {
   public:
@@ -38,4 +38,4 @@ class SyntheticDesktop {
     int typedLines_ = 0;
 };
 
-}  // namespace vantrel::host
+}  // namespace vantrel::test

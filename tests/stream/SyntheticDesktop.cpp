@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-namespace vantrel::host {
+namespace vantrel::test {
 
 namespace {
 
@@ -122,4 +122,4 @@ void SyntheticDesktop::Text(LONG x, LONG y, LONG width, uint32_t seed, uint16_t 
     }
 }
 
-}  // namespace vantrel::host
+}  // namespace vantrel::test

@@ -1,4 +1,4 @@
-// The demo's mouse pointer: a 32 x 32 arrow at 32 bpp with its 1-bit AND mask, laid out as the
+// The round-trip test's pointer: a 32 x 32 arrow at 32 bpp with its 1-bit AND mask, laid out as the
 // cursor record the capture hook hands over and the stream carries.
 #pragma once
 
@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace vantrel::host {
+namespace vantrel::test {
 
 class SyntheticPointer {
   public:
@@ -24,4 +24,4 @@ class SyntheticPointer {
     std::vector<BYTE> masks_;
 };
 
-}  // namespace vantrel::host
+}  // namespace vantrel::test

@@ -5,7 +5,7 @@
 
 #include "stream/Packet.h"
 
-namespace vantrel::host {
+namespace vantrel::test {
 
 namespace {
 
@@ -60,4 +60,4 @@ std::vector<BYTE> SyntheticPointer::Record(uint32_t flags, int32_t x, int32_t y)
     return record;
 }
 
-}  // namespace vantrel::host
+}  // namespace vantrel::test

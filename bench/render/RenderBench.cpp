@@ -1,0 +1,249 @@
+// Render benchmark (scripts/bench render). A synthetic 16-bit desktop (1024 x 768, and
+// 1920 x 1080, which the 1024 x 768 display can only show in part or scaled) is encoded once
+// into frame packets; a DesktopRender made through COM, embedded in a host window that covers
+// the display, decodes and paints them. Prints per-frame costs and the latency from Transfer to
+// the pixels on the screen. No thresholds.
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <vector>
+
+#include "ScreenCodec.h"
+#include "Vantrel.h"
+#include "common/BenchClock.h"
+#include "contracts/Pixmend.h"
+#include "stream/DesktopImage.h"
+#include "stream/SinkTable.h"
+#include "stream/StreamEncoder.h"
+#include "wincom/ComPtr.h"
+#include "wincom/UniqueHandle.h"
+#include "wincom/Window.h"
+
+using namespace vantrel;
+
+namespace {
+
+constexpr int kScreenW = 1024, kScreenH = 768;
+
+// Keeps every packet it is given.
+class Keeper final : public IDataTransmitter {
+  public:
+    std::vector<std::vector<BYTE>> packets;
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** ppv) noexcept override {
+        *ppv = nullptr;
+        return E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() noexcept override { return 1; }
+    HRESULT STDMETHODCALLTYPE Transfer(void* data, unsigned long cb, long) noexcept override {
+        const BYTE* p = static_cast<const BYTE*>(data);
+        packets.emplace_back(p, p + cb);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Flush() noexcept override { return S_OK; }
+};
+
+// Desktop-like 5-5-5 content: a title bar, a side panel, lines of "text", a gradient and a
+// noisy photograph-like corner. shift changes every pixel.
+std::vector<uint16_t> Content(int w, int h, int shift) {
+    std::vector<uint16_t> px(static_cast<size_t>(w) * h);
+    uint32_t seed = 42 + shift;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            uint16_t c = 0x7BDE;
+            if (y < 30)
+                c = 0x1154;
+            else if (x < w / 5)
+                c = 0x6F7C;
+            else if (y > h * 3 / 4 && x > w * 3 / 4)
+                c = static_cast<uint16_t>(((seed = seed * 1664525u + 1013904223u) >> 16) & 0x7FFF);
+            else if (y > h / 2 && x > w / 2)
+                c = static_cast<uint16_t>(((x * 31 / w) << 10) | ((y * 31 / h) << 5) | 8);
+            else if ((y % 18) < 12 && ((x * 31 + y * 17) % 5) < 2)
+                c = 0x0842;
+            px[static_cast<size_t>(y) * w + x] = static_cast<uint16_t>(c ^ shift);
+        }
+    return px;
+}
+
+// Frame packets of a w x h desktop: the whole screen, in bands, and a 64 x 64 update.
+struct Stream {
+    std::vector<std::vector<BYTE>> full;
+    std::vector<BYTE> small;
+};
+
+Stream Encode(IScreenCodec* codec, int w, int h, int shift) {
+    DesktopImage image;
+    std::vector<BYTE> bmi(DesktopImage::kFormatBlockSize, 0);
+    *reinterpret_cast<BITMAPINFOHEADER*>(bmi.data()) =
+        BITMAPINFOHEADER{40, w, -h, 1, 16, BI_RGB, 0, 0, 0, 0, 0};
+    image.CreateFromBitmapInfo(reinterpret_cast<const BITMAPINFO*>(bmi.data()));
+    const RECT whole{0, 0, w, h};
+    image.PutRows(&whole, Content(w, h, shift).data());
+    SinkTable sinks;
+    Keeper keeper;
+    sinks.RegisterDataTransmitter(&keeper);
+    StreamEncoder encoder(image, sinks);
+    encoder.SetCodec(codec);
+    encoder.SendRegion(&whole);
+    Stream s;
+    s.full = std::move(keeper.packets);
+    keeper.packets.clear();
+    const RECT small{w / 2, h / 2, w / 2 + 64, h / 2 + 64};
+    encoder.SendRegion(&small);
+    s.small = keeper.packets.empty() ? std::vector<BYTE>() : keeper.packets.front();
+    sinks.UnregisterDataTransmitter(&keeper);
+    return s;
+}
+
+void Pump() {
+    MSG msg;
+    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
+        DispatchMessageA(&msg);
+}
+
+struct Render {
+    ComPtr<IDesktopRender> render;
+    ComPtr<IDataTransmitter> in;
+    HWND hwnd = nullptr;
+};
+
+Render MakeRender(HWND host, const RECT& where) {
+    Render r;
+    CoCreateInstance(CLSID_DesktopRender, nullptr, CLSCTX_INPROC_SERVER, IID_IDesktopRender,
+                     r.render.PutVoid());
+    if (!r.render)
+        return r;
+    r.render.As(&r.in);
+    r.render->SetParentWindow(host);
+    r.render->SetScrollMode(0);  // the host places the view
+    r.render->SetWindowPosition(where.left, where.top, where.right, where.bottom);
+    r.render->SetVisible(TRUE);
+    r.render->GetWindowHandle(&r.hwnd);
+    return r;
+}
+
+// Transfer of every packet, then the paint the window owes, flushed to the display.
+void DecodeAndPaint(const Render& r, const std::vector<std::vector<BYTE>>& packets) {
+    for (const auto& p : packets)
+        r.in->Transfer(const_cast<BYTE*>(p.data()), static_cast<ULONG>(p.size()), FALSE);
+    UpdateWindow(r.hwnd);
+    GdiFlush();
+}
+
+void Row(const char* what, double seconds) {
+    std::printf("  %-52s %8.2f ms\n", what, seconds * 1000.0);
+}
+
+// One pixel of the screen as 0x00RRGGBB.
+COLORREF ScreenPixel(int x, int y) {
+    WindowDc screen(nullptr);
+    return GetPixel(screen.get(), x, y);
+}
+
+}  // namespace
+
+int main() {
+    if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)))
+        return 1;
+    PixmendInit();
+    ComPtr<IScreenCodec> codec;
+    if (FAILED(CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER, IID_IScreenCodec,
+                                codec.PutVoid()))) {
+        std::printf("ScreenCodec is not registered\n");
+        return 1;
+    }
+    Window host;
+    WindowClassInfo cls;
+    cls.name = "VantrelBenchHost";
+    host.Create(cls, WS_EX_TOPMOST | WS_EX_NOACTIVATE, "bench", WS_POPUP | WS_VISIBLE, 0, 0,
+                kScreenW, kScreenH);
+
+    const struct {
+        int w, h;
+        const char* name;
+    } desktops[] = {{1024, 768, "1024 x 768"}, {1920, 1080, "1920 x 1080"}};
+    for (const auto& d : desktops) {
+        const Stream a = Encode(codec.Get(), d.w, d.h, 0);
+        const Stream b = Encode(codec.Get(), d.w, d.h, 0x1084);
+        size_t bytes = 0;
+        for (const auto& p : a.full)
+            bytes += p.size();
+        std::printf("%s desktop, 16 bpp: %zu packets, %zu bytes per full frame\n", d.name,
+                    a.full.size(), bytes);
+        // 1:1: the client shows the top-left part at its own size; stretched: the whole desktop
+        // scaled into 800 x 600.
+        const struct {
+            const char* view;
+            RECT where;
+            bool stretch;
+        } views[] = {{"1:1", {0, 0, kScreenW, kScreenH}, false},
+                     {"stretched into 800 x 600", {0, 0, 800, 600}, true}};
+        for (const auto& v : views) {
+            Render r = MakeRender(host.Handle(), v.where);
+            if (!r.render) {
+                std::printf("DesktopRender is not registered\n");
+                return 1;
+            }
+            if (!v.stretch)
+                r.render->SetSourcePosition(0, 0, v.where.right, v.where.bottom);
+            Pump();
+            int flip = 0;
+            const double full = bench::SecondsPerCall([&] {
+                DecodeAndPaint(r, (++flip & 1) ? a.full : b.full);
+                Pump();
+            });
+            std::printf(" %s\n", v.view);
+            Row("full frame: decode and paint", full);
+            const double small = bench::SecondsPerCall([&] {
+                DecodeAndPaint(r, {a.small});
+                Pump();
+            });
+            Row("64 x 64 update: decode and paint", small);
+            r.render->SetVisible(FALSE);
+            Pump();
+            const double decodeOnly = bench::SecondsPerCall([&] {
+                DecodeAndPaint(r, (++flip & 1) ? a.full : b.full);
+                Pump();
+            });
+            Row("full frame: decode only (window hidden)", decodeOnly);
+            r.render.Reset();
+            r.in.Reset();
+            Pump();
+        }
+    }
+
+    // Latency: a band that changes the colour under a watched pixel, from Transfer until the
+    // screen shows it (the window's thread paints; the display server puts it on the screen).
+    {
+        const Stream a = Encode(codec.Get(), 1024, 768, 0);
+        const Stream b = Encode(codec.Get(), 1024, 768, 0x7FFF);
+        Render r = MakeRender(host.Handle(), {0, 0, kScreenW, kScreenH});
+        r.render->SetSourcePosition(0, 0, kScreenW, kScreenH);
+        DecodeAndPaint(r, a.full);
+        Pump();
+        std::vector<double> ms;
+        const int x = 512 + 10, y = 384 + 10;  // inside the small update
+        for (int i = 0; i < 30; ++i) {
+            const std::vector<BYTE>& p = (i & 1) ? a.small : b.small;
+            const COLORREF before = ScreenPixel(x, y);
+            const double start = bench::Seconds();
+            r.in->Transfer(const_cast<BYTE*>(p.data()), static_cast<ULONG>(p.size()), FALSE);
+            double elapsed = 0;
+            do {
+                Pump();
+                elapsed = bench::Seconds() - start;
+            } while (ScreenPixel(x, y) == before && elapsed < 2.0);
+            ms.push_back(elapsed * 1000.0);
+        }
+        std::sort(ms.begin(), ms.end());
+        std::printf("Transfer of a 64 x 64 band to its pixels on the screen (1:1, 30 runs)\n");
+        std::printf("  median %8.2f ms   min %8.2f ms   max %8.2f ms\n", ms[ms.size() / 2],
+                    ms.front(), ms.back());
+    }
+    codec.Reset();
+    CoUninitialize();
+    return 0;
+}

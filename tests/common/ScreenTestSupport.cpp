@@ -1,0 +1,212 @@
+#include "ScreenTestSupport.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+
+namespace vantrel::test {
+
+uint16_t Pixel555(const DesktopImage& image, int x, int y) {
+    const BYTE* p = image.GetBits() + y * image.GetStride() + image.GetBitsPixel() / 8 * x;
+    if (image.GetBitsPixel() == 32)
+        return To555(packet::LoadU32(p));
+    uint16_t v = packet::LoadU16(p);
+    const BITMAPINFO* bmi = image.GetBitmapInfo();
+    if (bmi->bmiHeader.biCompression == BI_BITFIELDS &&
+        reinterpret_cast<const DWORD*>(bmi->bmiColors)[0] == 0xF800)
+        v = static_cast<uint16_t>(((v >> 11) << 10) | (((v >> 6) & 0x1F) << 5) | (v & 0x1F));
+    return v;
+}
+
+StreamDecoder::Outcome DecodingSink::Take(const void* data, uint32_t cbData) {
+    std::lock_guard<CriticalSection> guard(lock_);
+    Arrival a;
+    a.tick = GetTickCount();
+    a.priority = GetThreadPriority(GetCurrentThread());
+    packet::FrameHeader frame;
+    const bool isFrame = packet::ReadFrameHeader(data, cbData, &frame);
+    const std::vector<BYTE> before = isFrame ? RowsOf(frame.band) : std::vector<BYTE>();
+    a.outcome = decoder.Decode(data, cbData);
+    if (a.IsFrame()) {
+        a.band = frame.band;
+        a.changedPicture = before.empty() || before != RowsOf(frame.band);
+    } else if (a.IsCursor()) {
+        // The decoder's buffer still holds the record it applied.
+        packet::CursorRecordView view;
+        if (packet::ParseCursorRecord(decoder.Buffer(), packet::kBufferSize, &view) ==
+            packet::CursorError::None) {
+            a.cursor = view.record;
+            if (view.newShape)
+                a.shape.assign(view.shape, view.xorBits + view.xorBitsSize);
+        }
+    }
+    arrivals_.push_back(std::move(a));
+    return arrivals_.back().outcome;
+}
+
+long DecodingSink::Mismatches(const RECT* area) {
+    std::lock_guard<CriticalSection> guard(lock_);
+    if (!image.IsOpen())
+        return -1;
+    RECT r, pointer;
+    image.GetScreenRect(&r);
+    if (area)
+        r = *area;
+    image.GetCursorRect(&pointer);
+    const std::vector<uint32_t> shot = GrabScreen32(r);
+    long wrong = 0;
+    for (LONG y = r.top; y < r.bottom; ++y)
+        for (LONG x = r.left; x < r.right; ++x)
+            wrong +=
+                !PtInRect(&pointer, POINT{x, y}) &&
+                To555(shot[(y - r.top) * (r.right - r.left) + x - r.left]) != Pixel555(image, x, y);
+    return wrong;
+}
+
+std::vector<BYTE> DecodingSink::RowsOf(const RECT& band) const {
+    RECT screen;
+    image.GetScreenRect(&screen);
+    const LONG top = std::max(band.top, 0L), bottom = std::min(band.bottom, screen.bottom);
+    if (!image.IsOpen() || top >= bottom)
+        return {};
+    return std::vector<BYTE>(image.GetBits() + top * image.GetStride(),
+                             image.GetBits() + bottom * image.GetStride());
+}
+
+std::vector<BYTE> CursorRecordBytes(uint32_t flags, int x, int y, int w, int h, uint32_t colour,
+                                    int andRowBytes) {
+    const uint16_t andRow = static_cast<uint16_t>(andRowBytes ? andRowBytes : ((w + 15) / 16) * 2);
+    std::vector<BYTE> rec(packet::kCursorMasksOffset + andRow * h + 4 * w * h + 4, 0);
+    packet::WriteCursorRecord(rec.data(),
+                              packet::CursorRecord{flags, 1, x, y, 0, 0, static_cast<uint16_t>(w),
+                                                   static_cast<uint16_t>(h), andRow, 1, 32});
+    BYTE* xorBits = rec.data() + packet::kCursorMasksOffset + andRow * h;
+    for (int i = 0; i < w * h; ++i)
+        std::memcpy(xorBits + 4 * i, &colour, 4);
+    return rec;
+}
+packet::CursorRecordView ViewOf(const std::vector<BYTE>& rec) {
+    packet::CursorRecordView v;
+    EXPECT_EQ(packet::CursorError::None,
+              packet::ParseCursorRecord(rec.data(), static_cast<uint32_t>(rec.size()), &v));
+    return v;
+}
+
+DebugOutput::DebugOutput() : handler_(AddVectoredExceptionHandler(1, Handler)) {
+    current_ = this;
+}
+
+DebugOutput::~DebugOutput() {
+    RemoveVectoredExceptionHandler(handler_);
+    current_ = nullptr;
+}
+
+std::vector<std::string> DebugOutput::Lines() const {
+    std::lock_guard<CriticalSection> guard(lock_);
+    return lines_;
+}
+
+size_t DebugOutput::Count(const std::string& line) const {
+    const auto lines = Lines();
+    return static_cast<size_t>(std::count(lines.begin(), lines.end(), line));
+}
+
+DebugOutput* DebugOutput::current_ = nullptr;
+
+LONG CALLBACK DebugOutput::Handler(EXCEPTION_POINTERS* info) {
+    const EXCEPTION_RECORD* r = info->ExceptionRecord;
+    if (current_ && r->ExceptionCode == 0x40010006 /* DBG_PRINTEXCEPTION_C */ &&
+        r->NumberParameters >= 2 && r->ExceptionInformation[0] > 0) {
+        std::lock_guard<CriticalSection> guard(current_->lock_);
+        current_->lines_.emplace_back(reinterpret_cast<const char*>(r->ExceptionInformation[1]),
+                                      r->ExceptionInformation[0] - 1);
+    }
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+
+DeskPrefOverride::DeskPrefOverride(const char* name, DWORD value) : name_(name) {
+    RegCreateKeyExA(HKEY_LOCAL_MACHINE, "Software\\Korvane\\Tessaroom\\DeskPref", 0, nullptr, 0,
+                    KEY_ALL_ACCESS, nullptr, key_.put(), nullptr);
+    DWORD size = sizeof previous_;
+    if (RegQueryValueExA(key_.get(), name, nullptr, nullptr, reinterpret_cast<BYTE*>(&previous_),
+                         &size) != ERROR_SUCCESS)
+        previous_ = kNoValue;
+    Set(value);
+}
+
+void DeskPrefOverride::Set(DWORD value) {
+    if (value == kNoValue)
+        RegDeleteValueA(key_.get(), name_);
+    else
+        RegSetValueExA(key_.get(), name_, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value),
+                       sizeof value);
+}
+
+void ScreenTest::SetUp() {
+    ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)));
+    PixmendInit();
+    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER,
+                                     IID_IScreenCodec, codec_.PutVoid()));
+}
+
+void ScreenTest::TearDown() {
+    codec_.Reset();
+    CoUninitialize();
+}
+
+std::vector<BYTE> ScreenTest::Body(const std::vector<BYTE>& packet, uint32_t header) {
+    std::vector<BYTE> out(packet::kBufferSize);
+    ULONG size = static_cast<ULONG>(out.size());
+    EXPECT_EQ(S_OK,
+              codec_->Decompress(packet.data() + header, static_cast<ULONG>(packet.size() - header),
+                                 out.data(), &size));
+    out.resize(size);
+    return out;
+}
+
+void CaptureTest::SetUp() {
+    ScreenTest::SetUp();
+    sink_ = std::make_unique<DecodingSink>(codec_.Get());
+    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopCapture, nullptr, CLSCTX_INPROC_SERVER,
+                                     IID_IDesktopCapture, capture_.PutVoid()));
+    SetCursorPos(1010, 750);  // out of the way of the windows drawn here
+}
+
+void CaptureTest::TearDown() {
+    if (capture_) {
+        capture_->Stop();
+        capture_->UnregisterDataTransmitter(sink_.get());
+        capture_.Reset();
+    }
+    EXPECT_EQ(std::vector<std::string>(), sink_->Faults());
+    sink_.reset();
+    ScreenTest::TearDown();
+}
+
+void CaptureTest::RunAndWaitForPicture() {
+    ASSERT_EQ(S_OK, capture_->RegisterDataTransmitter(sink_.get()));
+    ASSERT_EQ(S_OK, capture_->Run());
+    ASSERT_TRUE(WaitUntil([&] { return sink_->PictureComplete(); })) << "no first picture";
+}
+
+bool CaptureTest::Converges() {
+    long wrong = -1;
+    const bool equal = WaitUntil([&] { return (wrong = sink_->Mismatches()) == 0; });
+    if (!equal)
+        ADD_FAILURE() << wrong << " pixels differ from the screen";
+    return equal;
+}
+
+bool CaptureTest::Settle(DWORD quietMs) {
+    size_t count = sink_->Count();
+    DWORD since = GetTickCount();
+    return WaitUntil([&] {
+        if (sink_->Count() != count) {
+            count = sink_->Count();
+            since = GetTickCount();
+        }
+        return GetTickCount() - since > quietMs;
+    });
+}
+
+}  // namespace vantrel::test

@@ -1,0 +1,135 @@
+// The captured virtual screen shown in a render window: DesktopCapture streams it through COM
+// to a DesktopRender embedded as a visible child of a host window; what the window shows is
+// grabbed back off the screen and compared with the captured part, at 5-5-5.
+#include "render/RenderTestSupport.h"
+
+namespace vantrel::test {
+namespace {
+
+constexpr RECT kHost{0, 0, 400, 300};       // host window and render client, on the screen
+constexpr RECT kNoise{600, 400, 900, 650};  // what the render is made to show
+constexpr RECT kShown{560, 380, 960, 680};  // the source of the 1:1 and stretched views
+constexpr uint32_t kMargin = 0x008080;      // 0x808000 as a screen pixel
+
+class RenderScreenTest : public CaptureTest {
+  protected:
+    void SetUp() override {
+        CaptureTest::SetUp();
+        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopRender, nullptr, CLSCTX_INPROC_SERVER,
+                                         IID_IDesktopRender, render_.PutVoid()));
+        ASSERT_EQ(S_OK, render_.As(&transmitter_));
+        ASSERT_EQ(S_OK, render_->SetNotifyWindow(host_.Handle(), kNotifyMessage, kNotifyParam));
+        ASSERT_EQ(S_OK, render_->SetParentWindow(host_.Handle()));
+        ASSERT_EQ(S_OK, render_->SetWindowPosition(0, 0, 400, 300));
+        ASSERT_EQ(S_OK, render_->SetVisible(TRUE));
+    }
+    void TearDown() override {
+        if (capture_) {
+            capture_->Stop();
+            capture_->UnregisterDataTransmitter(transmitter_.Get());
+        }
+        transmitter_.Reset();
+        render_.Reset();
+        CaptureTest::TearDown();
+    }
+    // Streams the screen to the decoding sink and the render until the first whole picture.
+    void StartStreaming() {
+        ASSERT_EQ(S_OK, capture_->RegisterDataTransmitter(transmitter_.Get()));
+        RunAndWaitForPicture();
+        const std::vector<WPARAM> picture = {RN_FORMATCHANGED, RN_PICTURECOMPLETE};
+        ASSERT_TRUE(WaitUntil([&] { return host_.Codes(picture).size() >= 2; }));
+        PumpFor(50);
+        EXPECT_EQ(picture, host_.Codes(picture));
+        EXPECT_TRUE(host_.AllCarryTheParam());
+    }
+    // Pixels of the render's client area (on the screen) that differ from want(x, y), a screen
+    // pixel; skip(x, y) leaves a client pixel out.
+    long ClientMismatches(const std::function<uint32_t(int, int)>& want,
+                          const std::function<bool(int, int)>& skip = nullptr) {
+        const std::vector<uint32_t> shot = GrabScreen32(kHost);
+        long wrong = 0;
+        for (int y = 0; y < kHost.bottom; ++y)
+            for (int x = 0; x < kHost.right; ++x)
+                if (!(skip && skip(x, y)))
+                    wrong += To555(shot[y * kHost.right + x]) != To555(want(x, y));
+        return wrong;
+    }
+    // Until the render shows what want says (the capture may still be catching up).
+    void ExpectShows(const char* view, const std::function<uint32_t(int, int)>& want,
+                     const std::function<bool(int, int)>& skip = nullptr) {
+        long wrong = -1;
+        const bool same = WaitUntil([&] { return (wrong = ClientMismatches(want, skip)) == 0; });
+        EXPECT_TRUE(same) << view << ": " << wrong << " pixels differ";
+    }
+    RECT Source() {
+        long l, t, r, b;
+        EXPECT_EQ(S_OK, render_->GetSourcePosition(&l, &t, &r, &b));
+        return RECT{l, t, r, b};
+    }
+
+    HostWindow host_{kHost, true};
+    ComPtr<IDesktopRender> render_;
+    ComPtr<IDataTransmitter> transmitter_;
+};
+
+TEST_F(RenderScreenTest, ManualStretchedAndFollowViewsShowTheRightPartOfTheCapturedScreen) {
+    NoiseBox noise(kNoise, 0xC0FFEE);
+    ASSERT_TRUE(noise.Shown());
+    StartStreaming();
+    ASSERT_TRUE(Converges());
+
+    // 1:1: a source of the client's size.
+    ASSERT_EQ(S_OK, render_->SetScrollMode(0));
+    ASSERT_EQ(S_OK,
+              render_->SetSourcePosition(kShown.left, kShown.top, kShown.right, kShown.bottom));
+    std::vector<uint32_t> screen = GrabScreen32(kShown);
+    auto shown = [&](int x, int y) { return screen[y * 400 + x]; };
+    ExpectShows("1:1", shown);
+
+    // Halved into the top-left quarter; the rest of the client is the margin colour. Each
+    // shown pixel is one of the four it stands for.
+    ASSERT_EQ(S_OK, render_->SetDestinationPosition(0, 0, 200, 150));
+    long l, t, r, b;
+    ASSERT_EQ(S_OK, render_->GetDestinationPosition(&l, &t, &r, &b));  // repaints
+    ExpectShows(
+        "stretched",
+        [&](int x, int y) {
+            if (x >= 200 || y >= 150)
+                return kMargin;
+            const std::vector<uint32_t> shot = GrabScreen32({x, y, x + 1, y + 1});
+            for (int dy = 0; dy < 2; ++dy)
+                for (int dx = 0; dx < 2; ++dx)
+                    if (To555(shown(2 * x + dx, 2 * y + dy)) == To555(shot[0]))
+                        return shot[0];
+            return shown(2 * x, 2 * y);
+        },
+        [](int x, int y) { return x < 200 && y < 150 && (x + y) % 7 != 0; });
+
+    // Follow: the pointer in the bottom-right corner pulls the view there, 1:1.
+    ASSERT_EQ(S_OK, render_->SetScrollMode(1));
+    SetCursorPos(1005, 745);
+    ASSERT_TRUE(WaitUntil([&] { return Source() == RECT({624, 468, 1024, 768}); })) << Source();
+    screen = GrabScreen32({624, 468, 1024, 768});
+    // The render draws the pointer into its picture; the screen grab has none.
+    ExpectShows("follow", shown, [](int x, int y) { return x >= 360 && y >= 260; });
+
+    // The picture itself, as the host reads it, is the decoded stream.
+    long w = 0, h = 0, bpp = 0;
+    ASSERT_EQ(S_OK, render_->GetDesktopInfomation(&w, &h, &bpp));
+    EXPECT_EQ(1024, w);
+    EXPECT_EQ(768, h);
+    EXPECT_EQ(16, bpp);
+    ASSERT_TRUE(Settle());
+    unsigned long size = 0;
+    ASSERT_EQ(S_OK, render_->GetCurrectImage(&size, nullptr));
+    std::vector<BYTE> picture(size);
+    ASSERT_EQ(S_OK, render_->GetCurrectImage(&size, picture.data()));
+    long differ = 0;
+    for (int y = kNoise.top; y < kNoise.bottom; y += 3)
+        for (int x = kNoise.left; x < kNoise.right; x += 3)
+            differ += packet::LoadU16(&picture[40 + y * 2048 + 2 * x]) != sink_->PixelAt(x, y);
+    EXPECT_EQ(0, differ);
+}
+
+}  // namespace
+}  // namespace vantrel::test
