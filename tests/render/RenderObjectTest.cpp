@@ -375,6 +375,146 @@ TEST_F(RenderTest, DragInScrollModeStopsAtTheEdgesAndScrollBarsFollow) {
     render_->SetParentWindow(nullptr);
 }
 
+// A cursor packet of a 16 x 16 opaque pointer in colour (0x00RRGGBB) at (x, y).
+std::vector<BYTE> CursorPacket(IScreenCodec* codec, uint32_t flags, int x, int y, uint32_t colour) {
+    const std::vector<BYTE> record = CursorRecordBytes(flags, x, y, 16, 16, colour);
+    std::vector<BYTE> p(packet::kBufferSize);
+    ULONG out = packet::kMaxCursorPayload;
+    EXPECT_EQ(S_OK, codec->Compress(record.data(), static_cast<ULONG>(record.size()),
+                                    p.data() + packet::kCursorHeaderSize, &out, 2));
+    p.resize(packet::WriteCursorHeader(p.data(), 0, out));
+    return p;
+}
+
+TEST_F(RenderTest, ViewMethodsAnswerAsTheScrollModeAllows) {
+    long l = 0xdeadbeef, t = 0xdeadbeef, r = 0xdeadbeef, b = 0xdeadbeef;
+    // Follow mode (the default) places the view itself.
+    EXPECT_EQ(S_FALSE, render_->SetSourcePosition(1, 2, 3, 4));
+    EXPECT_EQ(S_FALSE, render_->SetDestinationPosition(1, 2, 3, 4));
+    EXPECT_EQ(S_OK, render_->IsUsingDefaultSource());
+    EXPECT_EQ(S_OK, render_->IsUsingDefaultDestination());
+    ASSERT_EQ(S_OK, render_->SetScrollMode(0));
+    const struct {
+        const char* what;
+        HRESULT (STDMETHODCALLTYPE IDesktopRender::*set)(long, long, long, long);
+        HRESULT (STDMETHODCALLTYPE IDesktopRender::*get)(long*, long*, long*, long*);
+        HRESULT (STDMETHODCALLTYPE IDesktopRender::*reset)();
+        HRESULT (STDMETHODCALLTYPE IDesktopRender::*isDefault)();
+    } rects[] = {
+        {"source", &IDesktopRender::SetSourcePosition, &IDesktopRender::GetSourcePosition,
+         &IDesktopRender::SetDefaultSourcePosition, &IDesktopRender::IsUsingDefaultSource},
+        {"destination", &IDesktopRender::SetDestinationPosition,
+         &IDesktopRender::GetDestinationPosition, &IDesktopRender::SetDefaultDestinationPosition,
+         &IDesktopRender::IsUsingDefaultDestination},
+    };
+    for (const auto& c : rects) {
+        IDesktopRender* p = render_.Get();
+        EXPECT_EQ(S_OK, (p->*c.set)(10, 20, 110, 220)) << c.what;
+        EXPECT_EQ(S_FALSE, (p->*c.isDefault)()) << c.what;
+        ASSERT_EQ(S_OK, (p->*c.get)(&l, &t, &r, &b));
+        EXPECT_EQ(RECT({10, 20, 110, 220}), RECT({l, t, r, b})) << c.what;
+        EXPECT_EQ(S_OK, (p->*c.reset)()) << c.what;
+        EXPECT_EQ(S_OK, (p->*c.isDefault)()) << c.what;
+        ASSERT_EQ(S_OK, (p->*c.get)(&l, &t, &r, &b));
+        EXPECT_EQ(RECT({0, 0, 0, 0}), RECT({l, t, r, b})) << c.what;
+    }
+
+    int retrieved = 0x5EED;
+    PALETTEENTRY entries[4] = {};
+    EXPECT_EQ(S_OK, render_->GetPaletteEntries(0, 4, &retrieved, entries));
+    EXPECT_EQ(0x5EED, retrieved);
+
+    const HWND w = RenderWindow();
+    ASSERT_EQ(S_OK, render_->ModifyStyle(0, WS_BORDER, 0));
+    ASSERT_EQ(S_OK, render_->ModifyStyleEx(0, WS_EX_TOOLWINDOW, SWP_FRAMECHANGED));
+    unsigned long style = 0, exStyle = 0;
+    ASSERT_EQ(S_OK, render_->GetStyle(&style, &exStyle));
+    EXPECT_EQ(static_cast<unsigned long>(GetWindowLongA(w, GWL_STYLE)), style);
+    EXPECT_TRUE(style & WS_BORDER);
+    EXPECT_TRUE(exStyle & WS_EX_TOOLWINDOW);
+    char caption[] = "teacher";
+    ASSERT_EQ(S_OK, render_->SetWindowCaption(caption));
+    char text[32] = {};
+    GetWindowTextA(w, text, sizeof text);
+    EXPECT_STREQ("teacher", text);
+
+    // The outer size that shows the picture 1:1 in the current style; 0 without a picture.
+    long iw = 0xdeadbeef, ih = 0xdeadbeef;
+    ASSERT_EQ(S_OK, render_->GetIdelWindowSize(&iw, &ih));
+    EXPECT_EQ(0, iw);
+    EXPECT_EQ(0, ih);
+    SyntheticDesktop desk(codec_.Get(), 320, 240, 5);
+    desk.Register(transmitter_.Get());
+    host_.Clear();
+    desk.Send({0, 0, 320, 120});
+    desk.Send({0, 120, 320, 240});
+    desk.Unregister(transmitter_.Get());
+    // Manual mode: every packet's layout pass reports the view.
+    EXPECT_EQ(2u, Codes({RN_VIEWCHANGED}).size());
+    RECT outer{0, 0, 320, 240};
+    AdjustWindowRectEx(&outer, static_cast<DWORD>(GetWindowLongA(w, GWL_STYLE)), FALSE,
+                       static_cast<DWORD>(GetWindowLongA(w, GWL_EXSTYLE)));
+    ASSERT_EQ(S_OK, render_->GetIdelWindowSize(&iw, &ih));
+    EXPECT_EQ(outer.right - outer.left, iw);
+    EXPECT_EQ(outer.bottom - outer.top, ih);
+
+    // Tracking limits apply to the top-level window only.
+    ASSERT_EQ(S_OK, render_->SetMaxMinSize(800, 600, 120, 90));
+    MINMAXINFO mmi{};
+    SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
+    EXPECT_EQ(120, mmi.ptMinTrackSize.x);
+    EXPECT_EQ(90, mmi.ptMinTrackSize.y);
+    EXPECT_EQ(800, mmi.ptMaxTrackSize.x);
+    EXPECT_EQ(600, mmi.ptMaxSize.y);
+    ASSERT_EQ(S_OK, render_->SetParentWindow(host_.Handle()));
+    mmi = MINMAXINFO{};
+    SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
+    EXPECT_NE(120, mmi.ptMinTrackSize.x);
+    render_->SetParentWindow(nullptr);
+}
+
+TEST_F(RenderTest, CursorMoveModesDecideWhoMovesTheDrawnPointer) {
+    SyntheticDesktop desk(codec_.Get(), 1024, 768, 5);
+    desk.Register(transmitter_.Get());
+    desk.SendAll();
+    desk.Unregister(transmitter_.Get());
+    ASSERT_EQ(S_OK, render_->SetScrollMode(0));  // the whole desktop over the client area
+    ASSERT_EQ(S_OK, render_->SetWindowPosition(0, 0, 512, 384));
+    const HWND w = RenderWindow();
+    RECT client;
+    GetClientRect(w, &client);
+    ASSERT_EQ(512, client.right);
+    auto pointerAt = [&](int x, int y) {
+        const std::vector<BYTE> pic = Picture(render_.Get());
+        return packet::LoadU16(&pic[40 + (y + 4) * 2048 + 2 * (x + 4)]) == 0x7C00;
+    };
+    auto stream = [&](uint32_t flags, int x, int y) {
+        std::vector<BYTE> p = CursorPacket(codec_.Get(), flags, x, y, 0xFF0000);
+        transmitter_->Transfer(p.data(), static_cast<ULONG>(p.size()), FALSE);
+    };
+    auto local = [&](int x, int y) { SendMessageA(w, WM_MOUSEMOVE, 0, MAKELPARAM(x, y)); };
+
+    stream(packet::kCursorNewShape | packet::kCursorNewPosition, 100, 100);
+    EXPECT_TRUE(pointerAt(100, 100));  // CMM_REMOTE, the default: the stream moves it
+    local(300, 300);
+    EXPECT_TRUE(pointerAt(100, 100));  // ... and the local mouse does not
+
+    ASSERT_EQ(S_OK, render_->SetCursorMoveMode(0, 0));  // CMM_LOCAL
+    local(300, 300);                                    // client to desktop: twice
+    EXPECT_TRUE(pointerAt(600, 600));
+    stream(packet::kCursorNewPosition, 200, 200);
+    EXPECT_TRUE(pointerAt(600, 600));
+
+    ASSERT_EQ(S_OK, render_->SetCursorMoveMode(2, 60000));  // CMM_SWITCH, long time-out
+    local(50, 50);
+    stream(packet::kCursorNewPosition, 400, 400);
+    EXPECT_TRUE(pointerAt(100, 100));  // the local move is too recent
+    ASSERT_EQ(S_OK, render_->SetCursorMoveMode(2, 30));
+    Sleep(60);
+    stream(packet::kCursorNewPosition, 400, 400);
+    EXPECT_TRUE(pointerAt(400, 400));
+}
+
 // The apartment's own thread keeps pumping while another thread lets go of the render, as a
 // source's worker does after Unregister.
 TEST_F(RenderTest, ReleasedOnAnotherThreadTheWindowClosesOnItsOwnThread) {
