@@ -50,7 +50,8 @@ endfunction()
 # the decorated symbols found in the DLL's objects: WINAPI callers link normally.
 function(vantrel_dll target)
   cmake_parse_arguments(D "" "DEF" "SOURCES;LIBS" ${ARGN})
-  add_library(${target} SHARED ${D_SOURCES} ${D_DEF})
+  add_library(${target} SHARED ${D_SOURCES} ${D_DEF}
+              ${PROJECT_SOURCE_DIR}/wincom/TickCount64.cpp)
   set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME ${target})
   target_link_options(${target} PRIVATE -Wl,--kill-at -Wl,--enable-stdcall-fixup -Wl,--subsystem,windows)
   target_link_libraries(${target} PRIVATE vantrel_options ${D_LIBS})

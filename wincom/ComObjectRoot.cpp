@@ -13,6 +13,25 @@ ComObjectRoot::~ComObjectRoot() {
     ModuleLock::Decrement();
 }
 
+HRESULT ComObjectRoot::QISearch(void* that, const QITAB* rows, REFIID riid, void** ppv) noexcept {
+    if (!ppv)
+        return E_POINTER;
+    *ppv = nullptr;
+    if (!that || !rows || !rows->piid)
+        return E_NOINTERFACE;
+    const QITAB* found = IsEqualIID(riid, IID_IUnknown) ? rows : nullptr;
+    for (const QITAB* row = rows; !found && row->piid; ++row) {
+        if (IsEqualIID(riid, *row->piid))
+            found = row;
+    }
+    if (!found)
+        return E_NOINTERFACE;
+    auto* unknown = reinterpret_cast<IUnknown*>(static_cast<BYTE*>(that) + found->dwOffset);
+    unknown->AddRef();
+    *ppv = unknown;
+    return S_OK;
+}
+
 HRESULT ComObjectRoot::Inner::QueryInterface(REFIID riid, void** ppv) noexcept {
     if (!ppv)
         return E_POINTER;

@@ -41,6 +41,11 @@ class ComObjectRoot {
 
     virtual HRESULT InternalQueryInterface(REFIID riid, void** ppv) noexcept = 0;
 
+    // shlwapi's QISearch, which XP exports by ordinal only: the row whose IID is riid, or the
+    // first row for IID_IUnknown; the pointer found is AddRef'ed. Derived classes call it
+    // unqualified and find this one first.
+    static HRESULT QISearch(void* that, const QITAB* rows, REFIID riid, void** ppv) noexcept;
+
     // Where the interfaces' own IUnknown methods go: the aggregator, or inner_.
     IUnknown* const outer_;
 

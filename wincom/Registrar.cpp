@@ -22,8 +22,29 @@ LONG SetKeyValue(HKEY parent, const std::string& subkey, const char* valueName,
                           static_cast<DWORD>(strlen(value) + 1));
 }
 
+// RegDeleteTreeA is Vista's: subkeys go one by one, deepest first.
 LONG DeleteTree(HKEY parent, const std::string& subkey) noexcept {
-    const LONG err = RegDeleteTreeA(parent, subkey.c_str());
+    {
+        UniqueHkey key;
+        LONG err = RegOpenKeyExA(parent, subkey.c_str(), 0, KEY_READ | KEY_WRITE, key.put());
+        if (err == ERROR_FILE_NOT_FOUND)
+            return ERROR_SUCCESS;
+        if (err != ERROR_SUCCESS)
+            return err;
+        char name[256];
+        for (;;) {
+            DWORD size = sizeof name;
+            err = RegEnumKeyExA(key.get(), 0, name, &size, nullptr, nullptr, nullptr, nullptr);
+            if (err == ERROR_NO_MORE_ITEMS)
+                break;
+            if (err != ERROR_SUCCESS)
+                return err;
+            err = DeleteTree(key.get(), name);
+            if (err != ERROR_SUCCESS)
+                return err;
+        }
+    }
+    const LONG err = RegDeleteKeyA(parent, subkey.c_str());
     return err == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : err;
 }
 

@@ -6,14 +6,11 @@
 
 #include <functional>
 
+#include "common/Screen.h"
+
 namespace vantrel::bench {
 
-inline double Seconds() noexcept {
-    LARGE_INTEGER count, frequency;
-    QueryPerformanceCounter(&count);
-    QueryPerformanceFrequency(&frequency);
-    return static_cast<double>(count.QuadPart) / static_cast<double>(frequency.QuadPart);
-}
+using test::Seconds;
 
 // Performance-counter ticks (as StreamEncoder and StreamDecoder count them) in milliseconds.
 inline double TicksToMs(LONGLONG ticks) noexcept {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,8 @@
 #include "stream/SinkTable.h"
 #include "stream/StreamDecoder.h"
 #include "common/BenchClock.h"
+#include "common/FakeSink.h"
+#include "common/Screen.h"
 #include "stream/StreamEncoder.h"
 
 using namespace vantrel;
@@ -28,12 +31,6 @@ constexpr int kFrames = 20;
 
 double Ms(LONGLONG ticks) {
     return bench::TicksToMs(ticks);
-}
-
-LONGLONG Now() {
-    LARGE_INTEGER t;
-    QueryPerformanceCounter(&t);
-    return t.QuadPart;
 }
 
 // Desktop-like 32-bit pixels: a title bar and flat panels, lines of "text", a gradient and a
@@ -60,62 +57,17 @@ std::vector<uint32_t> Content(int w, int h) {
     return px;
 }
 
-// Counts what arrives, or keeps it for the decode pass.
-class BenchSink final : public IDataTransmitter {
-  public:
-    bool keep = false;
-    std::vector<std::vector<BYTE>> kept;
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** ppv) noexcept override {
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() noexcept override { return 1; }
-    HRESULT STDMETHODCALLTYPE Transfer(void* data, unsigned long cb, long) noexcept override {
-        if (keep) {
-            const BYTE* p = static_cast<const BYTE*>(data);
-            kept.emplace_back(p, p + cb);
-        }
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Flush() noexcept override { return S_OK; }
-};
-
 class NoWindowOwner : public StreamDecoder::Owner {};
 
-LRESULT CALLBACK PaintProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
-    if (msg == WM_PAINT) {
-        PaintDc dc(hwnd);
-        RECT rc;
-        GetClientRect(hwnd, &rc);
-        const std::vector<uint32_t> px = Content(rc.right, rc.bottom);
-        BITMAPINFO bmi{};
-        bmi.bmiHeader = {
-            sizeof(BITMAPINFOHEADER), rc.right, -rc.bottom, 1, 32, BI_RGB, 0, 0, 0, 0, 0};
-        SetDIBitsToDevice(dc.get(), 0, 0, rc.right, rc.bottom, 0, 0, 0, rc.bottom, px.data(), &bmi,
-                          DIB_RGB_COLORS);
-        return 0;
-    }
-    return DefWindowProcA(hwnd, msg, wp, lp);
-}
-
-UniqueHwnd ShowDesktopWindow() {
-    WNDCLASSA wc{};
-    wc.lpfnWndProc = PaintProc;
-    wc.hInstance = GetModuleHandleA(nullptr);
-    wc.lpszClassName = "VantrelBenchDesktop";
-    RegisterClassA(&wc);
-    UniqueHwnd window(CreateWindowExA(WS_EX_TOPMOST, wc.lpszClassName, "", WS_POPUP | WS_VISIBLE, 0,
-                                      0, GetSystemMetrics(SM_CXSCREEN),
-                                      GetSystemMetrics(SM_CYSCREEN), nullptr, nullptr, wc.hInstance,
-                                      nullptr));
-    UpdateWindow(window.get());
-    for (int i = 0; i < 50; ++i) {
-        MSG msg;
-        while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
-            DispatchMessageA(&msg);
-        Sleep(10);
-    }
+// The bench's desktop over the whole screen, shown before the screen is grabbed.
+std::unique_ptr<test::PaintedWindow> ShowDesktopWindow() {
+    auto window = std::make_unique<test::PaintedWindow>(
+        RECT{0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)},
+        [](HDC dc, const RECT& client) {
+            const std::vector<uint32_t> px = Content(client.right, client.bottom);
+            test::PaintPixels(dc, client.right, client.bottom, px.data());
+        });
+    test::PumpFor(500);
     return window;
 }
 
@@ -131,7 +83,8 @@ struct Result {
 Result Run(const std::string& name, DesktopImage& image, IScreenCodec* codec, bool grabbed) {
     Result result{name, grabbed, {}, 0, 0, {}, 0, 0};
     SinkTable sinks;
-    BenchSink sink;
+    test::FakeSink sink;
+    sink.KeepPackets(false);
     sinks.RegisterDataTransmitter(&sink);
     StreamEncoder encoder(image, sinks);
     encoder.SetCodec(codec);
@@ -139,29 +92,30 @@ Result Run(const std::string& name, DesktopImage& image, IScreenCodec* codec, bo
     image.GetScreenRect(&all);
     encoder.EncodeUpdate(&all, 1);  // warm-up
     encoder.ResetTimings();
-    const LONGLONG start = Now();
+    const double start = test::Seconds();
     for (int i = 0; i < kFrames; ++i)
         encoder.EncodeUpdate(&all, 1);
-    result.encodeMs = Ms(Now() - start) / kFrames;
+    result.encodeMs = (test::Seconds() - start) * 1000.0 / kFrames;
     result.encode = encoder.GetTimings();
     // Raw pixels at the image's own depth.
     result.encodeMbps = image.GetRectBytes(&all) / (1024.0 * 1024.0) / (result.encodeMs / 1000.0);
 
-    sink.keep = true;
+    sink.KeepPackets(true);
     encoder.EncodeUpdate(&all, 1);
     sinks.UnregisterDataTransmitter(&sink);
     DesktopImage received;
     NoWindowOwner owner;
     StreamDecoder decoder(received, owner);
     decoder.SetCodec(codec);
-    for (const auto& p : sink.kept)
-        decoder.Decode(p.data(), static_cast<uint32_t>(p.size()));
+    const std::vector<test::FakeSink::Packet> kept = sink.Packets();
+    for (const auto& p : kept)
+        decoder.Decode(p.bytes.data(), p.cbData);
     decoder.ResetTimings();
-    const LONGLONG decodeStart = Now();
+    const double decodeStart = test::Seconds();
     for (int i = 0; i < kFrames; ++i)
-        for (const auto& p : sink.kept)
-            decoder.Decode(p.data(), static_cast<uint32_t>(p.size()));
-    result.decodeMs = Ms(Now() - decodeStart) / kFrames;
+        for (const auto& p : kept)
+            decoder.Decode(p.bytes.data(), p.cbData);
+    result.decodeMs = (test::Seconds() - decodeStart) * 1000.0 / kFrames;
     result.decode = decoder.GetTimings();
     // Decoded pixels, at the stream's depth.
     result.decodeMbps =
@@ -207,7 +161,7 @@ int main() {
     }
     std::vector<Result> results;
     {
-        UniqueHwnd window = ShowDesktopWindow();
+        const auto window = ShowDesktopWindow();
         DesktopImage screen;
         if (screen.OpenFromScreen()) {
             RECT r;

@@ -54,8 +54,8 @@ class FakeSink : public IDataTransmitter {
     HRESULT STDMETHODCALLTYPE Flush() noexcept override;
 
     void FailWith(HRESULT hr) { result_ = hr; }
-    // Only count from now on: packets are no longer kept (long runs).
-    void CountOnly() { keep_ = false; }
+    // Whether packets are kept or only counted (long runs); kept from the start.
+    void KeepPackets(bool keep) { keep_ = keep; }
     // Every following Transfer waits inside the call until Unblock.
     void HoldTransfers();
     void Unblock();
