@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "CastTestSupport.h"
+#include "RelayProcess.h"
 
 using namespace vantrel;
 using namespace vantrel::test;
@@ -318,4 +319,40 @@ TEST_F(CastTest, ForeignOversizedAndDamagedDatagramsAreDropped) {
     EXPECT_TRUE(first == got[0].bytes);
     EXPECT_TRUE(second == got[1].bytes);
     raw->Close();
+}
+
+// A lossy link between caster and receiver: the relay drops 5 % of the datagrams; with 8
+// correction datagrams per group the coder restores them and every packet arrives whole. Each
+// packet is a burst of its own, flushed as a source flushes at the end of a burst: the coder
+// hands a restored fragment on only once its group's correction datagrams are in, and a
+// fragment of the next packet arriving before that would make the receiver give the packet up.
+TEST_F(CastTest, ThroughTheRelayAtFivePercentLossEveryPacketArrivesWithFec8) {
+    Session upstream = Session::Next(), relayed = Session::Next();
+    RelayProcess relay(upstream.group + ":" + std::to_string(upstream.port),
+                       relayed.group + ":" + std::to_string(relayed.port), RelayRates{5, 0, 0, 7});
+    ASSERT_TRUE(relay.Started());
+    ASSERT_EQ(S_OK, receiver_->JoinSession(Session::Local(), relayed.Group(), relayed.port));
+    ASSERT_EQ(S_OK, receiver_->RegisterDataTransmitter(&sink_));
+    ASSERT_EQ(S_OK, receiver_->Run());
+    ASSERT_EQ(S_OK,
+              caster_->CreateSession(Session::Local(), upstream.Group(), upstream.port, 8, TRUE));
+    ASSERT_EQ(S_OK, caster_->Run());
+
+    std::vector<std::vector<uint8_t>> sent;
+    size_t fragments = 0;
+    for (uint32_t i = 0; i < 120; ++i) {
+        const size_t length = 200 + (i * 7919) % 9000;  // 1 to 7 fragments
+        sent.push_back(Bytes(length, i + 100));
+        fragments += (length + 1399) / 1400;
+        Send(sent.back());
+        ASSERT_EQ(S_OK, casterSink_->Flush());
+    }
+    EXPECT_TRUE(WaitFor([&] { return sink_.PacketCount() >= sent.size(); }, 20000))
+        << sink_.PacketCount() << " of " << sent.size() << " packets (" << fragments
+        << " fragments) arrived";
+    relay.Finish();
+    const auto got = sink_.Packets();
+    ASSERT_EQ(sent.size(), got.size());
+    for (size_t i = 0; i < sent.size(); ++i)
+        EXPECT_TRUE(sent[i] == got[i].bytes) << "packet " << i;
 }

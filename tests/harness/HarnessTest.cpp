@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/Screen.h"
 #include "wincom/KernelObjects.h"
 #include "wincom/UniqueHandle.h"
 
@@ -43,14 +44,6 @@ DWORD WaitExit(HANDLE process) {
     return code;
 }
 
-void PumpMessages() {
-    MSG msg;
-    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) {
-        TranslateMessage(&msg);
-        DispatchMessageA(&msg);
-    }
-}
-
 COLORREF ScreenPixel(int x, int y) {
     WindowDc screen(nullptr);
     UniqueHdc mem(CreateCompatibleDC(screen.get()));
@@ -62,36 +55,18 @@ COLORREF ScreenPixel(int x, int y) {
 
 const COLORREF kPaint = RGB(200, 40, 120);
 
-LRESULT CALLBACK PaintProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
-    if (msg == WM_PAINT) {
-        PaintDc dc(hwnd);
-        UniqueBrush brush(CreateSolidBrush(kPaint));
-        RECT rc;
-        GetClientRect(hwnd, &rc);
-        FillRect(dc.get(), &rc, brush.get());
-        return 0;
-    }
-    return DefWindowProcA(hwnd, msg, wp, lp);
-}
-
 }  // namespace
 
 TEST(Display, PaintedWindowIsSeenByScreenGrab) {
-    WNDCLASSA wc{};
-    wc.lpfnWndProc = PaintProc;
-    wc.hInstance = GetModuleHandleA(nullptr);
-    wc.lpszClassName = "VantrelHarnessPaint";
-    ASSERT_TRUE(RegisterClassA(&wc));
-    UniqueHwnd window(CreateWindowExA(WS_EX_TOPMOST, wc.lpszClassName, "harness",
-                                      WS_POPUP | WS_VISIBLE, 120, 90, 200, 150, nullptr, nullptr,
-                                      wc.hInstance, nullptr));
-    ASSERT_TRUE(window);
-    UpdateWindow(window.get());
+    test::PaintedWindow window(RECT{120, 90, 320, 240}, [](HDC dc, const RECT& client) {
+        UniqueBrush brush(CreateSolidBrush(kPaint));
+        FillRect(dc, &client, brush.get());
+    });
+    ASSERT_TRUE(window.IsOpen());
 
     COLORREF seen = 0;
     for (int i = 0; i < 100 && seen != kPaint; ++i) {
-        PumpMessages();
-        Sleep(20);
+        test::PumpFor(20);
         seen = ScreenPixel(220, 165);
     }
     EXPECT_EQ(kPaint, seen);
@@ -99,8 +74,6 @@ TEST(Display, PaintedWindowIsSeenByScreenGrab) {
     WindowDc screen(nullptr);
     EXPECT_GE(GetDeviceCaps(screen.get(), HORZRES), 640);
     EXPECT_TRUE(GetDeviceCaps(screen.get(), RASTERCAPS) & RC_BITBLT);
-    window.reset();
-    UnregisterClassA(wc.lpszClassName, wc.hInstance);
 }
 
 TEST(Network, MulticastDatagramCrossesProcesses) {

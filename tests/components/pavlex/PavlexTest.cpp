@@ -11,21 +11,18 @@
 
 #include <gtest/gtest.h>
 
+#include "common/Screen.h"
 #include "contracts/Pavlex.h"
 #include "wincom/UniqueHandle.h"
 #include "stream/Packet.h"
 
 using namespace vantrel;
+using test::PaintedWindow;
+using test::PumpMessages;
 
 namespace {
 
 constexpr DWORD kPatience = 5000;  // ms; generous, the machine is shared
-
-void PumpMessages() {
-    MSG msg;
-    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
-        DispatchMessageA(&msg);
-}
 
 // Waits on event, pumping messages; resets it as the capture does.
 bool WaitAndReset(HANDLE event, DWORD timeout) {
@@ -70,64 +67,34 @@ int ThreadCount() {
 class TestWindow {
   public:
     TestWindow(const RECT& r, COLORREF colour, bool pointerWindow = false)
-        : colour_(colour), pointerWindow_(pointerWindow) {
-        WNDCLASSA wc{};
-        wc.lpfnWndProc = Proc;
-        wc.hInstance = GetModuleHandleA(nullptr);
-        wc.hCursor = LoadCursorA(nullptr, IDC_ARROW);
-        wc.lpszClassName = "PavlexTestWindow";
-        RegisterClassA(&wc);  // fails harmlessly for the second window of a process
-        hwnd_.reset(CreateWindowExA(WS_EX_TOPMOST, wc.lpszClassName, "", WS_POPUP, r.left, r.top,
-                                    r.right - r.left, r.bottom - r.top, nullptr, nullptr,
-                                    wc.hInstance, this));
-        ShowWindow(hwnd_.get(), pointerWindow ? SW_SHOW : SW_SHOWNOACTIVATE);
+        : colour_(colour),
+          window_(
+              r, [this](HDC dc, const RECT& client) { Paint(dc, client); }, pointerWindow) {
         if (pointerWindow)
-            SetForegroundWindow(hwnd_.get());
-        UpdateWindow(hwnd_.get());
+            window_.SplitPointer();
         PumpMessages();
     }
     void repaint(COLORREF colour, bool dots = false) {
         colour_ = colour;
         dots_ = dots;
-        InvalidateRect(hwnd_.get(), nullptr, FALSE);
-        UpdateWindow(hwnd_.get());
+        window_.Repaint();
     }
 
   private:
-    static LRESULT CALLBACK Proc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
-        if (msg == WM_NCCREATE) {
-            auto* create = reinterpret_cast<CREATESTRUCTA*>(lp);
-            SetWindowLongPtrA(hwnd, GWLP_USERDATA,
-                              reinterpret_cast<LONG_PTR>(create->lpCreateParams));
-        }
-        auto* self = reinterpret_cast<TestWindow*>(GetWindowLongPtrA(hwnd, GWLP_USERDATA));
-        RECT rc;
-        GetClientRect(hwnd, &rc);
-        if (msg == WM_SETCURSOR && self->pointerWindow_) {
-            POINT p;
-            GetCursorPos(&p);
-            ScreenToClient(hwnd, &p);
-            SetCursor(LoadCursorA(nullptr, p.x < rc.right / 2 ? IDC_CROSS : IDC_ARROW));
-            return TRUE;
-        }
-        if (msg != WM_PAINT)
-            return DefWindowProcA(hwnd, msg, wp, lp);
-        PaintDc dc(hwnd);
-        UniqueBrush fill(CreateSolidBrush(self->colour_));
-        FillRect(dc.get(), &rc, fill.get());
-        for (int y = 0; self->dots_ && y < rc.bottom; y += 20) {
-            for (int x = 0; x < rc.right; x += 20) {
+    void Paint(HDC dc, const RECT& client) {
+        UniqueBrush fill(CreateSolidBrush(colour_));
+        FillRect(dc, &client, fill.get());
+        for (int y = 0; dots_ && y < client.bottom; y += 20) {
+            for (int x = 0; x < client.right; x += 20) {
                 const RECT dot{x, y, x + 4, y + 4};
-                FillRect(dc.get(), &dot, static_cast<HBRUSH>(GetStockObject(WHITE_BRUSH)));
+                FillRect(dc, &dot, static_cast<HBRUSH>(GetStockObject(WHITE_BRUSH)));
             }
         }
-        return 0;
     }
 
-    UniqueHwnd hwnd_;
     COLORREF colour_;
     bool dots_ = false;
-    bool pointerWindow_;
+    PaintedWindow window_;
 };
 
 class PavlexCapture : public testing::Test {
