@@ -19,23 +19,6 @@
 
 namespace vantrel::test {
 
-constexpr DWORD kPatience = 10000;
-
-// Pumps this thread's messages until done() or the time runs out.
-inline bool WaitUntil(const std::function<bool()>& done, DWORD timeout = kPatience) {
-    for (const DWORD start = GetTickCount(); !done(); Sleep(2)) {
-        if (GetTickCount() - start > timeout)
-            return false;
-        MSG msg;
-        while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
-            DispatchMessageA(&msg);
-    }
-    return true;
-}
-inline void PumpFor(DWORD ms) {
-    WaitUntil([] { return false; }, ms);
-}
-
 // A FakeSink that also notes the tick of every packet.
 class TickSink : public FakeSink {
   public:
