@@ -27,8 +27,8 @@ class CaptureSession {
     BOOL unregisterCursorUpdate();
     BOOL doneCapture();
 
-    // Grab interval in ms from HKLM\Software\Vantrel\Pavlex, DWORD "GrabsPerSecond" (1 to
-    // 100; absent or 0: about 30).
+    // Poll interval in ms from HKLM\Software\Vantrel\Pavlex, DWORD "GrabsPerSecond" (1 to
+    // 100; absent or 0: 40).
     static DWORD ReadGrabInterval() noexcept;
 
   private:

@@ -1,6 +1,9 @@
-// Detector thread. It holds a reference on this DLL while it runs, so a host that unloads the
-// DLL without DispDoneCapture cannot pull the code from under it.
+// Detector thread and its strip scan. It holds a reference on this DLL while it runs, so a host
+// that unloads the DLL without DispDoneCapture cannot pull the code from under it.
 #include "ChangeDetector.h"
+
+#include <algorithm>
+#include <cstring>
 
 #include "CursorChanges.h"
 #include "ScreenChanges.h"
@@ -14,8 +17,8 @@ void ChangeDetector::begin(HDESK desktop, DWORD interval) noexcept {
     WindowDc screen(nullptr);
     geometry_ = screen ? ReadGeometry(screen.get()) : Geometry{};
     displayChanged_ = false;
-    frames_[0].destroy();
-    frames_[1].destroy();
+    strip_.destroy();
+    hashes_ = std::vector<std::uint32_t>();
     haveBaseline_ = false;
     tracker_.reset();
 }
@@ -23,8 +26,8 @@ void ChangeDetector::begin(HDESK desktop, DWORD interval) noexcept {
 bool ChangeDetector::run(bool watchScreen, bool watchCursor) noexcept {
     stop();
     if (!watchScreen) {
-        frames_[0].destroy();
-        frames_[1].destroy();
+        strip_.destroy();
+        hashes_ = std::vector<std::uint32_t>();
         haveBaseline_ = false;
     }
     if (watchCursor && !watchCursor_)
@@ -33,6 +36,15 @@ bool ChangeDetector::run(bool watchScreen, bool watchCursor) noexcept {
     watchCursor_ = watchCursor;
     if (!watchScreen && !watchCursor)
         return true;
+    if (watchScreen && !haveBaseline_) {
+        // Failing here is not fatal: the thread takes the baseline at its first poll.
+        try {
+            WindowDc screen(nullptr);
+            if (screen)
+                takeBaseline(screen.get());
+        } catch (...) {
+        }
+    }
 
     if (!stop_)
         stop_.reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
@@ -74,9 +86,10 @@ void ChangeDetector::loop() noexcept {
     // Deadlines advance by whole intervals so the pace stays steady; after a stall (a slow
     // grab) the schedule starts afresh instead of catching up with a burst.
     DWORD deadline = GetTickCount();
-    for (;;) {
+    WindowDc screen(nullptr);
+    for (unsigned n = 0;; ++n) {
         try {
-            poll();
+            poll(screen, n % kGeometryPolls == 0);
         } catch (...) {
             // Out of memory for this poll: try again at the next one.
         }
@@ -98,9 +111,10 @@ ChangeDetector::Geometry ChangeDetector::ReadGeometry(HDC screen) noexcept {
                     GetDeviceCaps(screen, BITSPIXEL)};
 }
 
-void ChangeDetector::poll() {
-    {
-        WindowDc screen(nullptr);
+void ChangeDetector::poll(WindowDc& screen, bool checkGeometry) {
+    // The screen DC is kept between polls; a fresh one now and then shows a display change.
+    if (checkGeometry || !screen) {
+        screen = WindowDc(nullptr);
         if (screen) {
             const Geometry now = ReadGeometry(screen.get());
             if (now != geometry_) {
@@ -108,39 +122,102 @@ void ChangeDetector::poll() {
                 haveBaseline_ = false;
                 displayChanged_ = true;
             }
-            if (watchScreen_)
-                pollScreen(screen.get());
         }
     }
+    if (screen && watchScreen_)
+        pollScreen(screen.get());
     if (watchCursor_)
         pollCursor();
 }
 
-void ChangeDetector::pollScreen(HDC screen) {
-    const FrameView size = frames_[0].view();
-    if (!frames_[0].valid() || size.width != geometry_.width || size.height != geometry_.height) {
-        if (!frames_[0].create(screen, geometry_.width, geometry_.height) ||
-            !frames_[1].create(screen, geometry_.width, geometry_.height)) {
-            frames_[0].destroy();
-            return;
-        }
-        dirty_ = TileMap(geometry_.width, geometry_.height);
-        screen_.resize(geometry_.width, geometry_.height);
+bool ChangeDetector::prepare(HDC screen) {
+    const int width = geometry_.width, height = geometry_.height;
+    if (width <= 0 || height <= 0)
+        return false;
+    const int tile = TileMap::kDefaultTileSize;
+    const int rows = std::max(tile, kStripBytes / (width * 4) / tile * tile);
+    if (!strip_.valid() || strip_.view().width != width || stripRows_ != rows) {
+        if (!strip_.create(screen, width, rows))
+            return false;
+        stripRows_ = rows;
+    }
+    if (dirty_.width() != width || dirty_.height() != height || hashes_.empty()) {
+        dirty_ = TileMap(width, height);
+        hashes_.assign(static_cast<size_t>(height) * dirty_.columns(), 0);
+        screen_.resize(width, height);
         haveBaseline_ = false;
     }
-    ScreenFrame& grab = frames_[current_];
-    if (!grab.grab(screen)) {
-        haveBaseline_ = false;
-        return;
-    }
-    if (haveBaseline_) {
-        dirty_.clear();
-        dirty_.markChanges(frames_[current_ ^ 1].view(), grab.view());
-        if (dirty_.any())
-            screen_.add(dirty_);
+    strips_ = (height + stripRows_ - 1) / stripRows_;
+    hot_.assign(strips_, 0);
+    scanned_.assign(strips_, 0);
+    nextStrip_ = 0;
+    return true;
+}
+
+bool ChangeDetector::takeBaseline(HDC screen) {
+    haveBaseline_ = false;
+    if (!prepare(screen))
+        return false;
+    for (int s = 0; s < strips_; ++s) {
+        const int top = s * stripRows_;
+        const int rows = std::min(stripRows_, geometry_.height - top);
+        if (!strip_.grab(screen, top, rows))
+            return false;
+        const FrameView grabbed = strip_.view();
+        for (int i = 0; i < rows; ++i)
+            dirty_.hashRow(grabbed.bits + static_cast<ptrdiff_t>(i) * grabbed.stride,
+                           hashes_.data() + static_cast<size_t>(top + i) * dirty_.columns());
     }
     haveBaseline_ = true;
-    current_ ^= 1;
+    return true;
+}
+
+bool ChangeDetector::scanStrip(HDC screen, int strip) {
+    const int top = strip * stripRows_;
+    const int rows = std::min(stripRows_, geometry_.height - top);
+    if (!strip_.grab(screen, top, rows))
+        return false;
+    const FrameView grabbed = strip_.view();
+    return dirty_.markHashedBand(grabbed.bits, grabbed.stride, top, rows, hashes_.data());
+}
+
+void ChangeDetector::pollScreen(HDC screen) {
+    if (!haveBaseline_) {
+        takeBaseline(screen);
+        return;
+    }
+    // Strips that changed last time, then the next ones of the rotation; a strip that changes
+    // brings its neighbours in.
+    queue_.clear();
+    for (int s = 0; s < strips_; ++s) {
+        if (hot_[s])
+            queue_.push_back(s);
+    }
+    for (int i = (strips_ + kScanPolls - 1) / kScanPolls; i > 0; --i) {
+        queue_.push_back(nextStrip_);
+        nextStrip_ = (nextStrip_ + 1) % strips_;
+    }
+    std::fill(hot_.begin(), hot_.end(), 0);
+    std::fill(scanned_.begin(), scanned_.end(), 0);
+    bool changed = false;
+    for (size_t q = 0; q < queue_.size(); ++q) {
+        const int s = queue_[q];
+        if (scanned_[s])
+            continue;
+        scanned_[s] = 1;
+        if (!scanStrip(screen, s))
+            continue;
+        changed = true;
+        hot_[s] = 1;
+        if (s > 0)
+            queue_.push_back(s - 1);
+        if (s + 1 < strips_)
+            queue_.push_back(s + 1);
+    }
+    if (changed) {
+        screen_.add(dirty_);
+        dirty_.clear();
+    }
 }
 
 void ChangeDetector::pollCursor() {

@@ -1,11 +1,22 @@
-// The detector thread: grabs the screen at a steady pace, compares each grab tile by tile with
-// the one before, polls the pointer, and hands what changed to ScreenChanges/CursorChanges.
-// Also notices changes of display size or depth. Driven by CaptureSession.
+// The detector thread: polls the pointer and the screen at a steady pace and hands what changed
+// to ScreenChanges/CursorChanges; also notices changes of display size or depth. Driven by
+// CaptureSession.
+//
+// The screen is read in strips of whole tile rows, each small enough for the platform to grab
+// without a fresh large allocation, and compared with check values of each tile's rows as they
+// were (TileMap::hashRow): each pixel is read once, and no copy of the screen is kept. Every
+// poll reads the next strips of a rotation that covers the screen once per kScanPolls polls,
+// so one changed pixel anywhere is seen within that time, while an unchanging screen costs a
+// few cheap strips per poll instead of a whole grab. A strip that changed is read again at the
+// next poll (animations are followed at the poll rate) and its neighbours at once (a change
+// across a strip border is reported whole).
 #pragma once
 
 #include <windows.h>
 
 #include <atomic>
+#include <cstdint>
+#include <vector>
 
 #include "CursorTracker.h"
 #include "ScreenFrame.h"
@@ -19,7 +30,12 @@ class ScreenChanges;
 
 class ChangeDetector {
   public:
-    static constexpr DWORD kDefaultInterval = 33;  // ms, about 30 grabs per second
+    // One changed pixel is seen within kScanPolls x interval (75 ms by default).
+    static constexpr DWORD kDefaultInterval = 25;  // ms between polls, 40 per second
+    static constexpr int kScanPolls = 3;           // polls per full scan of the screen
+    static constexpr unsigned kGeometryPolls = 8;  // polls between looks at the display mode
+    // Largest strip in bytes: larger grabs cost the platform a fresh allocation each time.
+    static constexpr int kStripBytes = 128 * 1024;
 
     ChangeDetector(ScreenChanges& screen, CursorChanges& cursor) noexcept
         : screen_(screen), cursor_(cursor) {}
@@ -31,7 +47,9 @@ class ChangeDetector {
     // frames and pointer. desktop (not owned) is where the thread grabs; interval in ms.
     void begin(HDESK desktop, DWORD interval) noexcept;
     // Stops the thread and starts it again watching what is asked (nothing: it stays stopped).
-    // The last grab survives a restart, so the comparison goes on where it was.
+    // Watching the screen starts from check values read here, on the caller's thread,
+    // before the thread runs: a change made as soon as this returns is reported. The
+    // values survive a restart, so the comparison goes on where it was.
     bool run(bool watchScreen, bool watchCursor) noexcept;
     // Stops and joins the thread.
     void stop() noexcept;
@@ -51,9 +69,16 @@ class ChangeDetector {
     static DWORD WINAPI ThreadMain(void* self);
     static Geometry ReadGeometry(HDC screen) noexcept;
     void loop() noexcept;
-    void poll();
+    void poll(WindowDc& screen, bool checkGeometry);
     void pollScreen(HDC screen);
     void pollCursor();
+    // Buffers for the current geometry; false when out of memory or GDI refuses.
+    bool prepare(HDC screen);
+    // Reads every strip into the check values, reporting nothing.
+    bool takeBaseline(HDC screen);
+    // Reads strip `strip`, marks its changed tiles in dirty_ and updates the values; true
+    // when it changed. A failed grab reports nothing.
+    bool scanStrip(HDC screen, int strip);
 
     ScreenChanges& screen_;
     CursorChanges& cursor_;
@@ -65,9 +90,15 @@ class ChangeDetector {
     bool watchScreen_ = false;
     bool watchCursor_ = false;
     Geometry geometry_;
-    ScreenFrame frames_[2];
-    int current_ = 0;            // frame the next grab goes into
-    bool haveBaseline_ = false;  // the other frame holds the previous grab
+    ScreenFrame strip_;                  // the grab of one strip
+    std::vector<std::uint32_t> hashes_;  // check values of the screen as last read (TileMap)
+    int stripRows_ = 0;
+    int strips_ = 0;
+    int nextStrip_ = 0;                  // where the rotation goes on
+    std::vector<std::uint8_t> hot_;      // per strip: changed at the last poll
+    std::vector<std::uint8_t> scanned_;  // per strip: read in this poll
+    std::vector<int> queue_;
+    bool haveBaseline_ = false;  // hashes_ describe the screen
     TileMap dirty_;
     CursorTracker tracker_;
     std::atomic<bool> displayChanged_{false};

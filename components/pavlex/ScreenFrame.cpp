@@ -44,10 +44,10 @@ void ScreenFrame::destroy() noexcept {
     width_ = height_ = 0;
 }
 
-bool ScreenFrame::grab(HDC screen) noexcept {
-    if (!valid())
+bool ScreenFrame::grab(HDC screen, int top, int rows) noexcept {
+    if (!valid() || rows <= 0 || rows > height_)
         return false;
-    const BOOL ok = BitBlt(dc_.get(), 0, 0, width_, height_, screen, 0, 0, SRCCOPY | CAPTUREBLT);
+    const BOOL ok = BitBlt(dc_.get(), 0, 0, width_, rows, screen, 0, top, SRCCOPY | CAPTUREBLT);
     GdiFlush();
     return ok != FALSE;
 }

@@ -1,5 +1,5 @@
-// One grab of the screen: a top-down 32-bit DIB section in a memory DC, filled with BitBlt from
-// the screen DC. The change detector keeps two and compares them.
+// A grab of the screen or of a strip of it: a top-down 32-bit DIB section in a memory DC,
+// filled with BitBlt from the screen DC. The change detector grabs strips into one.
 #pragma once
 
 #include <windows.h>
@@ -22,8 +22,10 @@ class ScreenFrame {
     void destroy() noexcept;
     bool valid() const noexcept { return bits_ != nullptr; }
 
-    // Copies the screen's top-left width x height pixels into the frame.
-    bool grab(HDC screen) noexcept;
+    // Copies the screen's top-left width x height pixels into the frame; or, from screen row
+    // top, rows rows (at most the frame's height) into the frame's first rows.
+    bool grab(HDC screen) noexcept { return grab(screen, 0, height_); }
+    bool grab(HDC screen, int top, int rows) noexcept;
     FrameView view() const noexcept { return FrameView{bits_, width_, height_, width_ * 4}; }
 
   private:

@@ -32,14 +32,21 @@ int TileMap::dirtyCount() const noexcept {
 }
 
 void TileMap::markChanges(const FrameView& before, const FrameView& after) noexcept {
+    markBand(before.bits, before.stride, after.bits, after.stride, 0, height_);
+}
+
+bool TileMap::markBand(const std::uint8_t* before, int beforeStride, const std::uint8_t* after,
+                       int afterStride, int top, int rows) noexcept {
     const size_t rowBytes = static_cast<size_t>(width_) * 4;
     const size_t tileBytes = static_cast<size_t>(tileSize_) * 4;
-    for (int y = 0; y < height_; ++y) {
-        const std::uint8_t* a = before.bits + static_cast<ptrdiff_t>(y) * before.stride;
-        const std::uint8_t* b = after.bits + static_cast<ptrdiff_t>(y) * after.stride;
+    bool changed = false;
+    for (int i = 0; i < rows && top + i < height_; ++i) {
+        const std::uint8_t* a = before + static_cast<ptrdiff_t>(i) * beforeStride;
+        const std::uint8_t* b = after + static_cast<ptrdiff_t>(i) * afterStride;
         if (std::memcmp(a, b, rowBytes) == 0)
             continue;
-        std::uint8_t* tileRow = &tiles_[index(0, y / tileSize_)];
+        changed = true;
+        std::uint8_t* tileRow = &tiles_[index(0, (top + i) / tileSize_)];
         for (int column = 0; column < columns_; ++column) {
             if (tileRow[column])
                 continue;
@@ -49,6 +56,41 @@ void TileMap::markChanges(const FrameView& before, const FrameView& after) noexc
                 tileRow[column] = 1;
         }
     }
+    return changed;
+}
+
+void TileMap::hashRow(const std::uint8_t* row, std::uint32_t* out) const noexcept {
+    for (int column = 0; column < columns_; ++column) {
+        const int first = column * tileSize_;
+        const int n = std::min(tileSize_, width_ - first);
+        const std::uint8_t* p = row + static_cast<size_t>(first) * 4;
+        std::uint32_t h = 0;
+        for (int k = 0; k < n; ++k) {
+            std::uint32_t v;
+            std::memcpy(&v, p + 4 * k, 4);
+            h += (v & 0xFFFFFFu) * (0x9E3779B1u + 2u * static_cast<std::uint32_t>(k));
+        }
+        out[column] = h;
+    }
+}
+
+bool TileMap::markHashedBand(const std::uint8_t* after, int stride, int top, int rows,
+                             std::uint32_t* hashes) noexcept {
+    std::vector<std::uint32_t> now(static_cast<size_t>(columns_));
+    bool changed = false;
+    for (int i = 0; i < rows && top + i < height_; ++i) {
+        hashRow(after + static_cast<ptrdiff_t>(i) * stride, now.data());
+        std::uint32_t* old = hashes + static_cast<size_t>(top + i) * columns_;
+        std::uint8_t* tileRow = &tiles_[index(0, (top + i) / tileSize_)];
+        for (int column = 0; column < columns_; ++column) {
+            if (now[column] != old[column]) {
+                old[column] = now[column];
+                tileRow[column] = 1;
+                changed = true;
+            }
+        }
+    }
+    return changed;
 }
 
 void TileMap::add(const TileMap& other) noexcept {

@@ -39,6 +39,19 @@ class TileMap {
 
     // Marks every tile in which before and after differ. Both frames must have this grid's size.
     void markChanges(const FrameView& before, const FrameView& after) noexcept;
+    // The same for the rows top to top + rows of the screen, whose first rows `before` and
+    // `after` point at (width pixels each, their own strides). True when any pixel differs.
+    bool markBand(const std::uint8_t* before, int beforeStride, const std::uint8_t* after,
+                  int afterStride, int top, int rows) noexcept;
+    // Check values of one pixel row, one per tile column (columns() values into out): the sum
+    // of the tile row's pixels (24 colour bits) times distinct odd factors, so that one changed
+    // pixel, or two exchanged ones, always change it.
+    void hashRow(const std::uint8_t* row, std::uint32_t* out) const noexcept;
+    // Rows top to top + rows of the screen (the first at `after`, stride bytes apart) against
+    // the check values of what was there (hashes: height() x columns(), updated): marks the
+    // tiles that changed; true when any did. Reads each pixel once and no old copy of it.
+    bool markHashedBand(const std::uint8_t* after, int stride, int top, int rows,
+                        std::uint32_t* hashes) noexcept;
     // Marks every tile that is dirty in other (same geometry).
     void add(const TileMap& other) noexcept;
     // The same area on tiles twice as large: a tile is dirty when any of the four it covers was.

@@ -2,6 +2,9 @@
 // blocks. Sizes are computed in 64 bits: a 32-bit length plus a header must not wrap.
 #include "BlockCodec.h"
 
+#define XXH_STATIC_LINKING_ONLY
+#include <common/xxhash.h>
+
 #include <cstring>
 #include <new>
 
@@ -13,19 +16,26 @@ namespace {
 const HRESULT kTooSmall = HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
 const HRESULT kInvalid = HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
 const HRESULT kBadCheck = HRESULT_FROM_WIN32(ERROR_CRC);
-const std::size_t kFailed = static_cast<std::size_t>(-1);
+
+// zstd level for each interface level 1-9.
+constexpr int kZstdLevels[9] = {1, 2, 3, 5, 7, 9, 12, 15, 19};
+
+// The palette pays while at most one pixel in this many escapes; beyond, the band is mostly
+// photograph and the delta filter does better.
+constexpr std::size_t kMaxEscapeShare = 2;
 
 bool IsMode(ULONG mode) noexcept {
     return mode == BlockCodec::kModeStrong || mode == BlockCodec::kModeFast;
 }
 
-std::uint32_t Crc(const std::uint8_t* data, std::size_t cb) noexcept {
-    return static_cast<std::uint32_t>(crc32(0, data, static_cast<uInt>(cb)));
+int ModeIndex(ULONG mode) noexcept {
+    return mode == BlockCodec::kModeStrong ? 0 : 1;
 }
 
-int InitDeflate(z_stream* s, int level) noexcept {
-    // Raw deflate: the block header carries the check value, zlib's own wrapper would repeat it.
-    return deflateInit2(s, level, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY);
+std::uint32_t CheckValue(std::uint8_t version, const std::uint8_t* data, std::size_t cb) noexcept {
+    if (version == BlockHeader::kVersionDeflate)
+        return static_cast<std::uint32_t>(crc32(0, data, static_cast<uInt>(cb)));
+    return static_cast<std::uint32_t>(XXH32(data, cb, 0));
 }
 
 }  // namespace
@@ -41,9 +51,9 @@ bool BlockCodec::Buffer::Reserve(std::size_t n) noexcept {
 BlockCodec::BlockCodec() noexcept = default;
 
 BlockCodec::~BlockCodec() {
-    for (int i = 0; i < 2; ++i)
-        if (deflaterReady_[i])
-            deflateEnd(&deflaters_[i]);
+    for (ZSTD_CCtx* c : compressors_)
+        ZSTD_freeCCtx(c);
+    ZSTD_freeDCtx(decompressor_);
     if (inflaterReady_)
         inflateEnd(&inflater_);
 }
@@ -51,10 +61,10 @@ BlockCodec::~BlockCodec() {
 HRESULT BlockCodec::SetLevel(ULONG mode, ULONG level) noexcept {
     if (!IsMode(mode) || level < 1 || level > 9)
         return E_INVALIDARG;
-    const int i = mode == kModeStrong ? 0 : 1;
-    if (levels_[i] != level && deflaterReady_[i]) {
-        deflateEnd(&deflaters_[i]);
-        deflaterReady_[i] = false;
+    const int i = ModeIndex(mode);
+    if (levels_[i] != level) {
+        ZSTD_freeCCtx(compressors_[i]);
+        compressors_[i] = nullptr;
     }
     levels_[i] = level;
     return S_OK;
@@ -65,22 +75,31 @@ HRESULT BlockCodec::GetLevel(ULONG mode, ULONG* level) const noexcept {
         return E_POINTER;
     if (!IsMode(mode))
         return E_INVALIDARG;
-    *level = levels_[mode == kModeStrong ? 0 : 1];
+    *level = levels_[ModeIndex(mode)];
     return S_OK;
 }
 
-z_stream* BlockCodec::Deflater(ULONG mode) noexcept {
-    const int i = mode == kModeStrong ? 0 : 1;
-    z_stream* s = &deflaters_[i];
-    if (!deflaterReady_[i]) {
-        *s = z_stream{};
-        if (InitDeflate(s, static_cast<int>(levels_[i])) != Z_OK)
-            return nullptr;
-        deflaterReady_[i] = true;
-    } else if (deflateReset(s) != Z_OK) {
+ZSTD_CCtx* BlockCodec::Compressor(ULONG mode) noexcept {
+    const int i = ModeIndex(mode);
+    if (compressors_[i])
+        return compressors_[i];
+    ZSTD_CCtx* c = ZSTD_createCCtx();
+    if (!c)
+        return nullptr;
+    // The block header carries the length and the check value; the frame need not repeat them.
+    // No payload exceeds 0x180000 bytes, so a 2 MiB window sees all of it.
+    const bool ok = !ZSTD_isError(ZSTD_CCtx_setParameter(c, ZSTD_c_compressionLevel,
+                                                         kZstdLevels[levels_[i] - 1])) &&
+                    !ZSTD_isError(ZSTD_CCtx_setParameter(c, ZSTD_c_windowLog, 21)) &&
+                    !ZSTD_isError(ZSTD_CCtx_setParameter(c, ZSTD_c_contentSizeFlag, 0)) &&
+                    !ZSTD_isError(ZSTD_CCtx_setParameter(c, ZSTD_c_checksumFlag, 0)) &&
+                    !ZSTD_isError(ZSTD_CCtx_setParameter(c, ZSTD_c_dictIDFlag, 0));
+    if (!ok) {
+        ZSTD_freeCCtx(c);
         return nullptr;
     }
-    return s;
+    compressors_[i] = c;
+    return c;
 }
 
 z_stream* BlockCodec::Inflater() noexcept {
@@ -93,27 +112,6 @@ z_stream* BlockCodec::Inflater() noexcept {
         return nullptr;
     }
     return &inflater_;
-}
-
-std::size_t BlockCodec::Deflate(z_stream* s, const std::uint8_t* src, std::size_t cb,
-                                std::uint8_t* dst, std::size_t limit) noexcept {
-    s->next_in = const_cast<Bytef*>(src);
-    s->avail_in = static_cast<uInt>(cb);
-    s->next_out = dst;
-    s->avail_out = static_cast<uInt>(limit);
-    // With the whole input and a fixed output, Z_FINISH either ends the stream or stops when
-    // the output is full. A stream that fills the output exactly is only known to have ended
-    // by one more call with a spare byte it must leave unused.
-    int rc = deflate(s, Z_FINISH);
-    if (rc == Z_OK && s->avail_out == 0) {
-        std::uint8_t spare;
-        s->next_out = &spare;
-        s->avail_out = 1;
-        rc = deflate(s, Z_FINISH);
-        if (s->avail_out == 0)
-            return kFailed;
-    }
-    return rc == Z_STREAM_END ? static_cast<std::size_t>(s->total_out) : kFailed;
 }
 
 bool BlockCodec::FilterInput(const std::uint8_t* src, std::size_t cb,
@@ -148,32 +146,64 @@ HRESULT BlockCodec::Compress(const std::uint8_t* src, std::size_t cb, std::uint8
     BlockHeader header;
     header.mode = static_cast<std::uint8_t>(mode);
     header.originalLength = static_cast<std::uint32_t>(cb);
-    header.dataCrc = Crc(src, cb);
+    header.dataCrc = CheckValue(header.version, src, cb);
 
     PixelFilter filter = PixelFilter::ForPayload(src, cb);
     const std::uint8_t* input = src;
-    if (filter.kind() != PixelFilter::kNone && FilterInput(src, cb, filter)) {
-        input = filtered_.data.get();
-        header.filter = filter.kind();
-        header.filterOffset = filter.offset();
-        header.mapLength = static_cast<std::uint32_t>(filter.MapBytes(cb));
+    std::size_t inputLength = cb;
+    if (filter.kind() != PixelFilter::kNone) {
+        const std::size_t transformed =
+            filtered_.Reserve(cb + Palette::kMaxGrowth)
+                ? palette_.Apply(filter, src, cb, filtered_.data.get(), kMaxEscapeShare)
+                : 0;
+        if (transformed) {
+            input = filtered_.data.get();
+            inputLength = transformed;
+            header.filter = filter.kind() == PixelFilter::kDelta555 ? BlockHeader::kPalette555
+                                                                    : BlockHeader::kPalette565;
+            header.filterOffset = filter.offset();
+            header.mapLength = 4;
+            header.transformedLength = static_cast<std::uint32_t>(transformed);
+        } else if (FilterInput(src, cb, filter)) {
+            input = filtered_.data.get();
+            header.filter = filter.kind();
+            header.filterOffset = filter.offset();
+            header.mapLength = static_cast<std::uint32_t>(filter.MapBytes(cb));
+        }
     }
 
-    // Deflate only pays when its block is smaller than the stored one; when even the stored
-    // block does not fit, deflate only has to fit.
+    // zstd only pays when its block is smaller than the stored one; when even the stored block
+    // does not fit, zstd only has to fit.
     const std::uint64_t stored = MaxBlockSize(cb);
     const std::uint64_t fixed = header.Size();
     const std::uint64_t room = stored <= capacity ? stored - 1 : capacity;
     if (room > fixed) {
-        z_stream* s = Deflater(mode);
-        if (!s)
+        ZSTD_CCtx* c = Compressor(mode);
+        if (!c)
             return E_OUTOFMEMORY;
+        // zstd can give up on a destination that its result would just fit; below its bound
+        // it writes into a scratch buffer and the block is copied when it fits.
+        const std::size_t limit = static_cast<std::size_t>(room - fixed);
+        const std::size_t bound = ZSTD_compressBound(inputLength);
+        std::uint8_t* out = dst + fixed;
+        if (limit < bound) {
+            if (!packed_.Reserve(bound))
+                return E_OUTOFMEMORY;
+            out = packed_.data.get();
+        }
         const std::size_t body =
-            Deflate(s, input, cb, dst + fixed, static_cast<std::size_t>(room - fixed));
-        if (body != kFailed) {
-            header.method = BlockHeader::kDeflate;
+            ZSTD_compress2(c, out, limit < bound ? bound : limit, input, inputLength);
+        if (ZSTD_isError(body) && ZSTD_getErrorCode(body) == ZSTD_error_memory_allocation)
+            return E_OUTOFMEMORY;
+        const bool fits = !ZSTD_isError(body) && body <= limit;
+        if (fits && out != dst + fixed)
+            std::memcpy(dst + fixed, out, body);
+        if (fits) {
+            header.method = BlockHeader::kZstd;
             header.bodyLength = static_cast<std::uint32_t>(body);
-            if (header.mapLength)
+            if (header.IsPalette())
+                std::memcpy(dst + BlockHeader::kFixedSize, &header.transformedLength, 4);
+            else if (header.mapLength)
                 std::memcpy(dst + BlockHeader::kFixedSize, map_.data.get(), header.mapLength);
             header.Write(dst);
             *cbDest = static_cast<ULONG>(fixed + body);
@@ -194,6 +224,23 @@ HRESULT BlockCodec::Compress(const std::uint8_t* src, std::size_t cb, std::uint8
     return S_OK;
 }
 
+HRESULT BlockCodec::Inflate(const BlockHeader& header, const std::uint8_t* body,
+                            std::uint8_t* dst) noexcept {
+    z_stream* s = Inflater();
+    if (!s)
+        return E_OUTOFMEMORY;
+    s->next_in = const_cast<Bytef*>(body);
+    s->avail_in = header.bodyLength;
+    s->next_out = dst;
+    s->avail_out = header.originalLength;
+    // Z_FINISH with room for exactly the original bytes: anything but a stream that ends
+    // there, using every body byte, is a damaged block.
+    const int rc = inflate(s, Z_FINISH);
+    if (rc != Z_STREAM_END || s->avail_in != 0 || s->total_out != header.originalLength)
+        return rc == Z_MEM_ERROR ? E_OUTOFMEMORY : kInvalid;
+    return S_OK;
+}
+
 HRESULT BlockCodec::Restore(const BlockHeader& header, const std::uint8_t* block,
                             std::uint8_t* dst) noexcept {
     const std::uint8_t* body = block + header.Size();
@@ -201,25 +248,32 @@ HRESULT BlockCodec::Restore(const BlockHeader& header, const std::uint8_t* block
         if (header.originalLength)
             std::memmove(dst, body, header.originalLength);
     } else {
-        z_stream* s = Inflater();
-        if (!s)
-            return E_OUTOFMEMORY;
-        s->next_in = const_cast<Bytef*>(body);
-        s->avail_in = header.bodyLength;
-        s->next_out = dst;
-        s->avail_out = header.originalLength;
-        // Z_FINISH with room for exactly the original bytes: anything but a stream that ends
-        // there, using every body byte, is a damaged block.
-        const int rc = inflate(s, Z_FINISH);
-        if (rc != Z_STREAM_END || s->avail_in != 0 || s->total_out != header.originalLength)
-            return rc == Z_MEM_ERROR ? E_OUTOFMEMORY : kInvalid;
-        if (header.filter != PixelFilter::kNone) {
-            const PixelFilter filter(static_cast<PixelFilter::Kind>(header.filter),
-                                     header.filterOffset);
-            filter.Unfilter(dst, header.originalLength, block + BlockHeader::kFixedSize);
+        if (header.method == BlockHeader::kDeflate) {
+            RETURN_IF_FAILED(Inflate(header, body, dst));
+        } else {
+            if (!decompressor_ && !(decompressor_ = ZSTD_createDCtx()))
+                return E_OUTOFMEMORY;
+            const bool palette = header.IsPalette();
+            const std::size_t length = palette ? header.transformedLength : header.originalLength;
+            if (palette && !transformed_.Reserve(length))
+                return E_OUTOFMEMORY;
+            std::uint8_t* out = palette ? transformed_.data.get() : dst;
+            // Room for exactly the expected bytes: zstd refuses to write more, and a frame that
+            // ends early or leaves body bytes over is damaged.
+            const std::size_t n =
+                ZSTD_decompressDCtx(decompressor_, out, length, body, header.bodyLength);
+            if (ZSTD_isError(n) || n != length)
+                return ZSTD_getErrorCode(n) == ZSTD_error_memory_allocation ? E_OUTOFMEMORY
+                                                                            : kInvalid;
+            if (palette &&
+                !Palette::Restore(header.Filter(), out, length, dst, header.originalLength))
+                return kInvalid;
         }
+        if (header.filter != PixelFilter::kNone && !header.IsPalette())
+            header.Filter().Unfilter(dst, header.originalLength, block + BlockHeader::kFixedSize);
     }
-    return Crc(dst, header.originalLength) == header.dataCrc ? S_OK : kBadCheck;
+    return CheckValue(header.version, dst, header.originalLength) == header.dataCrc ? S_OK
+                                                                                    : kBadCheck;
 }
 
 HRESULT BlockCodec::Decompress(const std::uint8_t* src, std::size_t cb, std::uint8_t* dst,

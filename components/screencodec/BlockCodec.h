@@ -1,17 +1,21 @@
 // The compressor behind one ScreenCodec object: the block format of BlockHeader, the pixel
-// filter of PixelFilter and zlib's raw deflate. It keeps its zlib streams and its scratch
-// buffers between calls, so one instance serves one caller at a time; ScreenCodec holds one
-// per COM object under the object's lock.
+// filter of PixelFilter, the Palette and zstd; zlib's raw deflate only to read the blocks of
+// format 1. It keeps its zstd contexts, its zlib stream and its scratch buffers between calls, so
+// one instance serves one caller at a time; ScreenCodec holds one per COM object under the object's
+// lock.
 #pragma once
 
 #include <windows.h>
 #include <zlib.h>
+#include <zstd.h>
+#include <zstd_errors.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 
 #include "BlockHeader.h"
+#include "Palette.h"
 #include "PixelFilter.h"
 
 namespace screencodec {
@@ -20,7 +24,8 @@ class BlockCodec {
   public:
     static constexpr ULONG kModeStrong = 1;  // export
     static constexpr ULONG kModeFast = 2;    // live stream
-    static constexpr ULONG kDefaultStrongLevel = 6;
+    // Levels 1-9 of the interface pick zstd levels from kZstdLevels.
+    static constexpr ULONG kDefaultStrongLevel = 7;
     static constexpr ULONG kDefaultFastLevel = 1;
 
     BlockCodec() noexcept;
@@ -55,25 +60,27 @@ class BlockCodec {
         bool Reserve(std::size_t n) noexcept;
     };
 
-    z_stream* Deflater(ULONG mode) noexcept;
+    ZSTD_CCtx* Compressor(ULONG mode) noexcept;
     z_stream* Inflater() noexcept;
     // Builds the filtered copy of src in filtered_ and the chunk map in map_; false when no
     // chunk gains from the filter (or memory ran out), and the block goes unfiltered.
     bool FilterInput(const std::uint8_t* src, std::size_t cb, const PixelFilter& filter) noexcept;
-    // Deflates src into dst; the compressed size, or SIZE_MAX when it does not fit in limit.
-    std::size_t Deflate(z_stream* stream, const std::uint8_t* src, std::size_t cb,
-                        std::uint8_t* dst, std::size_t limit) noexcept;
+    HRESULT Inflate(const BlockHeader& header, const std::uint8_t* body,
+                    std::uint8_t* dst) noexcept;
     HRESULT Restore(const BlockHeader& header, const std::uint8_t* block,
                     std::uint8_t* dst) noexcept;
 
     ULONG levels_[2] = {kDefaultStrongLevel, kDefaultFastLevel};
-    z_stream deflaters_[2] = {};
-    bool deflaterReady_[2] = {false, false};
+    ZSTD_CCtx* compressors_[2] = {nullptr, nullptr};  // per mode, parameters set once
+    ZSTD_DCtx* decompressor_ = nullptr;
     z_stream inflater_ = {};
     bool inflaterReady_ = false;
-    Buffer filtered_;  // the filtered input of Compress
-    Buffer map_;       // the chunk map of Compress
-    Buffer checked_;   // what Check restores
+    Palette palette_;
+    Buffer filtered_;     // the filtered or palette-transformed input of Compress
+    Buffer transformed_;  // what zstd restores of a palette block
+    Buffer packed_;       // zstd's output when the caller's room is below zstd's bound
+    Buffer map_;          // the chunk map of Compress
+    Buffer checked_;      // what Check restores
 };
 
 }  // namespace screencodec

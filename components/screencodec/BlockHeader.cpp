@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "PixelFilter.h"
+#include "Palette.h"
 
 namespace screencodec {
 namespace {
@@ -32,9 +32,16 @@ const HRESULT kInvalid = HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
 
 }  // namespace
 
+PixelFilter BlockHeader::Filter() const noexcept {
+    if (IsPalette())
+        return PixelFilter(filter == kPalette555 ? PixelFilter::kDelta555 : PixelFilter::kDelta565,
+                           filterOffset);
+    return PixelFilter(static_cast<PixelFilter::Kind>(filter), filterOffset);
+}
+
 void BlockHeader::Write(std::uint8_t* out) const noexcept {
     PutU32(out, kTag);
-    out[4] = kVersion;
+    out[4] = version;
     out[5] = method;
     out[6] = filter;
     out[7] = mode;
@@ -46,8 +53,9 @@ void BlockHeader::Write(std::uint8_t* out) const noexcept {
 }
 
 HRESULT BlockHeader::Read(const std::uint8_t* block, std::size_t cb) noexcept {
-    if (cb < kFixedSize || GetU32(block) != kTag || block[4] != kVersion)
+    if (cb < kFixedSize || GetU32(block) != kTag)
         return kInvalid;
+    version = block[4];
     method = block[5];
     filter = block[6];
     mode = block[7];
@@ -55,17 +63,29 @@ HRESULT BlockHeader::Read(const std::uint8_t* block, std::size_t cb) noexcept {
     bodyLength = GetU32(block + 12);
     filterOffset = GetU32(block + 16);
     dataCrc = GetU32(block + 20);
-    if (method != kStored && method != kDeflate)
+    const std::uint8_t packed = version == kVersionDeflate ? kDeflate : kZstd;
+    if ((version != kVersionDeflate && version != kVersion) ||
+        (method != kStored && method != packed))
         return kInvalid;
     if (mode != 1 && mode != 2)
         return kInvalid;
-    if (!PixelFilter::IsKnownKind(filter))
+    if (!PixelFilter::IsKnownKind(filter) && !(IsPalette() && version == kVersion))
         return kInvalid;
 
     mapLength = 0;
-    if (filter != PixelFilter::kNone) {
+    if (IsPalette()) {
+        // At least one pixel behind the offset; the transform adds at most its colour table.
+        mapLength = 4;
+        if (method == kStored || cb < kFixedSize + mapLength ||
+            static_cast<std::uint64_t>(filterOffset) + 2 > originalLength)
+            return kInvalid;
+        transformedLength = GetU32(block + kFixedSize);
+        if (transformedLength < filterOffset + 2 + 2 + (originalLength - filterOffset) / 2 ||
+            transformedLength > static_cast<std::uint64_t>(originalLength) + Palette::kMaxGrowth)
+            return kInvalid;
+    } else if (filter != PixelFilter::kNone) {
         const PixelFilter f(static_cast<PixelFilter::Kind>(filter), filterOffset);
-        if (method != kDeflate || f.Chunks(originalLength) == 0)
+        if (method == kStored || f.Chunks(originalLength) == 0)
             return kInvalid;
         mapLength = static_cast<std::uint32_t>(f.MapBytes(originalLength));
     } else if (filterOffset != 0) {
@@ -80,7 +100,7 @@ HRESULT BlockHeader::Read(const std::uint8_t* block, std::size_t cb) noexcept {
         return kInvalid;
     if (method == kDeflate && originalLength > bodyLength * kMaxDeflateRatio)
         return kInvalid;
-    if (mapLength) {
+    if (mapLength && !IsPalette()) {
         // Bits past the last chunk are never set by a writer.
         const PixelFilter f(static_cast<PixelFilter::Kind>(filter), filterOffset);
         const std::size_t chunks = f.Chunks(originalLength);

@@ -2,16 +2,17 @@
 // decoder needs nothing but its bytes (the stream's callers never pass the mode or the row
 // length). Layout, little-endian:
 //    0  u32  tag "VSC1"
-//    4  u8   format version (1)
-//    5  u8   method: 0 stored, 1 raw deflate
-//    6  u8   filter: PixelFilter::Kind
+//    4  u8   format version: 2 (zstd); 1 was deflate, still read for old recordings
+//    5  u8   method: 0 stored; version 1: 1 raw deflate; version 2: 2 zstd frame
+//    6  u8   filter: PixelFilter::Kind (delta), or 3/4 the palette of 5-5-5/5-6-5 (version 2)
 //    7  u8   mode the block was made in (informational)
 //    8  u32  original length
 //   12  u32  body length
 //   16  u32  filter offset: bytes at the start left unfiltered (the BITMAPINFO)
-//   20  u32  CRC-32 of the original bytes
+//   20  u32  check of the original bytes: version 1 CRC-32, version 2 XXH32 (seed 0)
 //   24  u32  CRC-32 of bytes 0-23 and of the chunk map
-//   28  chunk map (PixelFilter: one bit per chunk, filtered or not), then the body.
+//   28  map: for delta, one bit per chunk, filtered or not (PixelFilter); for the palette, the
+//       u32 length of the transformed bytes (Palette); then the body.
 #pragma once
 
 #include <windows.h>
@@ -19,15 +20,22 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "PixelFilter.h"
+
 namespace screencodec {
 
 struct BlockHeader {
     static constexpr std::uint32_t kTag = 0x31435356;  // "VSC1"
-    static constexpr std::uint8_t kVersion = 1;
+    static constexpr std::uint8_t kVersionDeflate = 1;
+    static constexpr std::uint8_t kVersion = 2;  // what Compress writes
     static constexpr std::size_t kFixedSize = 28;
     static constexpr std::uint8_t kStored = 0;
     static constexpr std::uint8_t kDeflate = 1;
+    static constexpr std::uint8_t kZstd = 2;
+    static constexpr std::uint8_t kPalette555 = 3;
+    static constexpr std::uint8_t kPalette565 = 4;
 
+    std::uint8_t version = kVersion;
     std::uint8_t method = kStored;
     std::uint8_t filter = 0;
     std::uint8_t mode = 0;
@@ -35,7 +43,12 @@ struct BlockHeader {
     std::uint32_t bodyLength = 0;
     std::uint32_t filterOffset = 0;
     std::uint32_t dataCrc = 0;
-    std::uint32_t mapLength = 0;  // not stored: follows from the filter and the lengths
+    std::uint32_t mapLength = 0;          // not stored: follows from the filter and the lengths
+    std::uint32_t transformedLength = 0;  // palette only: what zstd restores
+
+    bool IsPalette() const noexcept { return filter == kPalette555 || filter == kPalette565; }
+    // The pixel layout behind the filter: for the palette, the delta of its escapes.
+    PixelFilter Filter() const noexcept;
 
     std::size_t Size() const noexcept { return kFixedSize + mapLength; }
 

@@ -172,6 +172,21 @@ void PixelFilter::CopyChunk(const std::uint8_t* data, std::size_t cb, std::size_
     std::memcpy(out + begin, data + begin, end - begin);
 }
 
+void PixelFilter::FilterRun(const std::uint8_t* in, std::uint8_t* out,
+                            std::size_t pixels) const noexcept {
+    if (kind_ == kDelta555)
+        FilterPixels<Layout555>(in, out, 0, pixels);
+    else if (kind_ == kDelta565)
+        FilterPixels<Layout565>(in, out, 0, pixels);
+}
+
+void PixelFilter::UnfilterRun(std::uint8_t* data, std::size_t pixels) const noexcept {
+    if (kind_ == kDelta555)
+        UnfilterPixels<Layout555>(data, 0, pixels);
+    else if (kind_ == kDelta565)
+        UnfilterPixels<Layout565>(data, 0, pixels);
+}
+
 void PixelFilter::Unfilter(std::uint8_t* data, std::size_t cb,
                            const std::uint8_t* map) const noexcept {
     const std::size_t count = (cb - offset_) / 2;

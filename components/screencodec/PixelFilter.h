@@ -44,6 +44,10 @@ class PixelFilter {
     // byte with the last chunk.
     void CopyChunk(const std::uint8_t* data, std::size_t cb, std::size_t chunk,
                    std::uint8_t* out) const noexcept;
+    // The same difference coding over `pixels` consecutive pixels, without chunks or header
+    // (in may equal out), and its inverse in place.
+    void FilterRun(const std::uint8_t* in, std::uint8_t* out, std::size_t pixels) const noexcept;
+    void UnfilterRun(std::uint8_t* data, std::size_t pixels) const noexcept;
     // Undoes the filter in place on the chunks the map marks.
     void Unfilter(std::uint8_t* data, std::size_t cb, const std::uint8_t* map) const noexcept;
 

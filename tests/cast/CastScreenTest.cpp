@@ -49,11 +49,47 @@ class CastScreenTest : public ScreenTest {
     ComPtr<IDesktopReceiver> receiver_;
 };
 
+// Pixels of rows 0 to bottom - 1 of a DesktopRender's picture (GetCurrectImage: BITMAPINFO,
+// then unpadded rows) that differ from the screen at 5-5-5; -1 without a 16-bit picture.
+long RenderMismatches(IDesktopRender* render, LONG bottom) {
+    unsigned long size = 0;
+    if (render->GetCurrectImage(&size, nullptr) != S_OK)
+        return -1;
+    std::vector<BYTE> picture(size);
+    if (render->GetCurrectImage(&size, picture.data()) != S_OK || size < sizeof(BITMAPINFOHEADER))
+        return -1;
+    BITMAPINFOHEADER h;
+    memcpy(&h, picture.data(), sizeof h);
+    const size_t info = h.biSize + (h.biCompression == BI_BITFIELDS ? 12 : 0);
+    const LONG width = h.biWidth, height = h.biHeight < 0 ? -h.biHeight : h.biHeight;
+    if (h.biBitCount != 16 || h.biCompression != BI_RGB || bottom > height ||
+        size < info + static_cast<size_t>(width) * height * 2)
+        return -1;
+    const std::vector<uint32_t> shot = GrabScreen32(RECT{0, 0, width, bottom});
+    long wrong = 0;
+    for (LONG y = 0; y < bottom; ++y)
+        for (LONG x = 0; x < width; ++x) {
+            uint16_t px;
+            memcpy(&px, picture.data() + info + (static_cast<size_t>(y) * width + x) * 2, 2);
+            wrong += px != To555(shot[static_cast<size_t>(y) * width + x]);
+        }
+    return wrong;
+}
+
 }  // namespace
 
+// The whole road: capture and caster in the teacher's process; here the receiver feeds a
+// DesktopRender (as on a student's machine) and the decoding sink. Both pictures equal the
+// screen; the render's is compared above the pointer, which it draws into its picture.
 TEST_F(CastScreenTest, AStudentProcessSeesTheTeachersScreen) {
     NoiseBox box(RECT{96, 80, 352, 272}, 11);
     ASSERT_TRUE(box.Shown());
+    ComPtr<IDesktopRender> render;
+    ComPtr<IDataTransmitter> renderSink;
+    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopRender, nullptr, CLSCTX_INPROC_SERVER,
+                                     IID_IDesktopRender, render.PutVoid()));
+    ASSERT_EQ(S_OK, render.As(&renderSink));
+    ASSERT_EQ(S_OK, receiver_->RegisterDataTransmitter(renderSink.Get()));
     Session s = Session::Next();
     Listen(s);
     TeacherProcess teacher(s, 8);
@@ -64,7 +100,12 @@ TEST_F(CastScreenTest, AStudentProcessSeesTheTeachersScreen) {
     EXPECT_TRUE(Converges()) << "after a repaint";
     ASSERT_TRUE(box.MoveTo(600, 400));
     EXPECT_TRUE(Converges()) << "after a move";
+    long wrong = -1;
+    EXPECT_TRUE(WaitUntil([&] { return (wrong = RenderMismatches(render.Get(), 700)) == 0; }))
+        << wrong << " pixels of the render's picture differ from the screen";
     EXPECT_EQ(0u, teacher.Finish());
+    receiver_->Stop();
+    EXPECT_EQ(S_OK, receiver_->UnregisterDataTransmitter(renderSink.Get()));
     for (const auto& a : sink_->Arrivals())
         ASSERT_TRUE(a.IsFrame() || a.IsCursor()) << "a packet came damaged";
 }

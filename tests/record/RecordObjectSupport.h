@@ -15,6 +15,7 @@
 #include "LessonTestSupport.h"
 #include "Vantrel.h"
 #include "common/FakeSink.h"
+#include "common/Screen.h"
 #include "wincom/ComPtr.h"
 
 namespace vantrel::test {

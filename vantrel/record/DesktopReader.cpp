@@ -11,6 +11,24 @@
 
 namespace vantrel {
 
+namespace {
+
+// The playback clock in milliseconds, 32-bit like a tick count. GetTickCount advances in steps
+// of up to 16 ms on some systems, which would make every record up to that late.
+DWORD NowMs() noexcept {
+    static const LONGLONG frequency = [] {
+        LARGE_INTEGER f;
+        return QueryPerformanceFrequency(&f) && f.QuadPart > 0 ? f.QuadPart : 0;
+    }();
+    LARGE_INTEGER count;
+    if (!frequency || !QueryPerformanceCounter(&count))
+        return GetTickCount();
+    return static_cast<DWORD>(static_cast<unsigned long long>(count.QuadPart / frequency) * 1000 +
+                              count.QuadPart % frequency * 1000 / frequency);
+}
+
+}  // namespace
+
 DesktopReader::DesktopReader(IUnknown* outer) noexcept : ComObjectRoot(outer) {}
 
 HRESULT DesktopReader::FinalConstruct() noexcept {
@@ -78,6 +96,8 @@ HRESULT DesktopReader::Run() noexcept {
     paused_ = false;
     speedChangePending_ = false;
     position_ = 0;
+    // The clock starts at Run, not when the new thread first runs.
+    runTick_ = NowMs();
     thread_.reset(CreateThread(nullptr, 0, ThreadEntry, this, 0, &threadId_));
     if (!thread_) {
         playing_ = false;
@@ -218,17 +238,17 @@ void DesktopReader::ServeFullScreen() noexcept {
 // Positions are recording milliseconds: (tick - t0) * factor, all unsigned 32-bit. A record goes
 // out once the position has passed its time; the end of the file sits at the duration.
 DesktopReader::Ending DesktopReader::PlaybackLoop() noexcept {
-    DWORD t0 = GetTickCount();
+    DWORD t0 = runTick_;
     DWORD factor = speedFactor_;
     DWORD position = position_;
     // Factor 0 holds the position: there is no clock to re-base on.
     const auto rebase = [&] {
         if (factor)
-            t0 = GetTickCount() - position / factor;
+            t0 = NowMs() - position / factor;
     };
     const auto advance = [&] {
         if (factor)
-            position = (GetTickCount() - t0) * factor;
+            position = (NowMs() - t0) * factor;
         position_ = position;
     };
     if (!file_.Seek(lesson::kHeaderSize, File::From::Begin))
@@ -275,8 +295,10 @@ DesktopReader::Ending DesktopReader::PlaybackLoop() noexcept {
                 rebase();
                 advance();
             } else {
+                // Real milliseconds until the position passes the time: the gap is in
+                // recording milliseconds, factor of them to each real one.
                 if (position <= time)
-                    Sleep(std::min<DWORD>(time - position, kSliceMs));
+                    Sleep(std::min<DWORD>((time - position) / factor + 1, kSliceMs));
                 advance();
             }
         }

@@ -83,6 +83,7 @@ class DesktopReader final : public ComObjectRoot, public IDesktopReader {
     std::atomic<DWORD> speedFactor_{1};
     File file_;  // read by the thread while playing; Open and Close end playback first
     UniqueThread thread_;
+    DWORD runTick_ = 0;  // the playback clock's origin, set by Run before the thread starts
     DWORD threadId_ = 0;
     // Set by Run; cleared only by Stop, also when the thread ended by itself.
     std::atomic<bool> playing_{false};

@@ -27,6 +27,7 @@ class DesktopImage {
     static constexpr UINT kFormatBlockSize = packet::kMaxBitmapInfoSize;
     // Save-under size made at every open; it grows for pointers that need more.
     static constexpr UINT kSaveUnderSize = 8448;
+    static constexpr UINT kGrabStripBytes = 128 * 1024;  // largest screen read of one BitBlt
     static constexpr COLORREF kBackground = 0x808000;
 
     DesktopImage() noexcept;

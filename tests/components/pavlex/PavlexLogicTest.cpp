@@ -100,6 +100,49 @@ TEST(TileMap, OneChangedPixelMarksExactlyItsTile) {
     }
 }
 
+// The detector keeps check values per tile row instead of the old pixels: every visible
+// change of one pixel, and two pixels exchanged, must still mark exactly their tile, read in
+// strips as the detector reads them; the unused alpha byte is not a change.
+TEST(TileMap, CheckValuesSeeAChangedOrExchangedPixelButNotTheAlphaByte) {
+    const int width = 1366, height = 770;
+    std::vector<std::uint32_t> before(static_cast<size_t>(width) * height);
+    std::uint32_t seed = 5;
+    for (auto& p : before)
+        p = (seed = seed * 1664525u + 1013904223u) >> 8;
+    const struct {
+        int x, y, x2;  // x2 >= 0: exchange the pixels at x and x2 of row y
+        std::uint32_t value;
+        bool visible;
+    } cases[] = {{0, 0, -1, 1, true},
+                 {1365, 769, -1, 0x800000, true},
+                 {700, 300, 703, 0, true},
+                 {16, 16, 17, 0, true},
+                 {40, 50, -1, 0xFF000000, false}};
+    for (const auto& c : cases) {
+        TileMap map(width, height, 16);
+        std::vector<std::uint32_t> hashes(static_cast<size_t>(height) * map.columns());
+        for (int y = 0; y < height; ++y)
+            map.hashRow(
+                reinterpret_cast<const std::uint8_t*>(&before[static_cast<size_t>(y) * width]),
+                &hashes[static_cast<size_t>(y) * map.columns()]);
+        std::vector<std::uint32_t> after = before;
+        std::uint32_t& p = after[static_cast<size_t>(c.y) * width + c.x];
+        if (c.x2 >= 0)
+            std::swap(p, after[static_cast<size_t>(c.y) * width + c.x2]);
+        else
+            p ^= c.value;
+        for (int top = 0; top < height; top += 32)
+            map.markHashedBand(
+                reinterpret_cast<const std::uint8_t*>(&after[static_cast<size_t>(top) * width]),
+                width * 4, top, 32, hashes.data());
+        EXPECT_EQ(c.visible ? 1 : 0, map.dirtyCount()) << c.x << "," << c.y;
+        EXPECT_EQ(c.visible, map.dirty(c.x / 16, c.y / 16)) << c.x << "," << c.y;
+        map.clear();
+        EXPECT_FALSE(map.markHashedBand(reinterpret_cast<const std::uint8_t*>(&after[0]), width * 4,
+                                        0, 16, hashes.data()));
+    }
+}
+
 TEST(RectMerger, MergesRunsAlongRowsAndEqualRunsBelow) {
     const struct {
         std::vector<const char*> picture;
@@ -166,18 +209,18 @@ TEST(RectMerger, RectanglesStayOnTheScreenWithinTheLimitAndCoverEveryTile) {
 TEST(GrabRate, RegistryValueSetsTheIntervalWithinLimits) {
     const char* path = "Software\\Vantrel\\Pavlex";
     RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
-    EXPECT_EQ(33u, CaptureSession::ReadGrabInterval());
+    EXPECT_EQ(25u, CaptureSession::ReadGrabInterval());
     HKEY key = nullptr;
     ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_WRITE,
                                              nullptr, &key, nullptr));
-    const DWORD cases[][2] = {{5, 200}, {100, 10}, {5000, 10}, {0, 33}};  // rate, interval
+    const DWORD cases[][2] = {{5, 200}, {100, 10}, {5000, 10}, {0, 25}};  // rate, interval
     for (const auto& c : cases) {
         RegSetValueExA(key, "GrabsPerSecond", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&c[0]),
                        sizeof c[0]);
         EXPECT_EQ(c[1], CaptureSession::ReadGrabInterval()) << c[0];
     }
     RegSetValueExA(key, "GrabsPerSecond", 0, REG_SZ, reinterpret_cast<const BYTE*>("5"), 2);
-    EXPECT_EQ(33u, CaptureSession::ReadGrabInterval());
+    EXPECT_EQ(25u, CaptureSession::ReadGrabInterval());
     RegCloseKey(key);
     RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
 }

@@ -10,6 +10,8 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
 #include <thread>
@@ -48,13 +50,15 @@ Bytes RandomBytes(std::size_t cb, unsigned seed) {
     return v;
 }
 
-enum class Content { Text, Photo, Photo565 };
+enum class Content { Text, Photo, Photo565, TextAndPhoto565 };
 
 // A frame payload as the encoder hands it over: a BITMAPINFOHEADER (and masks for 5-6-5), then
-// the 16-bit rows of one band. Text is anti-aliased glyphs on white,
-// few colours; a photograph is noisy waves, many colours (what the pixel filter is for).
+// the 16-bit rows of one band. Text is anti-aliased glyphs on white, few colours (what the
+// palette is for); a photograph is noisy waves, many colours (what the delta filter is for);
+// text beside a photograph strip a sixth of the width takes the palette with escapes.
+// The first three are also what the blocks of the deflate format in v1/ were made from.
 Bytes MakePayload(Content content, int width, int rows, unsigned seed) {
-    const bool is565 = content == Content::Photo565;
+    const bool is565 = content == Content::Photo565 || content == Content::TextAndPhoto565;
     BITMAPINFOHEADER h{};
     h.biSize = sizeof h;
     h.biBitCount = 16;
@@ -73,7 +77,9 @@ Bytes MakePayload(Content content, int width, int rows, unsigned seed) {
     for (int y = 0; y < rows; ++y) {
         for (int x = 0; x < width; ++x) {
             unsigned p;
-            if (content == Content::Text) {
+            const bool text =
+                content == Content::Text || (content == Content::TextAndPhoto565 && x % 240 >= 40);
+            if (text) {
                 const int glyph = ((x / 8) * 7 + (y / 15) * 13) % 64;
                 const bool cell = y % 15 < 14 && (x / 8) % 9 != 8;
                 const unsigned grey =
@@ -177,10 +183,15 @@ class Codec : public testing::Test {
 class CodecMode : public Codec, public testing::WithParamInterface<ULONG> {};
 
 TEST_P(CodecMode, ScreenAndRandomPayloadsRoundTrip) {
-    for (Content content : {Content::Text, Content::Photo, Content::Photo565}) {
+    // Each content must take its transform (header byte 6), or its paths go untested: the
+    // palette (3, 4) for text with or without escapes, the delta filter (1, 2) for photographs.
+    const std::pair<Content, std::uint8_t> cases[] = {{Content::Text, 3},
+                                                      {Content::TextAndPhoto565, 4},
+                                                      {Content::Photo, 1},
+                                                      {Content::Photo565, 2}};
+    for (const auto& [content, filter] : cases) {
         const Bytes block = ExpectRoundTrip(MakePayload(content, 1024, 75, 3), GetParam());
-        // Photographs must take the filter (header byte 6), or its paths go untested.
-        EXPECT_EQ(content != Content::Text, block.size() > 6 && block[6] != 0);
+        EXPECT_EQ(filter, block.size() > 6 ? block[6] : 0);
     }
     ExpectRoundTrip(RandomBytes(37000, 11), GetParam());  // stored
 }
@@ -235,10 +246,11 @@ TEST_F(Codec, CapacitiesAreNeverExceeded) {
 }
 
 TEST_F(Codec, DamagedTruncatedAndForeignBlocksAreRefused) {
-    // A filtered deflate block, a plain deflate block and a stored block.
-    const Bytes originals[] = {MakePayload(Content::Photo, 640, 60, 8),
-                               MakePayload(Content::Text, 512, 60, 8), RandomBytes(700, 8)};
-    for (int i = 0; i < 3; ++i) {
+    // A delta-filtered block, a palette block, one with escapes, a stored block.
+    const Bytes originals[] = {
+        MakePayload(Content::Photo, 640, 60, 8), MakePayload(Content::Text, 512, 60, 8),
+        MakePayload(Content::TextAndPhoto565, 480, 40, 8), RandomBytes(700, 8)};
+    for (int i = 0; i < 4; ++i) {
         const Bytes& original = originals[i];
         Bytes block;
         ASSERT_EQ(S_OK, Compress(original, i == 0 ? 1 : 2, kPacketCapacity, &block));
@@ -318,6 +330,35 @@ TEST_F(Codec, LevelsArePerModeAndPerObject) {
                                               IID_IScreenCodec, other.PutVoid()));
     ASSERT_EQ(S_OK, other->GetLevel(2, &level));
     EXPECT_EQ(fast, level);
+}
+
+// Lesson files keep the blocks of the earlier deflate format (version 1): each restores to the
+// payload it was made from, and damage to it is still refused.
+TEST_F(Codec, BlocksOfTheDeflateFormatStillDecode) {
+    const struct {
+        const char* file;
+        Bytes original;
+    } cases[] = {{"text-mode2.vsc1", MakePayload(Content::Text, 256, 30, 7)},
+                 {"photo-mode1.vsc1", MakePayload(Content::Photo, 320, 24, 7)},
+                 {"photo565-mode2.vsc1", MakePayload(Content::Photo565, 160, 20, 8)},
+                 {"stored.vsc1", RandomBytes(300, 5)}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        std::ifstream in(std::string(VANTREL_CODEC_V1_DIR "\\") + c.file, std::ios::binary);
+        const Bytes block((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        ASSERT_GT(block.size(), 28u);
+        EXPECT_EQ(1, block[4]);  // the old version
+        Bytes restored;
+        EXPECT_EQ(S_OK, Decompress(block, kBufferSize, &restored));
+        EXPECT_TRUE(restored == c.original);
+        EXPECT_EQ(S_OK, codec_->CheckBlock(block.data(), Size(block)));
+        for (std::size_t bit = 0; bit < 8 * block.size(); bit += 8 * 28 + 13) {
+            Bytes damaged = block;
+            damaged[bit / 8] ^= static_cast<std::uint8_t>(1u << (bit % 8));
+            ExpectRefused(damaged, "bit " + std::to_string(bit), &c.original);
+        }
+        ExpectRefused(Bytes(block.begin(), block.end() - 1), "cut");
+    }
 }
 
 // Vantrel's callers reach Compress and Decompress by their vtable position, not by name.
