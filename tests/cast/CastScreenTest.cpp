@@ -106,8 +106,10 @@ TEST_F(CastScreenTest, AStudentProcessSeesTheTeachersScreen) {
     EXPECT_EQ(0u, teacher.Finish());
     receiver_->Stop();
     EXPECT_EQ(S_OK, receiver_->UnregisterDataTransmitter(renderSink.Get()));
-    for (const auto& a : sink_->Arrivals())
+    for (const auto& a : sink_->Arrivals()) {
         ASSERT_TRUE(a.IsFrame() || a.IsCursor()) << "a packet came damaged";
+        ASSERT_EQ(THREAD_PRIORITY_ABOVE_NORMAL, a.priority) << "the receiver's thread";
+    }
 }
 
 // Without correction datagrams the relay's losses cost whole packets, and its duplicates let

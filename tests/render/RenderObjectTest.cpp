@@ -515,6 +515,54 @@ TEST_F(RenderTest, CursorMoveModesDecideWhoMovesTheDrawnPointer) {
     EXPECT_TRUE(pointerAt(400, 400));
 }
 
+// An 8-bit stream brings a palette with every band: the decoding thread replaces it while this
+// thread paints, and neither waits for the other for long.
+TEST_F(RenderTest, PaletteStreamPaintsWhileAnotherThreadDecodes) {
+    ASSERT_EQ(S_OK, render_->SetParentWindow(host_.Handle()));
+    ASSERT_EQ(S_OK, render_->SetWindowPosition(0, 0, 256, 128));
+    ASSERT_EQ(S_OK, render_->SetVisible(TRUE));
+    ShowWindow(host_.Handle(), SW_SHOWNOACTIVATE);
+    SyntheticDesktop desk(codec_.Get(), 256, 128, 9, 8);
+    ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
+    struct Sender {
+        SyntheticDesktop* desk;
+        volatile LONG stop;
+        static unsigned __stdcall Run(void* p) {
+            auto* self = static_cast<Sender*>(p);
+            while (!self->stop)
+                for (LONG top = 0; top < 128; top += 32)
+                    self->desk->Send({0, top, 256, top + 32});
+            return 0;
+        }
+    } sender{&desk, 0};
+    const UniqueHandle worker(
+        reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, Sender::Run, &sender, 0, nullptr)));
+    ASSERT_TRUE(worker);
+    const DWORD start = GetTickCount();
+    int paints = 0;
+    // One message at a time: the stream keeps the window invalid, so a queue is never empty.
+    while (GetTickCount() - start < 500) {
+        InvalidateRect(RenderWindow(), nullptr, FALSE);
+        UpdateWindow(RenderWindow());
+        MSG msg;
+        if (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
+            DispatchMessageA(&msg);
+        ++paints;
+    }
+    InterlockedExchange(&sender.stop, 1);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(worker.get(), kPatience));
+    desk.Unregister(transmitter_.Get());
+    EXPECT_GT(paints, 5);
+    long w = 0, h = 0, bpp = 0;
+    ASSERT_EQ(S_OK, render_->GetDesktopInfomation(&w, &h, &bpp));
+    EXPECT_EQ(8, bpp);
+    const std::vector<BYTE> picture = Picture(render_.Get());
+    ASSERT_EQ(40u + 1024u + 256u * 128u, picture.size());  // header, colour table, rows
+    EXPECT_EQ(desk.Rows({0, 0, 256, 128}),
+              std::vector<BYTE>(picture.begin() + 1064, picture.end()));
+    render_->SetParentWindow(nullptr);
+}
+
 // The apartment's own thread keeps pumping while another thread lets go of the render, as a
 // source's worker does after Unregister.
 TEST_F(RenderTest, ReleasedOnAnotherThreadTheWindowClosesOnItsOwnThread) {

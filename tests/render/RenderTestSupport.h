@@ -75,9 +75,13 @@ class HostWindow {
 // to a recording sink, whose packets a test may alter).
 class SyntheticDesktop {
   public:
-    SyntheticDesktop(IScreenCodec* codec, int width, int height, uint32_t seed)
+    // bpp 16 (5-5-5) or 8 (a grey colour table).
+    SyntheticDesktop(IScreenCodec* codec, int width, int height, uint32_t seed, int bpp = 16)
         : encoder_(image_, sinks_) {
-        image_.CreateFromBitmapInfo(AsBmi(Bmi(width, height, 16)));
+        std::vector<DWORD> greys;
+        for (DWORD i = 0; bpp == 8 && i < 256; ++i)
+            greys.push_back(i * 0x010101);
+        image_.CreateFromBitmapInfo(AsBmi(Bmi(width, height, bpp, BI_RGB, greys)));
         Paint(seed);
         encoder_.SetCodec(codec);
         sinks_.RegisterDataTransmitter(&recorder);
@@ -86,9 +90,11 @@ class SyntheticDesktop {
     void Paint(uint32_t seed) {
         RECT whole;
         image_.GetScreenRect(&whole);
-        std::vector<uint16_t> px(static_cast<size_t>(whole.right) * whole.bottom);
+        std::vector<BYTE> px(image_.GetRectBytes(&whole));
         for (auto& p : px)
-            p = static_cast<uint16_t>(((seed = seed * 1664525u + 1013904223u) >> 16) & 0x7FFF);
+            p = static_cast<BYTE>((seed = seed * 1664525u + 1013904223u) >> 16);
+        for (size_t i = 1; image_.GetBitsPixel() == 16 && i < px.size(); i += 2)
+            px[i] &= 0x7F;  // 5-5-5: the top bit stays clear
         image_.PutRows(&whole, px.data());
     }
     HRESULT Register(IDataTransmitter* sink) { return sinks_.RegisterDataTransmitter(sink); }

@@ -229,12 +229,14 @@ void RenderWindow::RestartIdleTimer() noexcept {
 void RenderWindow::Paint() noexcept {
     const HWND hwnd = Handle();
     PaintDc dc(hwnd);
+    // The view first: the decoding thread may hold the owner's locks while it replaces the
+    // palette under paintLock_.
+    const DesktopRenderBase::View v = owner_->GetView();
     std::lock_guard<CriticalSection> guard(paintLock_);
     RECT clip;
     const int kind = GetClipBox(dc.get(), &clip);
     if (kind == NULLREGION || kind == ERROR)
         return;
-    const DesktopRenderBase::View v = owner_->GetView();
     if (!IsRectEmpty(&v.destination) && !IntersectRect(&clip, &clip, &v.destination))
         return;
     const RECT S = view::OrDefault(v.source, v.imageRect);

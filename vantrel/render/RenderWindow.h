@@ -1,5 +1,5 @@
 // RenderWindow: the one window of the library. It shows the DesktopImage of its owner (a
-// DesktopRenderBase) inside a window the host supplies: paints the visible part 1:1 or
+// DesktopRenderBase) inside a window the host supplies: paints what is visible 1:1 or
 // stretched, fills the margins with the background colour, turns the mouse and the scroll bars
 // into calls on the owner, shows the owner's cursor shape, runs the idle timer, copies input to
 // the owner's message-drain window and posts the owner's notifications. Where the visible part
