@@ -8,6 +8,7 @@
 #include <string>
 
 #include "CaptureStep.h"
+#include "IpcStep.h"
 
 namespace vantrel::host {
 
@@ -47,6 +48,7 @@ int Demo::Run() noexcept {
         // wires them.
         std::vector<std::unique_ptr<DemoStep>> steps;
         steps.push_back(std::make_unique<CaptureStep>());
+        steps.push_back(std::make_unique<IpcStep>());
 
         for (const auto& step : steps) {
             std::fprintf(out_, "%s\n", step->Name());

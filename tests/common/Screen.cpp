@@ -161,4 +161,20 @@ bool NoiseBox::WaitForScreen(bool shown, DWORD pollMs) {
         kPatience, pollMs);
 }
 
+NotifyWindow::NotifyWindow(UINT message) {
+    window_.On(message, [this](WPARAM wParam, LPARAM lParam) -> std::optional<LRESULT> {
+        notes_.push_back(Note{wParam, lParam, GetTickCount()});
+        return 0;
+    });
+    static const WindowClassInfo kClass{"VantrelTestNotifyWindow", 0};
+    window_.Create(kClass, 0, "", 0, 0, 0, 0, 0, HWND_MESSAGE);
+}
+
+int NotifyWindow::Count(WPARAM code, LPARAM param) const noexcept {
+    int n = 0;
+    for (const Note& note : notes_)
+        n += note.wParam == code && note.lParam == param;
+    return n;
+}
+
 }  // namespace vantrel::test

@@ -93,4 +93,29 @@ class NoiseBox {
     PaintedWindow window_;
 };
 
+// A message-only window of the calling thread that keeps every `message` it is posted (a
+// notification target for the objects under test), with the tick of its arrival; the thread
+// must pump (WaitUntil does).
+class NotifyWindow {
+  public:
+    struct Note {
+        WPARAM wParam;
+        LPARAM lParam;
+        DWORD tick;
+    };
+
+    explicit NotifyWindow(UINT message);
+
+    HWND Handle() const noexcept { return window_.Handle(); }
+    const std::vector<Note>& Notes() const noexcept { return notes_; }
+    // Notes with this code in wParam and this parameter in lParam.
+    int Count(WPARAM code, LPARAM param) const noexcept;
+    void Clear() noexcept { notes_.clear(); }
+    void Destroy() noexcept { window_.Destroy(); }
+
+  private:
+    std::vector<Note> notes_;
+    Window window_;
+};
+
 }  // namespace vantrel::test

@@ -174,8 +174,17 @@ int Render(int id, const std::string& statusName) {
             return 52;
         render->SetNotifyWindow(notify.get(), kNotifyMessage, 42);
         render->SetSessionId(id);
+        // The render window fills a stage that is never activated: an active window takes
+        // seconds to go away and holds up the windows of the tests that follow.
         const RECT& at = status->windowRect;
-        render->SetWindowPosition(at.left, at.top, at.right, at.bottom);
+        UniqueHwnd stage(CreateWindowExA(
+            WS_EX_TOPMOST | WS_EX_NOACTIVATE, wc.lpszClassName, "", WS_POPUP, at.left, at.top,
+            at.right - at.left, at.bottom - at.top, nullptr, nullptr, wc.hInstance, nullptr));
+        if (!stage)
+            return 55;
+        ShowWindow(stage.get(), SW_SHOWNOACTIVATE);
+        render->SetParentWindow(stage.get());
+        render->SetWindowPosition(0, 0, at.right - at.left, at.bottom - at.top);
         render->SetVisible(TRUE);
         if (render->Run() != S_OK)
             return 53;
@@ -207,6 +216,8 @@ int Render(int id, const std::string& statusName) {
             status->pictureBytes = static_cast<LONG>(size - info);
         }
         rc = render->Stop() == S_OK ? 0 : 54;
+        render->SetVisible(FALSE);
+        render->SetParentWindow(nullptr);  // before the stage takes its children along
     }
     CoUninitialize();
     return rc;

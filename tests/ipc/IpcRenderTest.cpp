@@ -12,30 +12,11 @@ namespace {
 constexpr UINT kNotify = WM_APP + 3;
 
 // A window that counts the render notifications by code.
-class NotifySink {
+class NotifySink : public NotifyWindow {
   public:
-    NotifySink() {
-        WNDCLASSA wc{};
-        wc.lpfnWndProc = Proc;
-        wc.hInstance = GetModuleHandleA(nullptr);
-        wc.lpszClassName = "IpcRenderTestNotify";
-        RegisterClassA(&wc);
-        window_.reset(CreateWindowExA(0, wc.lpszClassName, "", WS_POPUP, 0, 0, 0, 0, nullptr,
-                                      nullptr, wc.hInstance, nullptr));
-        SetWindowLongPtrA(window_.get(), GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
-    }
-    HWND Get() const { return window_.get(); }
-    int Count(WPARAM code) const { return counts_[code < 8 ? code : 0]; }
-
-  private:
-    static LRESULT CALLBACK Proc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
-        auto* self = reinterpret_cast<NotifySink*>(GetWindowLongPtrA(hwnd, GWLP_USERDATA));
-        if (self && msg == kNotify && lp == 99)
-            ++self->counts_[wp < 8 ? wp : 0];
-        return DefWindowProcA(hwnd, msg, wp, lp);
-    }
-    UniqueHwnd window_;
-    int counts_[8] = {};
+    NotifySink() : NotifyWindow(kNotify) {}
+    HWND Get() const { return Handle(); }
+    int Count(WPARAM code) const { return NotifyWindow::Count(code, 99); }
 };
 
 class IpcRender : public IpcServerTest {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "common/Screen.h"
 #include "lesson/LessonFormat.h"
 #include "wincom/UniqueHandle.h"
 
@@ -107,47 +108,12 @@ inline uint32_t TimeOf(const Bytes& record) {
     return lesson::LoadU32(record.data() + 8);
 }
 
-// A message-only window of the calling thread that keeps every message it is posted, with the
-// tick of its arrival; the thread must pump (WaitUntil does).
-class NotifySink {
+// The notification target of the recorder and reader tests.
+class NotifySink : public NotifyWindow {
   public:
     static constexpr UINT kMessage = WM_APP + 11;
-    struct Note {
-        WPARAM wParam;
-        LPARAM lParam;
-        DWORD tick;
-    };
-
-    NotifySink() {
-        WNDCLASSA wc{};
-        wc.lpfnWndProc = Proc;
-        wc.hInstance = GetModuleHandleA(nullptr);
-        wc.lpszClassName = "VantrelLessonNotify";
-        RegisterClassA(&wc);
-        window_.reset(CreateWindowExA(0, wc.lpszClassName, "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
-                                      wc.hInstance, this));
-    }
-    HWND Window() const { return window_.get(); }
-    const std::vector<Note>& Notes() const { return notes_; }
-    void Clear() { notes_.clear(); }
-    void Destroy() { window_.reset(); }
-
-  private:
-    static LRESULT CALLBACK Proc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
-        if (msg == WM_NCCREATE)
-            SetWindowLongPtrA(
-                hwnd, GWLP_USERDATA,
-                reinterpret_cast<LONG_PTR>(reinterpret_cast<CREATESTRUCTA*>(lp)->lpCreateParams));
-        auto* self = reinterpret_cast<NotifySink*>(GetWindowLongPtrA(hwnd, GWLP_USERDATA));
-        if (msg == kMessage && self) {
-            self->notes_.push_back(Note{wp, lp, GetTickCount()});
-            return 0;
-        }
-        return DefWindowProcA(hwnd, msg, wp, lp);
-    }
-
-    std::vector<Note> notes_;
-    UniqueHwnd window_;
+    NotifySink() : NotifyWindow(kMessage) {}
+    HWND Window() const { return Handle(); }
 };
 
 }  // namespace vantrel::test
