@@ -16,6 +16,7 @@
 #include "common/Animation.h"
 #include "common/BenchClock.h"
 #include "Vantrel.h"
+#include "wincom/ChildProcess.h"
 #include "wincom/ComPtr.h"
 #include "wincom/CriticalSection.h"
 #include "wincom/KernelObjects.h"
@@ -69,13 +70,6 @@ class CountingSink final : public IDataTransmitter {
     ULONGLONG packets_ = 0, bytes_ = 0;
 };
 
-std::string PeerPath() {
-    char path[MAX_PATH];
-    GetModuleFileNameA(nullptr, path, MAX_PATH);
-    std::string p(path);
-    return p.substr(0, p.find_last_of('\\') + 1) + "cast_peer.exe";
-}
-
 struct Row {
     int students = 0;
     double cpuPerSecond = 0, mibPerSecond = 0, packetsPerSecond = 0, cpuPerMib = 0;
@@ -95,22 +89,15 @@ Row RunClass(int students) {
     if (!stop || !ready)
         return row;
 
-    std::vector<UniqueHandle> peers;
-    for (int i = 0; i < students; ++i) {
-        std::string cmd = "\"" + PeerPath() + "\" student " + group + " " + std::to_string(port) +
-                          " VantrelCastBenchStop" + tag + " " + readyName;
-        STARTUPINFOA si{};
-        si.cb = sizeof si;
-        PROCESS_INFORMATION pi{};
-        if (!CreateProcessA(nullptr, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si,
-                            &pi))
+    std::vector<ChildProcess> peers(students);
+    for (auto& peer : peers)
+        if (!peer.Start("cast_peer.exe", "student " + group + " " + std::to_string(port) +
+                                             " VantrelCastBenchStop" + tag + " " + readyName))
             break;
-        CloseHandle(pi.hThread);
-        peers.emplace_back(pi.hProcess);
-    }
-    int joined = 0;
-    while (joined < static_cast<int>(peers.size()) &&
-           WaitForSingleObject(ready.get(), 120000) == WAIT_OBJECT_0)
+    int started = 0, joined = 0;
+    while (started < students && peers[started].Started())
+        ++started;
+    while (joined < started && WaitForSingleObject(ready.get(), 120000) == WAIT_OBJECT_0)
         ++joined;
 
     ComPtr<IDesktopCapture> capture;
@@ -165,17 +152,14 @@ Row RunClass(int students) {
         SetEvent(stop.get());
         double total = 0;
         for (auto& p : peers) {
-            DWORD code = 0;
-            if (WaitForSingleObject(p.get(), 60000) == WAIT_OBJECT_0)
-                GetExitCodeProcess(p.get(), &code);
-            total += code;
+            const DWORD code = p.Wait(60000);
+            total += code == ChildProcess::kNoExitCode ? 0 : code;
         }
         row.received = packets1 ? total / students / static_cast<double>(packets1) : 0;
     }
     SetEvent(stop.get());
     for (auto& p : peers)
-        if (WaitForSingleObject(p.get(), 30000) != WAIT_OBJECT_0)
-            TerminateProcess(p.get(), 1);
+        p.Finish(30000);
     return row;
 }
 

@@ -15,6 +15,7 @@
 #include "Vantrel.h"
 #include "cast/Fragment.h"
 #include "common/FakeSink.h"
+#include "wincom/ChildProcess.h"
 #include "wincom/ComPtr.h"
 #include "wincom/CriticalSection.h"
 #include "wincom/KernelObjects.h"
@@ -160,54 +161,23 @@ bool WaitFor(F done, DWORD timeoutMs = 10000) {
     return true;
 }
 
-// cast_peer.exe beside this test program, started with args; null handle on failure.
-inline UniqueHandle StartPeer(const std::string& args) {
-    char path[MAX_PATH];
-    GetModuleFileNameA(nullptr, path, MAX_PATH);
-    std::string exe(path);
-    exe = exe.substr(0, exe.find_last_of('\\') + 1) + "cast_peer.exe";
-    std::string cmd = "\"" + exe + "\" " + args;
-    STARTUPINFOA si{};
-    si.cb = sizeof si;
-    PROCESS_INFORMATION pi{};
-    if (!CreateProcessA(nullptr, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi))
-        return UniqueHandle();
-    CloseHandle(pi.hThread);
-    return UniqueHandle(pi.hProcess);
-}
-
 // The teacher in a second process: its DesktopCapture feeds its DesktopCaster on the session
 // until Finish (or the end of the object).
 class TeacherProcess {
   public:
     TeacherProcess(Session& s, int fec) {
-        static LONG counter = 0;
-        const std::string stop = "VantrelCastStop" + std::to_string(GetCurrentProcessId()) + "_" +
-                                 std::to_string(InterlockedIncrement(&counter));
-        stop_ = CreateNamedEvent(stop.c_str(), true, false);
-        if (stop_)
-            process_ = StartPeer("teacher " + s.group + " " + std::to_string(s.port) + " " +
-                                 std::to_string(fec) + " " + stop);
+        const std::string stop = UniqueObjectName("VantrelCastStop");
+        process_.Start("cast_peer.exe",
+                       "teacher " + s.group + " " + std::to_string(s.port) + " " +
+                           std::to_string(fec) + " " + stop,
+                       CreateNamedEvent(stop.c_str(), true, false));
     }
-    ~TeacherProcess() { Finish(); }
-    bool Started() const { return static_cast<bool>(process_); }
+    bool Started() const { return process_.Started(); }
     // Stops the teacher; its exit code (0 when it ran and stopped well), or 0xFFFFFFFF.
-    DWORD Finish() {
-        if (!process_)
-            return 0xFFFFFFFF;
-        SetEvent(stop_.get());
-        DWORD code = 0xFFFFFFFF;
-        if (WaitForSingleObject(process_.get(), 30000) == WAIT_OBJECT_0)
-            GetExitCodeProcess(process_.get(), &code);
-        else
-            TerminateProcess(process_.get(), 1);
-        process_.reset();
-        return code;
-    }
+    DWORD Finish() { return process_.Finish(30000); }
 
   private:
-    UniqueEvent stop_;
-    UniqueHandle process_;
+    ChildProcess process_;
 };
 
 // Deterministic bytes for packets.

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "common/Screen.h"
+#include "wincom/ChildProcess.h"
 #include "wincom/KernelObjects.h"
 #include "wincom/UniqueHandle.h"
 
@@ -17,31 +18,11 @@ using namespace vantrel;
 
 namespace {
 
-std::string PeerPath() {
-    char path[MAX_PATH];
-    GetModuleFileNameA(nullptr, path, MAX_PATH);
-    std::string p(path);
-    return p.substr(0, p.find_last_of('\\') + 1) + "harness_peer.exe";
-}
-
-// Starts the peer with args; returns its process handle (null on failure).
-UniqueHandle StartPeer(const std::string& args) {
-    std::string cmd = "\"" + PeerPath() + "\" " + args;
-    STARTUPINFOA si{};
-    si.cb = sizeof si;
-    PROCESS_INFORMATION pi{};
-    if (!CreateProcessA(nullptr, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi))
-        return UniqueHandle();
-    CloseHandle(pi.hThread);
-    return UniqueHandle(pi.hProcess);
-}
-
-DWORD WaitExit(HANDLE process) {
-    if (WaitForSingleObject(process, 20000) != WAIT_OBJECT_0)
-        return 0xFFFFFFFF;
-    DWORD code = 0;
-    GetExitCodeProcess(process, &code);
-    return code;
+// Starts the peer with args.
+ChildProcess StartPeer(const std::string& args) {
+    ChildProcess peer;
+    peer.Start("harness_peer.exe", args);
+    return peer;
 }
 
 COLORREF ScreenPixel(int x, int y) {
@@ -97,9 +78,9 @@ TEST(Network, MulticastDatagramCrossesProcesses) {
     DWORD timeout = 5000;
     setsockopt(s, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&timeout), sizeof timeout);
 
-    UniqueHandle peer =
+    ChildProcess peer =
         StartPeer("mcast-send 239.255.42.7 " + std::to_string(port) + " hello-class");
-    ASSERT_TRUE(peer);
+    ASSERT_TRUE(peer.Started());
     char buf[64] = {};
     sockaddr_in from{};
     int fromLen = sizeof from;
@@ -107,7 +88,7 @@ TEST(Network, MulticastDatagramCrossesProcesses) {
     ASSERT_GT(n, 0) << "WSA error " << WSAGetLastError();
     EXPECT_STREQ("hello-class", buf);
     EXPECT_EQ(inet_addr("127.0.0.1"), from.sin_addr.s_addr);
-    EXPECT_EQ(0u, WaitExit(peer.get()));
+    EXPECT_EQ(0u, peer.Wait(20000));
     closesocket(s);
     WSACleanup();
 }
@@ -129,11 +110,11 @@ TEST(NamedObjects, GlobalSectionAndEventReachSecondProcess) {
     EXPECT_TRUE(again);
     EXPECT_TRUE(existed);
 
-    UniqueHandle peer = StartPeer("ipc-reply " + name);
-    ASSERT_TRUE(peer);
+    ChildProcess peer = StartPeer("ipc-reply " + name);
+    ASSERT_TRUE(peer.Started());
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(done.get(), 20000));
     EXPECT_STREQ("teacher seen", static_cast<const char*>(view.get()));
-    EXPECT_EQ(0u, WaitExit(peer.get()));
+    EXPECT_EQ(0u, peer.Wait(20000));
 }
 
 TEST(NamedObjects, OpeningMissingObjectsFails) {

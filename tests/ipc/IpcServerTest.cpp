@@ -239,8 +239,8 @@ TEST_F(IpcServer, RefusedPacketsChangeNothing) {
 // A mute viewer (its own process) costs the pass the time-out; the viewers around it are still
 // served, in ascending id. Releasing the server mid-pass waits for the pass to end.
 TEST_F(IpcServer, MuteViewerDelaysThePassAndOthersAreServedInOrder) {
-    UniqueHandle mute = StartProgram("ipc_peer.exe", "mute 2 30000");
-    ASSERT_TRUE(mute);
+    ChildProcess mute;
+    ASSERT_TRUE(mute.Start("ipc_peer.exe", "mute 2 30000"));
     ASSERT_TRUE(
         WaitUntil([] { return static_cast<bool>(TryOpenNamedEvent("Global\\StudentComplete2")); }));
     InProcessViewer first(1, &log_, &logLock_), third(3, &log_, &logLock_);
@@ -263,7 +263,7 @@ TEST_F(IpcServer, MuteViewerDelaysThePassAndOthersAreServedInOrder) {
     sink_.Reset();
     EXPECT_GE(GetTickCount() - start, 3000u);
     EXPECT_EQ(2u, VisitsOf(3)) << "the pass ran to its end before the object went";
-    TerminateProcess(mute.get(), 0);
+    mute.Finish(0);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "common/ScreenTestSupport.h"
 #include "stream/SinkTable.h"
 #include "stream/StreamEncoder.h"
+#include "wincom/ChildProcess.h"
 #include "wincom/KernelObjects.h"
 
 namespace vantrel::test {
@@ -180,32 +181,6 @@ class PacketSource {
     StreamEncoder encoder_;
 };
 
-inline std::string ProgramPath(const char* exe) {
-    char path[MAX_PATH];
-    GetModuleFileNameA(nullptr, path, MAX_PATH);
-    std::string p(path);
-    return p.substr(0, p.find_last_of('\\') + 1) + exe;
-}
-
-inline UniqueHandle StartProgram(const char* exe, const std::string& args) {
-    std::string cmd = "\"" + ProgramPath(exe) + "\" " + args;
-    STARTUPINFOA si{};
-    si.cb = sizeof si;
-    PROCESS_INFORMATION pi{};
-    if (!CreateProcessA(nullptr, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi))
-        return UniqueHandle();
-    CloseHandle(pi.hThread);
-    return UniqueHandle(pi.hProcess);
-}
-
-inline DWORD WaitExit(HANDLE process, DWORD ms = 30000) {
-    if (WaitForSingleObject(process, ms) != WAIT_OBJECT_0)
-        return 0xFFFFFFFF;
-    DWORD code = 0;
-    GetExitCodeProcess(process, &code);
-    return code;
-}
-
 // An ipc_peer viewer in its own process, and what it reports.
 class PeerViewer {
   public:
@@ -215,28 +190,15 @@ class PeerViewer {
         section_ = CreateNamedSection(name_.c_str(), kPeerStatusSize);
         view_ = MapWholeSection(section_.get());
         static_cast<PeerStatus*>(view_.get())->windowRect = window;
-        quit_ = CreateNamedEvent((name_ + ".Quit").c_str(), true, false);
-        process_ = StartProgram("ipc_peer.exe",
-                                std::string(mode) + " " + std::to_string(id) + " " + name_);
-    }
-    ~PeerViewer() {
-        if (process_) {
-            SetEvent(quit_.get());
-            if (WaitForSingleObject(process_.get(), 10000) != WAIT_OBJECT_0)
-                TerminateProcess(process_.get(), 9);
-        }
+        process_.Start("ipc_peer.exe", std::string(mode) + " " + std::to_string(id) + " " + name_,
+                       CreateNamedEvent((name_ + ".Quit").c_str(), true, false));
     }
     const PeerStatus& Status() const { return *static_cast<const PeerStatus*>(view_.get()); }
     bool WaitReady() {
         return WaitUntil([&] { return Status().ready != 0; });
     }
     // Ends the peer; its exit code.
-    DWORD Quit() {
-        SetEvent(quit_.get());
-        const DWORD code = WaitExit(process_.get());
-        process_.reset();
-        return code;
-    }
+    DWORD Quit() { return process_.Finish(30000); }
     std::vector<BYTE> Picture() const {
         const BYTE* p = static_cast<const BYTE*>(view_.get()) + kPeerPictureOffset;
         return std::vector<BYTE>(p, p + Status().pictureBytes);
@@ -246,8 +208,7 @@ class PeerViewer {
     std::string name_;
     UniqueMapping section_;
     UniqueViewOfFile view_;
-    UniqueEvent quit_;
-    UniqueHandle process_;
+    ChildProcess process_;
 };
 
 // COM, a codec, and a DesktopIPCServer made by its class object.

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "Vantrel.h"
+#include "wincom/ChildProcess.h"
 
 namespace vantrel::test {
 
@@ -63,10 +64,7 @@ struct VantrelDll {
 inline const VantrelDll& Dll() {
     static const VantrelDll dll = [] {
         VantrelDll d;
-        char exe[MAX_PATH];
-        GetModuleFileNameA(nullptr, exe, MAX_PATH);
-        d.path = exe;
-        d.path = d.path.substr(0, d.path.find_last_of('\\') + 1) + "Vantrel.dll";
+        d.path = ProgramBeside("Vantrel.dll");
         d.module = LoadLibraryA(d.path.c_str());
         auto bind = [&](auto& function, const char* name) {
             function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <string>
 
+#include "wincom/ChildProcess.h"
 #include "wincom/KernelObjects.h"
 #include "wincom/UniqueHandle.h"
 
@@ -23,59 +24,34 @@ class RelayProcess {
   public:
     // from and to: "239.255.a.b:port", different ports.
     RelayProcess(const std::string& from, const std::string& to, const RelayRates& rates) {
-        static LONG counter = 0;
-        const std::string tag = std::to_string(GetCurrentProcessId()) + "_" +
-                                std::to_string(InterlockedIncrement(&counter));
-        const std::string stop = "VantrelRelayStop" + tag, ready = "VantrelRelayReady" + tag;
-        stop_ = CreateNamedEvent(stop.c_str(), true, false);
+        const std::string stop = UniqueObjectName("VantrelRelayStop");
+        const std::string ready = UniqueObjectName("VantrelRelayReady");
         UniqueEvent readyEvent = CreateNamedEvent(ready.c_str(), true, false);
-        if (!stop_ || !readyEvent)
+        if (!readyEvent)
             return;
-        char path[MAX_PATH];
-        GetModuleFileNameA(nullptr, path, MAX_PATH);
-        std::string exe(path);
-        exe = exe.substr(0, exe.find_last_of('\\') + 1) + "vantrel_relay.exe";
         char rateText[128];
         std::snprintf(rateText, sizeof rateText, " --loss %g --dup %g --reorder %g --seed %u",
                       rates.lossPercent, rates.dupPercent, rates.reorderPercent, rates.seed);
-        std::string cmd = "\"" + exe + "\" --from " + from + " --to " + to + rateText + " --stop " +
-                          stop + " --ready " + ready;
-        STARTUPINFOA si{};
-        si.cb = sizeof si;
-        PROCESS_INFORMATION pi{};
-        if (!CreateProcessA(nullptr, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si,
-                            &pi))
+        if (!process_.Start("vantrel_relay.exe",
+                            "--from " + from + " --to " + to + rateText + " --stop " + stop +
+                                " --ready " + ready,
+                            CreateNamedEvent(stop.c_str(), true, false)))
             return;
-        CloseHandle(pi.hThread);
-        process_.reset(pi.hProcess);
-        const HANDLE waits[] = {readyEvent.get(), process_.get()};
+        const HANDLE waits[] = {readyEvent.get(), process_.Handle()};
         if (WaitForMultipleObjects(2, waits, FALSE, 10000) != WAIT_OBJECT_0)
             Finish();
     }
     RelayProcess(const RelayProcess&) = delete;
     RelayProcess& operator=(const RelayProcess&) = delete;
-    ~RelayProcess() { Finish(); }
 
     // True once the relay has joined its group and is forwarding.
-    bool Started() const { return static_cast<bool>(process_); }
+    bool Started() const { return process_.Started(); }
 
     // Stops the relay (it sends what it holds back first); its exit code, or 0xFFFFFFFF.
-    DWORD Finish() {
-        if (!process_)
-            return 0xFFFFFFFF;
-        SetEvent(stop_.get());
-        DWORD code = 0xFFFFFFFF;
-        if (WaitForSingleObject(process_.get(), 10000) == WAIT_OBJECT_0)
-            GetExitCodeProcess(process_.get(), &code);
-        else
-            TerminateProcess(process_.get(), 1);
-        process_.reset();
-        return code;
-    }
+    DWORD Finish() { return process_.Finish(10000); }
 
   private:
-    UniqueEvent stop_;
-    UniqueHandle process_;
+    ChildProcess process_;
 };
 
 }  // namespace vantrel::test
