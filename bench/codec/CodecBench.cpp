@@ -260,13 +260,13 @@ int main() {
     int rc = 0;
     {
         ComPtr<IScreenCodec> codec;
-        const std::vector<vantrel::bench::Screenshot> shots = vantrel::bench::GrabScreenCorpus();
+        const std::vector<vantrel::bench::Screenshot> shots = vantrel::bench::LoadScreenCorpus();
         if (FAILED(CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER,
                                     IID_IScreenCodec, codec.PutVoid()))) {
             std::printf("ScreenCodec is not registered\n");
             rc = 1;
         } else if (shots.empty()) {
-            std::printf("cannot draw on the screen\n");
+            std::printf("the screen corpus is missing beside this program (corpus\\*.555.zst)\n");
             rc = 1;
         } else {
             CodecTable(codec.Get(), shots);
