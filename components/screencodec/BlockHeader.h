@@ -13,8 +13,9 @@
 //   20  u32  check value: version 1 CRC-32 of the original bytes, version 2 XXH32 (seed 0) of
 //            them; version 3 XXH32 of the bytes the method restores (a palette's transformed
 //            bytes, delta-filtered bytes, the original bytes of a stored or unfiltered block):
-//            as safe, since the palette and the filter are undone with checks of their own, and
-//            half the bytes to hash where the palette applies
+//            as safe, since undoing the filter or the palette of verified bytes gives exactly
+//            the original (the palette refuses what is not a transform of it), and half the
+//            bytes to hash where the palette applies
 //   24  u32  CRC-32 of bytes 0-23 and of the chunk map
 //   28  map: for delta, one bit per chunk, filtered or not (PixelFilter); for the palette, the
 //       u32 length of the transformed bytes (Palette); then the body.
