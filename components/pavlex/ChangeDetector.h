@@ -36,10 +36,10 @@ class ChangeDetector {
     static constexpr int kScanPolls = 3;           // polls per full scan of the screen
     static constexpr unsigned kGeometryPolls = 8;  // polls between looks at the display mode
     // Largest strip in bytes. Each grab costs a fixed round trip to the display, so strips are
-    // as large as can be; from 256 KiB on the platform's temporary image costs it about three
-    // times as much per pixel (measured under Wine: 5 % of a core at 1920 x 1080 with strips
-    // of 96 to 255 KiB, 16 % with 300 KiB).
-    static constexpr int kStripBytes = 255 * 1024;
+    // as large as can be; from about 200 KiB on the platform's temporary image costs it about
+    // three times as much per pixel (measured under Wine at 1024 x 768: 2 % of a core with
+    // strips of 128 or 160 KiB, 6 % with 200 to 255 KiB).
+    static constexpr int kStripBytes = 160 * 1024;
 
     ChangeDetector(ScreenChanges& screen, CursorChanges& cursor) noexcept
         : screen_(screen), cursor_(cursor) {}
