@@ -86,14 +86,26 @@ struct Picture {
     }
 };
 
+// The test's status section and quit event.
+struct Report {
+    UniqueMapping section;
+    UniqueViewOfFile view;
+    UniqueEvent quit;
+    explicit Report(const std::string& name)
+        : section(TryOpenNamedSection(name.c_str())),
+          view(section ? MapWholeSection(section.get()) : UniqueViewOfFile()),
+          quit(TryOpenNamedEvent((name + ".Quit").c_str())) {}
+    PeerStatus* Status() const {
+        return view && quit ? static_cast<PeerStatus*>(view.get()) : nullptr;
+    }
+};
+
 int Viewer(int id, const std::string& statusName) {
-    UniqueMapping statusSection = TryOpenNamedSection(statusName.c_str());
-    UniqueViewOfFile statusView =
-        statusSection ? MapWholeSection(statusSection.get()) : UniqueViewOfFile();
-    UniqueEvent quit = TryOpenNamedEvent((statusName + ".Quit").c_str());
-    if (!statusView || !quit)
+    Report report(statusName);
+    PeerStatus* status = report.Status();
+    if (!status)
         return 40;
-    auto* status = static_cast<PeerStatus*>(statusView.get());
+    const HANDLE quit = report.quit.get();
     UniqueMapping controlSection = TryOpenNamedSection("Global\\ScreenUpdate");
     if (!controlSection)
         return 41;
@@ -109,7 +121,7 @@ int Viewer(int id, const std::string& statusName) {
 
     Picture picture;
     bool open = false;
-    const HANDLE waits[2] = {quit.get(), session.receive.get()};
+    const HANDLE waits[2] = {quit, session.receive.get()};
     for (;;) {
         const DWORD w = WaitForMultipleObjects(2, waits, FALSE, 60000);
         if (w != WAIT_OBJECT_0 + 1)
@@ -125,11 +137,8 @@ int Viewer(int id, const std::string& statusName) {
             if (flags & 2)
                 ++status->reopens;
         }
-        if (flags & 1) {
-            if (!open)
-                ++status->rectsBeforeOpen;
-            ++status->rectPasses;
-        }
+        if ((flags & 1) && !open)
+            ++status->rectsBeforeOpen;
         SetEvent(session.complete.get());
         if (open)
             picture.CopyTo(reinterpret_cast<BYTE*>(status) + vantrel::test::kPeerPictureOffset,
@@ -149,13 +158,10 @@ LRESULT CALLBACK NotifyProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
 }
 
 int Render(int id, const std::string& statusName) {
-    UniqueMapping statusSection = TryOpenNamedSection(statusName.c_str());
-    UniqueViewOfFile statusView =
-        statusSection ? MapWholeSection(statusSection.get()) : UniqueViewOfFile();
-    UniqueEvent quit = TryOpenNamedEvent((statusName + ".Quit").c_str());
-    if (!statusView || !quit)
+    Report report(statusName);
+    PeerStatus* status = report.Status();
+    if (!status)
         return 50;
-    auto* status = static_cast<PeerStatus*>(statusView.get());
     if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)))
         return 51;
     int rc = 0;
@@ -191,7 +197,7 @@ int Render(int id, const std::string& statusName) {
         status->ready = 1;
         std::vector<BYTE> image;
         for (;;) {
-            const HANDLE quitEvent = quit.get();
+            const HANDLE quitEvent = report.quit.get();
             if (MsgWaitForMultipleObjects(1, &quitEvent, FALSE, 50, QS_ALLINPUT) == WAIT_OBJECT_0)
                 break;
             MSG msg;

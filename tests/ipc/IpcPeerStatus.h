@@ -12,7 +12,6 @@ struct PeerStatus {
     volatile LONG ready;            // events and mutex exist: the server can reach this viewer
     volatile LONG passes;           // viewer: receive events answered; render: RN_PICTURECOMPLETE
     volatile LONG reopens;          // passes with flag bit 1 (pixel section re-created)
-    volatile LONG rectPasses;       // passes with flag bit 1 or 0 whose rectangles were read
     volatile LONG rectsBeforeOpen;  // rectangles announced while no pixel section was mapped
     volatile LONG openFailures;
     char name[260];         // pixel section the viewer maps

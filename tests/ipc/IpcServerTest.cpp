@@ -158,6 +158,32 @@ TEST_F(IpcServer, PassPublishesRectanglesFormatPixelsAndCursor) {
     EXPECT_EQ(S_OK, server_->StopIPCServer());
 }
 
+// Strips across a large desktop make a region of some 12,000 rectangles while a pass waits for
+// the viewer (answered here by hand): the next pass carries the first 4096 (bottom band first),
+// and the rest is not published until it changes again.
+TEST_F(IpcServer, APassCarriesTheFirst4096RectanglesOnly) {
+    PacketSource source(codec_.Get(), 2048, 1536, 61);
+    UniqueEvent receive = CreateNamedEvent("Global\\StudentRecveive0", true, false);
+    UniqueEvent complete = CreateNamedEvent("Global\\StudentComplete0", true, false);
+    ASSERT_EQ(S_OK, server_->StartIPCServer());
+    Feed(source.Packets(RECT{0, 0, 8, 1536}));
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(receive.get(), 10000));
+    ResetEvent(receive.get());
+    for (LONG x = 16; x < 2048; x += 16)
+        Feed(source.Packets(RECT{x, 0, x + 8, 1536}));
+    for (LONG y = 0; y < 1536; y += 16)
+        Feed(source.Packets(RECT{0, y, 2048, y + 8}));
+    SetEvent(complete.get());
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(receive.get(), 10000));
+    ResetEvent(receive.get());
+    EXPECT_EQ(1u, control_.Flags());
+    EXPECT_EQ(4096u, control_.Count());
+    EXPECT_EQ((RECT{2032, 1528, 2040, 1536}), control_.Rect(0));
+    SetEvent(complete.get());
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(receive.get(), 500)) << "another pass";
+    EXPECT_EQ(S_OK, server_->StopIPCServer());
+}
+
 // No id below the limit: passes run to their end, nobody is signalled.
 TEST_F(IpcServer, ViewerLimitOfZeroOrLessSignalsNobody) {
     PacketSource source(codec_.Get(), 320, 240, 3);

@@ -45,9 +45,6 @@ class RawControl {
         std::memcpy(&h, p_ + 0x110, sizeof h);
         return h;
     }
-    std::vector<BYTE> BitmapInfo() const {
-        return std::vector<BYTE>(p_ + 0x110, p_ + 0x110 + 1064);
-    }
     UINT Count() const { return packet::LoadU32(p_ + 0x538); }
     RECT Rect(UINT i) const {
         RECT r;
@@ -172,7 +169,6 @@ class PacketSource {
         EXPECT_TRUE(image_.CopyRows(&all, out.data(), &cb, 0, &lines));
         return out;
     }
-    DesktopImage& Image() { return image_; }
 
   private:
     DesktopImage image_;
