@@ -2,6 +2,8 @@
 // channel objects, the picture it shows from an in-process server (and keeps when the server
 // goes), and two viewers of sessions 0 and 7 in their own processes whose windows show the
 // server's picture.
+#include <thread>
+
 #include "IpcTestSupport.h"
 
 using namespace vantrel;
@@ -83,9 +85,23 @@ TEST_F(IpcRender, WithoutServerAsSinkAndSessionObjects) {
     EXPECT_EQ(S_OK, render_->SetSessionId(-1));
     ASSERT_EQ(S_OK, render_->Run());
     EXPECT_EQ(E_FAIL, render_->Run());
-    EXPECT_TRUE(EventExists("Global\\StudentRecveive0"));
-    EXPECT_TRUE(EventExists("Global\\StudentComplete0"));
-    EXPECT_TRUE(TryOpenNamedMutex("Global\\StudentEventMutex0"));
+    // Manual-reset events, cleared at creation (the viewer waits for no pass yet: the server
+    // has published no BITMAPINFO), and a mutex nobody owns.
+    for (const char* name : {"Global\\StudentRecveive0", "Global\\StudentComplete0"}) {
+        UniqueEvent e = TryOpenNamedEvent(name);
+        ASSERT_TRUE(e) << name;
+        EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(e.get(), 0)) << name;
+        SetEvent(e.get());
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(e.get(), 0)) << name;
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(e.get(), 0)) << name;
+        ResetEvent(e.get());
+    }
+    UniqueHandle mutex = TryOpenNamedMutex("Global\\StudentEventMutex0");
+    ASSERT_TRUE(mutex);
+    std::thread([&] {
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex.get(), 0)) << "owned";
+        ReleaseMutex(mutex.get());
+    }).join();
     EXPECT_EQ(S_OK, render_->SetSessionId(7));
     EXPECT_FALSE(EventExists("Global\\StudentRecveive7"));
     EXPECT_EQ(S_OK, render_->Stop());
