@@ -1,20 +1,16 @@
-// Second (and third) process of the shared-memory tests. Commands:
-//   viewer <id> <status>   a viewer of session <id> that speaks the channel by its literal names
-//                          and offsets, reporting to the status section <status> (IpcPeerStatus.h)
-//                          until the event "<status>.Quit" is set
-//   render <id> <status>   a DesktopIPCRender of session <id> made through COM, its window shown
-//                          at the place the status section asks for; reports its picture
-//                          (GetCurrectImage) and its RN_PICTURECOMPLETE notices until quit
-//   mute <id> <ms>         a viewer of session <id> that never answers, for <ms> milliseconds
-// Exit code 0 on success.
+// The other processes of the shared-memory tests:
+//   ipc_peer render <id> <status>
+// a DesktopIPCRender of session <id> made through COM, its window shown at the place the status
+// section <status> (IpcPeerStatus.h) asks for; it reports its picture (GetCurrectImage) and its
+// RN_PICTURECOMPLETE notices there until the event "<status>.Quit" is set. Exit code 0 on
+// success.
 #include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <algorithm>
-#include <vector>
 #include <string>
+#include <vector>
 
 #include "IpcPeerStatus.h"
 #include "Vantrel.h"
@@ -27,64 +23,6 @@ using vantrel::test::kPeerStatusSize;
 using vantrel::test::PeerStatus;
 
 namespace {
-
-constexpr DWORD kControlSize = 66876;
-
-struct Session {
-    UniqueEvent receive, complete;
-    UniqueHandle mutex;
-    bool Create(int id) {
-        const std::string n = std::to_string(id);
-        receive = CreateNamedEvent(("Global\\StudentRecveive" + n).c_str(), true, false);
-        complete = CreateNamedEvent(("Global\\StudentComplete" + n).c_str(), true, false);
-        mutex = CreateNamedMutex(("Global\\StudentEventMutex" + n).c_str());
-        return receive && complete && mutex;
-    }
-};
-
-int Mute(int id, DWORD ms) {
-    Session session;
-    if (!session.Create(id))
-        return 30;
-    Sleep(ms);
-    return 0;
-}
-
-// The mapped pixel section of the current picture.
-struct Picture {
-    UniqueMapping section;
-    UniqueViewOfFile view;
-    BITMAPINFOHEADER header{};
-    bool Open(const BYTE* control, PeerStatus* status) {
-        view.reset();
-        section.reset();
-        char name[260];
-        std::memcpy(name, control, 260);
-        name[259] = 0;
-        std::memcpy(&header, control + 0x110, sizeof header);
-        section = TryOpenNamedSection(name);
-        if (!section || header.biSize != 40 || header.biWidth <= 0 || header.biHeight >= 0)
-            return false;
-        view = MapWholeSection(section.get());
-        if (!view)
-            return false;
-        std::memcpy(status->name, name, sizeof name);
-        std::memcpy(status->bitmapInfo, control + 0x110, sizeof status->bitmapInfo);
-        return true;
-    }
-    void CopyTo(BYTE* out, volatile LONG* bytes) const {
-        const LONG rowBytes = header.biBitCount * header.biWidth / 8;
-        const LONG stride = ((header.biBitCount * header.biWidth + 31) >> 3) & ~3;
-        const LONG height = -header.biHeight;
-        if (!view || rowBytes * height > static_cast<LONG>(vantrel::test::kPeerStatusSize -
-                                                           vantrel::test::kPeerPictureOffset))
-            return;
-        for (LONG y = 0; y < height; ++y)
-            std::memcpy(out + y * rowBytes, static_cast<const BYTE*>(view.get()) + y * stride,
-                        rowBytes);
-        *bytes = rowBytes * height;
-    }
-};
 
 // The test's status section and quit event.
 struct Report {
@@ -99,54 +37,6 @@ struct Report {
         return view && quit ? static_cast<PeerStatus*>(view.get()) : nullptr;
     }
 };
-
-int Viewer(int id, const std::string& statusName) {
-    Report report(statusName);
-    PeerStatus* status = report.Status();
-    if (!status)
-        return 40;
-    const HANDLE quit = report.quit.get();
-    UniqueMapping controlSection = TryOpenNamedSection("Global\\ScreenUpdate");
-    if (!controlSection)
-        return 41;
-    UniqueViewOfFile controlView(
-        MapViewOfFile(controlSection.get(), FILE_MAP_READ, 0, 0, kControlSize));
-    if (!controlView)
-        return 42;
-    const BYTE* control = static_cast<const BYTE*>(controlView.get());
-    Session session;
-    if (!session.Create(id))
-        return 43;
-    status->ready = 1;
-
-    Picture picture;
-    bool open = false;
-    const HANDLE waits[2] = {quit, session.receive.get()};
-    for (;;) {
-        const DWORD w = WaitForMultipleObjects(2, waits, FALSE, 60000);
-        if (w != WAIT_OBJECT_0 + 1)
-            break;
-        ResetEvent(session.receive.get());
-        DWORD flags;
-        std::memcpy(&flags, control + 0x104, 4);
-        // A viewer that started after the last re-creation opens what the section names now.
-        if ((flags & 2) || !open) {
-            open = picture.Open(control, status);
-            if (!open)
-                ++status->openFailures;
-            if (flags & 2)
-                ++status->reopens;
-        }
-        if ((flags & 1) && !open)
-            ++status->rectsBeforeOpen;
-        SetEvent(session.complete.get());
-        if (open)
-            picture.CopyTo(reinterpret_cast<BYTE*>(status) + vantrel::test::kPeerPictureOffset,
-                           &status->pictureBytes);
-        InterlockedIncrement(&status->passes);
-    }
-    return 0;
-}
 
 constexpr UINT kNotifyMessage = WM_APP + 7;
 LONG g_completeNotices = 0;
@@ -203,7 +93,7 @@ int Render(int id, const std::string& statusName) {
             MSG msg;
             while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
                 DispatchMessageA(&msg);
-            status->passes = g_completeNotices;
+            status->notices = g_completeNotices;
             unsigned long size = 0;
             if (render->GetCurrectImage(&size, nullptr) != S_OK || size < 40 ||
                 size > kPeerStatusSize - kPeerPictureOffset)
@@ -216,7 +106,6 @@ int Render(int id, const std::string& statusName) {
             const UINT info = 40 + (h.biCompression == BI_BITFIELDS ? 12u
                                     : h.biBitCount <= 8             ? 4u << h.biBitCount
                                                                     : 0u);
-            std::memcpy(status->bitmapInfo, image.data(), std::min<size_t>(info, 1064));
             std::memcpy(reinterpret_cast<BYTE*>(status) + kPeerPictureOffset, image.data() + info,
                         size - info);
             status->pictureBytes = static_cast<LONG>(size - info);
@@ -232,12 +121,8 @@ int Render(int id, const std::string& statusName) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 4 && !std::strcmp(argv[1], "viewer"))
-        return Viewer(std::atoi(argv[2]), argv[3]);
     if (argc == 4 && !std::strcmp(argv[1], "render"))
         return Render(std::atoi(argv[2]), argv[3]);
-    if (argc == 4 && !std::strcmp(argv[1], "mute"))
-        return Mute(std::atoi(argv[2]), static_cast<DWORD>(std::atoi(argv[3])));
-    std::fprintf(stderr, "usage: ipc_peer viewer|render <id> <status> | mute <id> <ms>\n");
+    std::fprintf(stderr, "usage: ipc_peer render <id> <status>\n");
     return 2;
 }

@@ -177,16 +177,16 @@ class PacketSource {
     StreamEncoder encoder_;
 };
 
-// An ipc_peer viewer in its own process, and what it reports.
+// A DesktopIPCRender viewer in an ipc_peer process, and what it reports.
 class PeerViewer {
   public:
-    PeerViewer(int id, const char* mode = "viewer", RECT window = RECT{}) {
+    PeerViewer(int id, RECT window) {
         name_ = "Global\\VantrelIpcPeer" + std::to_string(GetCurrentProcessId()) + "_" +
                 std::to_string(id);
         section_ = CreateNamedSection(name_.c_str(), kPeerStatusSize);
         view_ = MapWholeSection(section_.get());
         static_cast<PeerStatus*>(view_.get())->windowRect = window;
-        process_.Start("ipc_peer.exe", std::string(mode) + " " + std::to_string(id) + " " + name_,
+        process_.Start("ipc_peer.exe", "render " + std::to_string(id) + " " + name_,
                        CreateNamedEvent((name_ + ".Quit").c_str(), true, false));
     }
     const PeerStatus& Status() const { return *static_cast<const PeerStatus*>(view_.get()); }
