@@ -190,8 +190,9 @@ class PeerViewer {
                        CreateNamedEvent((name_ + ".Quit").c_str(), true, false));
     }
     const PeerStatus& Status() const { return *static_cast<const PeerStatus*>(view_.get()); }
+    // A loaded machine can take long to start a Wine process with a window.
     bool WaitReady() {
-        return WaitUntil([&] { return Status().ready != 0; });
+        return WaitUntil([&] { return Status().ready != 0; }, 30000);
     }
     // Ends the peer; its exit code.
     DWORD Quit() { return process_.Finish(30000); }
