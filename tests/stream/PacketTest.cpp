@@ -357,6 +357,7 @@ TEST(CursorRecordView, RefusesRecordsWhoseShapeCannotBeRead) {
         {"zero height", Shape(1, 32, 0, 1, 4), 400, CursorError::BadShape},
         {"3 bpp", Shape(1, 32, 32, 3, 4), 400, CursorError::BadShape},
         {"AND rows too short", Shape(1, 32, 32, 1, 3), 400, CursorError::BadShape},
+        {"XOR rows end inside a byte", Shape(1, 20, 20, 1, 4), 400, CursorError::BadShape},
         {"only the mask", Shape(1, 32, 32, 1, 4), 28 + 128, CursorError::MasksDoNotFit},
         // What the sender sends for a 256 x 256 x 8 shape: the truncated count leaves no XOR bits.
         {"truncated count", Shape(1, 256, 256, 8, 32), 32 + 8192, CursorError::MasksDoNotFit},
