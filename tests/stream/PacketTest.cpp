@@ -224,16 +224,6 @@ TEST(PayloadView, RefusesBrokenHeadersAndLeavesTheViewAlone) {
     }
 }
 
-TEST(PayloadView, BandHeightsAnEncoderCutsTo) {
-    // 1024 x 768 at 16 bpp: two bands of 767 and 1 rows; at 8 bpp one band.
-    EXPECT_EQ(767u, RowsThatFit(40, 2048));
-    EXPECT_GE(RowsThatFit(1064, 1024), 768u);
-    EXPECT_EQ(0u, RowsThatFit(40, 0));
-    EXPECT_EQ(0u, RowBytes(RECT{16, 0, 8, 8}, 16));
-    // The largest payload an encoder makes fits the packet buffer.
-    EXPECT_EQ(767u, RowsThatFit(52, 2048));
-}
-
 TEST(PayloadView, DesktopsADecoderBuilds) {
     const struct {
         RECT desktop;
