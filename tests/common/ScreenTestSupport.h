@@ -1,7 +1,8 @@
-// What the image, stream and capture tests share beyond common/Screen.h and common/FakeSink.h:
-// a sink that decodes with the shared StreamDecoder, cursor records, a catcher for the debugger
-// output, and fixtures holding COM, a codec and (for capture) a
-// DesktopCapture made through COM. Library vantrel_test_screen (links Vantrel.dll's stream code).
+// What the image, stream, capture, render and shared-memory tests share beyond common/Screen.h
+// and common/FakeSink.h: a sink that decodes with the shared StreamDecoder, a packet source on the
+// shared StreamEncoder, cursor records, a catcher for the debugger output, and fixtures holding
+// COM, a codec and (for capture) a DesktopCapture made through COM. Library vantrel_test_screen
+// (links Vantrel.dll's stream code).
 #pragma once
 
 #include <windows.h>
