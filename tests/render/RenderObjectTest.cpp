@@ -61,7 +61,7 @@ TEST_F(RenderTest, WindowIsAHiddenPopupOfItsOwnClassUntilTheHostParentsIt) {
 }
 
 TEST_F(RenderTest, ThreeBandsPostFormatChangedThenPictureCompleteOnceRightAfterTheLast) {
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 7);
+    PacketSource desk(codec_.Get(), 1024, 768, 7);
     ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
     long w = 0xdeadbeef, h = 0xdeadbeef, bpp = 0xdeadbeef;
     EXPECT_EQ(E_FAIL, render_->GetDesktopInfomation(&w, &h, &bpp));
@@ -96,7 +96,7 @@ TEST_F(RenderTest, ThreeBandsPostFormatChangedThenPictureCompleteOnceRightAfterT
     host_.Clear();
     desk.SendAll();
     EXPECT_EQ(std::vector<WPARAM>(), Codes(picture));
-    SyntheticDesktop smaller(codec_.Get(), 800, 600, 8);
+    PacketSource smaller(codec_.Get(), 800, 600, 8);
     smaller.Register(transmitter_.Get());
     smaller.Send({0, 0, 800, 300});
     EXPECT_EQ(std::vector<WPARAM>{RN_FORMATCHANGED}, Codes(picture));
@@ -118,7 +118,7 @@ TEST_F(RenderTest, ThreeBandsPostFormatChangedThenPictureCompleteOnceRightAfterT
 }
 
 TEST_F(RenderTest, BrokenPacketsChangeNothingAndStillSucceed) {
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 1);
+    PacketSource desk(codec_.Get(), 1024, 768, 1);
     // A cursor packet before any frame is ignored.
     const std::vector<BYTE> record = CursorRecordBytes(7, 10, 10, 32, 32, 0xFF0000);
     std::vector<BYTE> cursor(packet::kBufferSize);
@@ -179,7 +179,7 @@ TEST_F(RenderTest, BrokenPacketsChangeNothingAndStillSucceed) {
 }
 
 TEST_F(RenderTest, AsynchronousPacketsAreAppliedOnTheWindowThreadOneAtATime) {
-    SyntheticDesktop desk(codec_.Get(), 640, 480, 3);
+    PacketSource desk(codec_.Get(), 640, 480, 3);
     desk.SendAll();
     const auto packets = desk.recorder.Packets();
     ASSERT_EQ(1u, packets.size());
@@ -209,7 +209,7 @@ TEST_F(RenderTest, FullScreenDataRebuildsTheSamePictureInASecondRender) {
     ASSERT_EQ(S_OK, frames->GetBitmapInfo(&info));
     EXPECT_EQ(nullptr, info);
 
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 11);
+    PacketSource desk(codec_.Get(), 1024, 768, 11);
     ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
     desk.SendAll();
     desk.Unregister(transmitter_.Get());
@@ -289,7 +289,7 @@ TEST_F(RenderTest, IdleTicksUntilThePictureIsCompleteAndCloseOnlyAsks) {
     ASSERT_EQ(S_OK, render_->SetIdleTimeout(30));
     PumpFor(200);
     EXPECT_GE(Codes({RN_IDLE}).size(), 2u);
-    SyntheticDesktop desk(codec_.Get(), 320, 240, 5);
+    PacketSource desk(codec_.Get(), 320, 240, 5);
     desk.Register(transmitter_.Get());
     desk.SendAll();
     desk.Unregister(transmitter_.Get());
@@ -313,7 +313,7 @@ TEST_F(RenderTest, DragInScrollModeStopsAtTheEdgesAndScrollBarsFollow) {
     HostWindow parent({0, 0, 400, 300}, true);
     ASSERT_EQ(S_OK, render_->SetParentWindow(parent.Handle()));
     ASSERT_EQ(S_OK, render_->SetWindowPosition(0, 0, 400, 300));
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 5);
+    PacketSource desk(codec_.Get(), 1024, 768, 5);
     desk.Register(transmitter_.Get());
     desk.SendAll();
     desk.Unregister(transmitter_.Get());
@@ -443,7 +443,7 @@ TEST_F(RenderTest, ViewMethodsAnswerAsTheScrollModeAllows) {
     ASSERT_EQ(S_OK, render_->GetIdelWindowSize(&iw, &ih));
     EXPECT_EQ(0, iw);
     EXPECT_EQ(0, ih);
-    SyntheticDesktop desk(codec_.Get(), 320, 240, 5);
+    PacketSource desk(codec_.Get(), 320, 240, 5);
     desk.Register(transmitter_.Get());
     host_.Clear();
     desk.Send({0, 0, 320, 120});
@@ -474,7 +474,7 @@ TEST_F(RenderTest, ViewMethodsAnswerAsTheScrollModeAllows) {
 }
 
 TEST_F(RenderTest, CursorMoveModesDecideWhoMovesTheDrawnPointer) {
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 5);
+    PacketSource desk(codec_.Get(), 1024, 768, 5);
     desk.Register(transmitter_.Get());
     desk.SendAll();
     desk.Unregister(transmitter_.Get());
@@ -522,10 +522,10 @@ TEST_F(RenderTest, PaletteStreamPaintsWhileAnotherThreadDecodes) {
     ASSERT_EQ(S_OK, render_->SetWindowPosition(0, 0, 256, 128));
     ASSERT_EQ(S_OK, render_->SetVisible(TRUE));
     ShowWindow(host_.Handle(), SW_SHOWNOACTIVATE);
-    SyntheticDesktop desk(codec_.Get(), 256, 128, 9, 8);
+    PacketSource desk(codec_.Get(), 256, 128, 9, 8);
     ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
     struct Sender {
-        SyntheticDesktop* desk;
+        PacketSource* desk;
         volatile LONG stop;
         static unsigned __stdcall Run(void* p) {
             auto* self = static_cast<Sender*>(p);
@@ -566,7 +566,7 @@ TEST_F(RenderTest, PaletteStreamPaintsWhileAnotherThreadDecodes) {
 // The apartment's own thread keeps pumping while another thread lets go of the render, as a
 // source's worker does after Unregister.
 TEST_F(RenderTest, ReleasedOnAnotherThreadTheWindowClosesOnItsOwnThread) {
-    SyntheticDesktop desk(codec_.Get(), 320, 240, 5);
+    PacketSource desk(codec_.Get(), 320, 240, 5);
     desk.Register(transmitter_.Get());
     desk.SendAll();
     desk.Unregister(transmitter_.Get());
