@@ -333,14 +333,27 @@ TEST_F(ReaderTest, DamagedRecordsEndPlaybackWithTheirNotification) {
     }
 }
 
-// The last Release of a playing reader ends playback before the object goes; the sinks keep
-// the references the host did not unregister.
-TEST_F(ReaderTest, LastReleaseWhilePlayingStopsPlayback) {
-    Load(Lesson({Record(0), Record(300), Record(5000)}, 6000));
+// Close during playback ends it first, as Stop would; so does the last Release, before the
+// object goes. The sinks keep the references the host did not unregister.
+TEST_F(ReaderTest, CloseOrLastReleaseWhilePlayingEndsPlayback) {
+    const Bytes lesson = Lesson({Record(0), Record(300), Record(5000)}, 6000);
+    Load(lesson);
+    Register(&sink_);
+    ASSERT_EQ(S_OK, reader_->Run());
+    ASSERT_TRUE(WaitUntil([&] { return sink_.PacketCount() == 1; }));
+    EXPECT_EQ(S_OK, reader_->Close());
+    EXPECT_EQ(E_FAIL, reader_->Stop()) << "not playing any more";
+    EXPECT_EQ(E_FAIL, reader_->Run()) << "no file";
+    EXPECT_EQ(0u, Position());
+    PumpFor(400);
+    EXPECT_EQ(1u, sink_.PacketCount()) << "the record at 300 ms stayed in the file";
+
+    Load(lesson);
     FakeSink kept("kept");
     ASSERT_EQ(S_OK, reader_->RegisterDataTransmitter(&kept));
     ASSERT_EQ(S_OK, reader_->Run());
     ASSERT_TRUE(WaitUntil([&] { return kept.PacketCount() == 2; }));
+    Forget(&sink_);
     const DWORD before = GetTickCount();
     reader_.Reset();
     EXPECT_LT(GetTickCount() - before, 500u);
