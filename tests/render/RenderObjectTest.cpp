@@ -12,6 +12,17 @@ namespace {
 
 constexpr RECT kWhole{0, 0, 1024, 768};
 
+// A cursor packet of a 16 x 16 opaque pointer in colour (0x00RRGGBB) at (x, y).
+std::vector<BYTE> CursorPacket(IScreenCodec* codec, uint32_t flags, int x, int y, uint32_t colour) {
+    const std::vector<BYTE> record = CursorRecordBytes(flags, x, y, 16, 16, colour);
+    std::vector<BYTE> p(packet::kBufferSize);
+    ULONG out = packet::kMaxCursorPayload;
+    EXPECT_EQ(S_OK, codec->Compress(record.data(), static_cast<ULONG>(record.size()),
+                                    p.data() + packet::kCursorHeaderSize, &out, 2));
+    p.resize(packet::WriteCursorHeader(p.data(), 0, out));
+    return p;
+}
+
 // WM_SETCURSOR messages the render window has posted to itself (taken out of its queue).
 int PostedSetCursors(HWND w) {
     int n = 0;
@@ -206,12 +217,7 @@ TEST_F(RenderTest, PictureLifeNotificationsAndReadBack) {
 TEST_F(RenderTest, BrokenPacketsChangeNothingAsynchronousOnesWaitTheirTurn) {
     SyntheticDesktop desk(codec_.Get(), 1024, 768, 1);
     // A cursor packet before any frame is ignored.
-    const std::vector<BYTE> record = CursorRecordBytes(7, 10, 10, 32, 32, 0xFF0000);
-    std::vector<BYTE> cursor(packet::kBufferSize);
-    ULONG out = packet::kMaxCursorPayload;
-    ASSERT_EQ(S_OK, codec_->Compress(record.data(), static_cast<ULONG>(record.size()),
-                                     cursor.data() + 12, &out, 2));
-    cursor.resize(packet::WriteCursorHeader(cursor.data(), 0, out));
+    std::vector<BYTE> cursor = CursorPacket(codec_.Get(), 3, 10, 10, 0xFF0000);
     EXPECT_EQ(S_OK, transmitter_->Transfer(cursor.data(), static_cast<ULONG>(cursor.size()), 0));
     EXPECT_TRUE(Picture(render_.Get()).empty());
 
@@ -320,7 +326,14 @@ TEST_F(RenderTest, FullScreenDataRebuildsTheSamePictureInASecondRender) {
     size = 0xdeadbeef;
     EXPECT_EQ(S_FALSE, frames->GetFullScreenData(buffer.data(), &size, FALSE));
     EXPECT_EQ(0xdeadbeefu, size);
+    // One row counter for every render of the process: the second goes on where the first was.
     EXPECT_EQ(S_OK, frames->GetFullScreenData(buffer.data(), &size, TRUE));
+    ComPtr<IFrameBuffer> secondFrames;
+    ASSERT_EQ(S_OK, second.As(&secondFrames));
+    ASSERT_EQ(S_OK, secondFrames->GetFullScreenData(buffer.data(), &size, FALSE));
+    packet::FrameHeader next;
+    ASSERT_TRUE(packet::ReadFrameHeader(buffer.data(), size, &next));
+    EXPECT_LT(0, next.band.top);
 
     // Uncompressed: bottom row first, whole rows only.
     const std::vector<BYTE> rows = desk.Rows(kWhole);
@@ -501,17 +514,6 @@ TEST_F(RenderTest, ViewRectanglesDragAndScrollBarsFollowTheScrollMode) {
     EXPECT_EQ(follow, source());
     EXPECT_EQ(std::vector<WPARAM>(), Codes({RN_VIEWCHANGED}));
     render_->SetParentWindow(nullptr);
-}
-
-// A cursor packet of a 16 x 16 opaque pointer in colour (0x00RRGGBB) at (x, y).
-std::vector<BYTE> CursorPacket(IScreenCodec* codec, uint32_t flags, int x, int y, uint32_t colour) {
-    const std::vector<BYTE> record = CursorRecordBytes(flags, x, y, 16, 16, colour);
-    std::vector<BYTE> p(packet::kBufferSize);
-    ULONG out = packet::kMaxCursorPayload;
-    EXPECT_EQ(S_OK, codec->Compress(record.data(), static_cast<ULONG>(record.size()),
-                                    p.data() + packet::kCursorHeaderSize, &out, 2));
-    p.resize(packet::WriteCursorHeader(p.data(), 0, out));
-    return p;
 }
 
 TEST_F(RenderTest, CursorMoveModesDecideWhoMovesTheDrawnPointer) {
