@@ -56,9 +56,13 @@ TEST_F(RenderTest, WindowClassPlacementStylesCursorAndClose) {
     GetClassNameA(w2, c2, sizeof c2);
     EXPECT_STREQ(c1, c2);
 
-    // Tracking limits apply to the top-level window only.
-    ASSERT_EQ(S_OK, render_->SetMaxMinSize(800, 600, 120, 90));
+    // Tracking limits apply to the top-level window only: 50 x 50 up to the screen by default.
     MINMAXINFO mmi{};
+    SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
+    EXPECT_EQ(
+        RECT({50, 50, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)}),
+        RECT({mmi.ptMinTrackSize.x, mmi.ptMinTrackSize.y, mmi.ptMaxTrackSize.x, mmi.ptMaxSize.y}));
+    ASSERT_EQ(S_OK, render_->SetMaxMinSize(800, 600, 120, 90));
     SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
     EXPECT_EQ(RECT({120, 90, 800, 600}), RECT({mmi.ptMinTrackSize.x, mmi.ptMinTrackSize.y,
                                                mmi.ptMaxTrackSize.x, mmi.ptMaxSize.y}));
@@ -153,6 +157,7 @@ TEST_F(RenderTest, PictureLifeNotificationsAndReadBack) {
     EXPECT_EQ(0xdeadbeef, static_cast<unsigned long>(w));
     unsigned long size = 0xdeadbeef;
     EXPECT_EQ(E_FAIL, render_->GetCurrectImage(&size, nullptr));
+    EXPECT_EQ(0xdeadbeefu, size);
 
     const std::vector<WPARAM> picture = {RN_FORMATCHANGED, RN_PICTURECOMPLETE};
     ASSERT_EQ(1, desk.Send({0, 0, 1024, 256}));
