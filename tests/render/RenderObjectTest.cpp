@@ -636,10 +636,18 @@ TEST_F(RenderTest, ReleasedOnAnotherThreadTheWindowClosesOnItsOwnThread) {
     const UniqueHandle worker(
         reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, Worker::Release, last, 0, nullptr)));
     ASSERT_TRUE(worker);
-    // The worker must not wait for this thread, which is not pumping yet.
+    // The worker must not wait for this thread, which is not pumping yet. Until the window has
+    // closed, the library that holds its procedure stays loaded.
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(worker.get(), kPatience));
+    using CanUnload = HRESULT(STDAPICALLTYPE*)();
+    const auto canUnload = reinterpret_cast<CanUnload>(reinterpret_cast<void*>(
+        GetProcAddress(GetModuleHandleA("Vantrel.dll"), "DllCanUnloadNow")));
+    ASSERT_TRUE(canUnload);
+    EXPECT_TRUE(IsWindow(w));
+    EXPECT_EQ(S_FALSE, canUnload());
     EXPECT_TRUE(WaitUntil([&] { return !IsWindow(w); })) << "the render window stayed";
     EXPECT_EQ(nullptr, FindWindowExA(host_.Handle(), nullptr, nullptr, nullptr));
+    EXPECT_EQ(S_OK, canUnload());
 }
 
 }  // namespace
