@@ -14,18 +14,6 @@
 using namespace vantrel;
 using namespace vantrel::test;
 
-namespace {
-
-double MillisecondsSince(const LARGE_INTEGER& start) {
-    LARGE_INTEGER now, freq;
-    QueryPerformanceCounter(&now);
-    QueryPerformanceFrequency(&freq);
-    return 1000.0 * static_cast<double>(now.QuadPart - start.QuadPart) /
-           static_cast<double>(freq.QuadPart);
-}
-
-}  // namespace
-
 TEST_F(CastTest, CreateSessionRefusesCorrectionCountsOutsideZeroToThirtyTwo) {
     const struct {
         int fec;
@@ -49,7 +37,7 @@ TEST_F(CastTest, CreateSessionRefusesCorrectionCountsOutsideZeroToThirtyTwo) {
         if (c.hr == S_OK) {
             // Three fragments, plus the repair datagrams of the drained group.
             const size_t expected = 3 + static_cast<size_t>(c.fec);
-            EXPECT_TRUE(WaitFor([&] { return probe.Datagrams() >= expected; }));
+            EXPECT_TRUE(WaitUntil([&] { return probe.Datagrams() >= expected; }));
             EXPECT_EQ(3u, probe.Fragments().size());
         } else {
             Sleep(300);
@@ -96,7 +84,7 @@ TEST_F(CastTest, FragmentsCarryMessageNumberOffsetAndTotalLength) {
         Send(packets.back());
         ASSERT_EQ(S_OK, casterSink_->Flush());
 
-        ASSERT_TRUE(WaitFor([&] { return probe.Fragments().size() >= expected.size(); }));
+        ASSERT_TRUE(WaitUntil([&] { return probe.Fragments().size() >= expected.size(); }));
         Sleep(100);
         const auto heard = probe.Fragments();
         ASSERT_EQ(expected.size(), heard.size());
@@ -136,13 +124,12 @@ TEST_F(CastTest, SendingPausesAfterEveryEighthDatagram) {
         ASSERT_EQ(S_OK, caster_->CreateSession(Session::Local(), s.Group(), s.port, c.fec, FALSE));
         ASSERT_EQ(S_OK, caster_->Run());
         const auto packet = Bytes(c.fragments * 1400, 3);
-        LARGE_INTEGER start;
-        QueryPerformanceCounter(&start);
+        const double start = Seconds();
         Send(packet);
         ASSERT_EQ(S_OK, casterSink_->Flush());
-        const double ms = MillisecondsSince(start);
+        const double ms = 1000.0 * (Seconds() - start);
         EXPECT_GE(ms, c.minMs - 1.0);
-        EXPECT_TRUE(WaitFor([&] { return probe.Datagrams() >= c.datagrams; }));
+        EXPECT_TRUE(WaitUntil([&] { return probe.Datagrams() >= c.datagrams; }));
         Sleep(50);
         EXPECT_EQ(c.datagrams, probe.Datagrams());
         EXPECT_EQ(c.fragments, probe.Fragments().size());
@@ -178,7 +165,7 @@ TEST_F(CastTest, ReceiverDeliversEveryPacketWholeInOrder) {
                 sent.push_back(packet);
         }
         ASSERT_EQ(S_OK, casterSink_->Flush());
-        EXPECT_TRUE(WaitFor([&] { return sink.PacketCount() >= sent.size(); }))
+        EXPECT_TRUE(WaitUntil([&] { return sink.PacketCount() >= sent.size(); }))
             << sink.PacketCount() << " packets arrived";
         const auto got = sink.Packets();
         EXPECT_EQ(S_OK, receiver->Stop());
@@ -221,7 +208,7 @@ TEST_F(CastTest, SourceFilterAdmitsOnlyItsSourceUntilTheNextJoin) {
         for (int i = 0; i < 3; ++i)
             Send(Bytes(2000, i));
         if (c.arrives) {
-            EXPECT_TRUE(WaitFor([&] { return sink.PacketCount() == 3; }));
+            EXPECT_TRUE(WaitUntil([&] { return sink.PacketCount() == 3; }));
         } else {
             Sleep(500);
         }
@@ -266,7 +253,7 @@ TEST_F(CastTest, StopWaitsForTheReceiversThreadAndNoSinkIsCalledAfterIt) {
     ASSERT_EQ(S_OK, receiver_->Run());
     const auto again = Bytes(4000, 4);
     Send(again);
-    EXPECT_TRUE(WaitFor([&] { return again == sink_.Packets().back().bytes; }));
+    EXPECT_TRUE(WaitUntil([&] { return again == sink_.Packets().back().bytes; }));
 }
 
 // Datagrams that no caster of this session made, oversized ones and damaged copies of real ones
@@ -312,7 +299,7 @@ TEST_F(CastTest, ForeignOversizedAndDamagedDatagramsAreDropped) {
     for (const auto& j : junk)
         raw->Send(j.data(), static_cast<USHORT>(j.size()));
     Send(second);
-    ASSERT_TRUE(WaitFor([&] { return sink_.PacketCount() >= 2; }));
+    ASSERT_TRUE(WaitUntil([&] { return sink_.PacketCount() >= 2; }));
     Sleep(300);
     const auto got = sink_.Packets();
     ASSERT_EQ(2u, got.size());
@@ -347,7 +334,7 @@ TEST_F(CastTest, ThroughTheRelayAtFivePercentLossEveryPacketArrivesWithFec8) {
         Send(sent.back());
         ASSERT_EQ(S_OK, casterSink_->Flush());
     }
-    EXPECT_TRUE(WaitFor([&] { return sink_.PacketCount() >= sent.size(); }, 20000))
+    EXPECT_TRUE(WaitUntil([&] { return sink_.PacketCount() >= sent.size(); }, 20000))
         << sink_.PacketCount() << " of " << sent.size() << " packets (" << fragments
         << " fragments) arrived";
     relay.Finish();

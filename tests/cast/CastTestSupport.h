@@ -15,6 +15,7 @@
 #include "Vantrel.h"
 #include "cast/Fragment.h"
 #include "common/FakeSink.h"
+#include "common/Screen.h"
 #include "wincom/ChildProcess.h"
 #include "wincom/ComPtr.h"
 #include "wincom/CriticalSection.h"
@@ -148,18 +149,6 @@ class CastTest : public ::testing::Test {
     ComPtr<IDesktopReceiver> receiver_;
     FakeSink sink_{"student"};
 };
-
-// Waits (polling) until done() or timeoutMs.
-template <typename F>
-bool WaitFor(F done, DWORD timeoutMs = 10000) {
-    const DWORD start = GetTickCount();
-    while (!done()) {
-        if (GetTickCount() - start > timeoutMs)
-            return false;
-        Sleep(10);
-    }
-    return true;
-}
 
 // The teacher in a second process: its DesktopCapture feeds its DesktopCaster on the session
 // until Finish (or the end of the object).

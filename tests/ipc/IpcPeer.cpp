@@ -18,6 +18,7 @@
 
 #include "IpcPeerStatus.h"
 #include "Vantrel.h"
+#include "common/Screen.h"
 #include "wincom/ComPtr.h"
 #include "wincom/KernelObjects.h"
 
@@ -140,14 +141,6 @@ int Viewer(int id, const std::string& statusName) {
 }
 
 constexpr UINT kNotifyMessage = WM_APP + 7;
-LONG g_completeNotices = 0;
-
-LRESULT CALLBACK NotifyProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
-    if (msg == kNotifyMessage && wp == 2 && lp == 42)
-        ++g_completeNotices;
-    return DefWindowProcA(hwnd, msg, wp, lp);
-}
-
 int Render(int id, const std::string& statusName) {
     UniqueMapping statusSection = TryOpenNamedSection(statusName.c_str());
     UniqueViewOfFile statusView =
@@ -160,30 +153,21 @@ int Render(int id, const std::string& statusName) {
         return 51;
     int rc = 0;
     {
-        WNDCLASSA wc{};
-        wc.lpfnWndProc = NotifyProc;
-        wc.hInstance = GetModuleHandleA(nullptr);
-        wc.lpszClassName = "IpcPeerNotify";
-        RegisterClassA(&wc);
-        UniqueHwnd notify(CreateWindowExA(0, wc.lpszClassName, "", WS_POPUP, 0, 0, 0, 0, nullptr,
-                                          nullptr, wc.hInstance, nullptr));
+        test::NotifyWindow notify(kNotifyMessage);
         ComPtr<IDesktopRender> render;
-        if (!notify ||
+        if (!notify.Handle() ||
             FAILED(CoCreateInstance(CLSID_DesktopIPCRender, nullptr, CLSCTX_INPROC_SERVER,
                                     IID_IDesktopRender, render.PutVoid())))
             return 52;
-        render->SetNotifyWindow(notify.get(), kNotifyMessage, 42);
+        render->SetNotifyWindow(notify.Handle(), kNotifyMessage, 42);
         render->SetSessionId(id);
         // The render window fills a stage that is never activated: an active window takes
         // seconds to go away and holds up the windows of the tests that follow.
         const RECT& at = status->windowRect;
-        UniqueHwnd stage(CreateWindowExA(
-            WS_EX_TOPMOST | WS_EX_NOACTIVATE, wc.lpszClassName, "", WS_POPUP, at.left, at.top,
-            at.right - at.left, at.bottom - at.top, nullptr, nullptr, wc.hInstance, nullptr));
-        if (!stage)
+        test::PaintedWindow stage(at, [](HDC, const RECT&) {});
+        if (!stage.IsOpen())
             return 55;
-        ShowWindow(stage.get(), SW_SHOWNOACTIVATE);
-        render->SetParentWindow(stage.get());
+        render->SetParentWindow(stage.Handle());
         render->SetWindowPosition(0, 0, at.right - at.left, at.bottom - at.top);
         render->SetVisible(TRUE);
         if (render->Run() != S_OK)
@@ -194,10 +178,8 @@ int Render(int id, const std::string& statusName) {
             const HANDLE quitEvent = quit.get();
             if (MsgWaitForMultipleObjects(1, &quitEvent, FALSE, 50, QS_ALLINPUT) == WAIT_OBJECT_0)
                 break;
-            MSG msg;
-            while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
-                DispatchMessageA(&msg);
-            status->passes = g_completeNotices;
+            test::PumpMessages();
+            status->passes = notify.Count(2, 42);
             unsigned long size = 0;
             if (render->GetCurrectImage(&size, nullptr) != S_OK || size < 40 ||
                 size > kPeerStatusSize - kPeerPictureOffset)

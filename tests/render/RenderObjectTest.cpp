@@ -12,17 +12,6 @@ namespace {
 
 constexpr RECT kWhole{0, 0, 1024, 768};
 
-// A cursor packet of a 16 x 16 opaque pointer in colour (0x00RRGGBB) at (x, y).
-std::vector<BYTE> CursorPacket(IScreenCodec* codec, uint32_t flags, int x, int y, uint32_t colour) {
-    const std::vector<BYTE> record = CursorRecordBytes(flags, x, y, 16, 16, colour);
-    std::vector<BYTE> p(packet::kBufferSize);
-    ULONG out = packet::kMaxCursorPayload;
-    EXPECT_EQ(S_OK, codec->Compress(record.data(), static_cast<ULONG>(record.size()),
-                                    p.data() + packet::kCursorHeaderSize, &out, 2));
-    p.resize(packet::WriteCursorHeader(p.data(), 0, out));
-    return p;
-}
-
 // WM_SETCURSOR messages the render window has posted to itself (taken out of its queue).
 int PostedSetCursors(HWND w) {
     int n = 0;
@@ -97,7 +86,7 @@ TEST_F(RenderTest, WindowClassPlacementStylesCursorAndClose) {
                              [](uint32_t px) { return To555(px) != To555(0x008080); });
     };
     EXPECT_EQ(0, notBackground());
-    SyntheticDesktop desk(codec_.Get(), 320, 240, 5);
+    PacketSource desk(codec_.Get(), 320, 240, 5);
     desk.Register(transmitter_.Get());
     desk.SendAll();
     ASSERT_EQ(S_OK, render_->SetScrollMode(0));
@@ -150,7 +139,7 @@ TEST_F(RenderTest, PictureLifeNotificationsAndReadBack) {
     ASSERT_EQ(S_OK, render_->SetIdleTimeout(30));
     PumpFor(200);
     EXPECT_GE(Codes({RN_IDLE}).size(), 2u);
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 7);
+    PacketSource desk(codec_.Get(), 1024, 768, 7);
     ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
     long w = 0xdeadbeef, h = 0xdeadbeef, bpp = 0xdeadbeef;
     EXPECT_EQ(E_FAIL, render_->GetDesktopInfomation(&w, &h, &bpp));
@@ -190,7 +179,7 @@ TEST_F(RenderTest, PictureLifeNotificationsAndReadBack) {
     ClearCodes();
     desk.SendAll();
     EXPECT_EQ(std::vector<WPARAM>(), Codes(picture));
-    SyntheticDesktop smaller(codec_.Get(), 800, 600, 8);
+    PacketSource smaller(codec_.Get(), 800, 600, 8);
     smaller.Register(transmitter_.Get());
     smaller.Send({0, 0, 800, 300});
     EXPECT_EQ(std::vector<WPARAM>{RN_FORMATCHANGED}, Codes(picture));
@@ -220,9 +209,9 @@ TEST_F(RenderTest, PictureLifeNotificationsAndReadBack) {
 }
 
 TEST_F(RenderTest, BrokenPacketsChangeNothingAsynchronousOnesWaitTheirTurn) {
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 1);
+    PacketSource desk(codec_.Get(), 1024, 768, 1);
     // A cursor packet before any frame is ignored.
-    std::vector<BYTE> cursor = CursorPacket(codec_.Get(), 3, 10, 10, 0xFF0000);
+    std::vector<BYTE> cursor = desk.CursorPacket(3, 10, 10);
     EXPECT_EQ(S_OK, transmitter_->Transfer(cursor.data(), static_cast<ULONG>(cursor.size()), 0));
     EXPECT_TRUE(Picture(render_.Get()).empty());
 
@@ -295,7 +284,7 @@ TEST_F(RenderTest, FullScreenDataRebuildsTheSamePictureInASecondRender) {
     ASSERT_EQ(S_OK, frames->GetBitmapInfo(&info));
     EXPECT_EQ(nullptr, info);
 
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 11);
+    PacketSource desk(codec_.Get(), 1024, 768, 11);
     ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
     desk.SendAll();
     desk.Unregister(transmitter_.Get());
@@ -438,7 +427,7 @@ TEST_F(RenderTest, ViewRectanglesDragAndScrollBarsFollowTheScrollMode) {
     long iw = 0xdeadbeef, ih = 0xdeadbeef;
     ASSERT_EQ(S_OK, render_->GetIdelWindowSize(&iw, &ih));
     EXPECT_EQ(RECT({0, 0, 0, 0}), RECT({0, 0, iw, ih}));
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 5);
+    PacketSource desk(codec_.Get(), 1024, 768, 5);
     desk.Register(transmitter_.Get());
     ClearCodes();
     desk.Send({0, 0, 1024, 384});
@@ -522,7 +511,7 @@ TEST_F(RenderTest, ViewRectanglesDragAndScrollBarsFollowTheScrollMode) {
 }
 
 TEST_F(RenderTest, CursorMoveModesDecideWhoMovesTheDrawnPointer) {
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 5);
+    PacketSource desk(codec_.Get(), 1024, 768, 5);
     desk.Register(transmitter_.Get());
     desk.SendAll();
     desk.Unregister(transmitter_.Get());
@@ -537,7 +526,7 @@ TEST_F(RenderTest, CursorMoveModesDecideWhoMovesTheDrawnPointer) {
         return packet::LoadU16(&pic[40 + (y + 4) * 2048 + 2 * (x + 4)]) == 0x7C00;
     };
     auto stream = [&](uint32_t flags, int x, int y) {
-        std::vector<BYTE> p = CursorPacket(codec_.Get(), flags, x, y, 0xFF0000);
+        std::vector<BYTE> p = desk.CursorPacket(flags, x, y);
         transmitter_->Transfer(p.data(), static_cast<ULONG>(p.size()), FALSE);
     };
     auto local = [&](int x, int y) { SendMessageA(w, WM_MOUSEMOVE, 0, MAKELPARAM(x, y)); };
@@ -573,10 +562,10 @@ TEST_F(RenderTest, PaletteStreamPaintsWhileAnotherThreadDecodes) {
     ASSERT_EQ(S_OK, render_->SetWindowPosition(0, 0, 256, 128));
     ASSERT_EQ(S_OK, render_->SetVisible(TRUE));
     ShowWindow(host_.Handle(), SW_SHOWNOACTIVATE);
-    SyntheticDesktop desk(codec_.Get(), 256, 128, 9, 8);
+    PacketSource desk(codec_.Get(), 256, 128, 9, 8);
     ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
     struct Sender {
-        SyntheticDesktop* desk;
+        PacketSource* desk;
         volatile LONG stop;
         static unsigned __stdcall Run(void* p) {
             auto* self = static_cast<Sender*>(p);
@@ -617,7 +606,7 @@ TEST_F(RenderTest, PaletteStreamPaintsWhileAnotherThreadDecodes) {
 // The apartment's own thread keeps pumping while another thread lets go of the render, as a
 // source's worker does after Unregister.
 TEST_F(RenderTest, ReleasedOnAnotherThreadTheWindowClosesOnItsOwnThread) {
-    SyntheticDesktop desk(codec_.Get(), 320, 240, 5);
+    PacketSource desk(codec_.Get(), 320, 240, 5);
     desk.Register(transmitter_.Get());
     desk.SendAll();
     desk.Unregister(transmitter_.Get());
