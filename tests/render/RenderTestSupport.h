@@ -109,6 +109,11 @@ class RenderTest : public ScreenTest {
         PumpFor(30);
         return host_.Codes(std::move(only));
     }
+    // Forgets the notifications posted so far, also those not delivered yet.
+    void ClearCodes() {
+        PumpFor(30);
+        host_.Clear();
+    }
 
     HostWindow host_;
     ComPtr<IDesktopRender> render_;
