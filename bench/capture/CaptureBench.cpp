@@ -15,11 +15,14 @@
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
+#include <optional>
 #include <vector>
 
+#include "Vantrel.h"
 #include "common/Animation.h"
 #include "common/ScreenCorpus.h"
-#include "Vantrel.h"
+#include "common/DeskPrefOverride.h"
+#include "common/FakeSink.h"
 #include "wincom/ComPtr.h"
 #include "wincom/CriticalSection.h"
 #include "wincom/UniqueHandle.h"
@@ -43,27 +46,37 @@ ULONGLONG CpuTime(HANDLE thread) {
     return v(kernel) + v(user);  // 100 ns units
 }
 
-// Counts on the capture thread; the bench thread reads under lock_.
-class CountingSink final : public IDataTransmitter {
+// Counts passes on the capture thread and notes that thread; the bench thread reads under
+// lock_.
+class PassCounter final : public test::FakeSink {
   public:
     struct Counts {
         uint64_t passes = 0, frames = 0, cursors = 0, bytes = 0;
     };
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override {
-        *ppv = nullptr;
-        if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, IID_IDataTransmitter))
-            return E_NOINTERFACE;
-        *ppv = this;
-        return S_OK;
+    PassCounter() { KeepPackets(false); }
+    Counts Take() {
+        std::lock_guard<CriticalSection> guard(lock_);
+        return counts_;
     }
-    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() noexcept override { return 1; }
-    HRESULT STDMETHODCALLTYPE Transfer(void* data, unsigned long cb, long) noexcept override {
+    ULONGLONG Cpu() {
+        std::lock_guard<CriticalSection> guard(lock_);
+        return CpuTime(thread_.get());
+    }
+    void Reset() {
+        std::lock_guard<CriticalSection> guard(lock_);
+        counts_ = Counts{};
+        last_ = RECT{};
+        lastFrame_ = 0;
+        thread_.reset();
+    }
+
+  protected:
+    void Received(const void* data, uint32_t cb) noexcept override {
         std::lock_guard<CriticalSection> guard(lock_);
         if (!thread_)
             thread_.reset(OpenThread(THREAD_QUERY_INFORMATION, FALSE, GetCurrentThreadId()));
         packet::FrameHeader h;
-        if (packet::ReadFrameHeader(data, static_cast<uint32_t>(cb), &h)) {
+        if (packet::ReadFrameHeader(data, cb, &h)) {
             ++counts_.frames;
             // A pass is one update: its bands and rectangles follow each other closely, while
             // passes are paced a frame interval apart.
@@ -77,23 +90,6 @@ class CountingSink final : public IDataTransmitter {
             ++counts_.cursors;
         }
         counts_.bytes += cb;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Flush() noexcept override { return S_OK; }
-
-    Counts Take() {
-        std::lock_guard<CriticalSection> guard(lock_);
-        return counts_;
-    }
-    ULONGLONG Cpu() {
-        std::lock_guard<CriticalSection> guard(lock_);
-        return CpuTime(thread_.get());
-    }
-    void Reset() {
-        std::lock_guard<CriticalSection> guard(lock_);
-        counts_ = Counts{};
-        last_ = RECT{};
-        thread_.reset();
     }
 
   private:
@@ -102,37 +98,6 @@ class CountingSink final : public IDataTransmitter {
     RECT last_{};
     double lastFrame_ = 0;
     UniqueHandle thread_;  // the capture thread, seen at its first Transfer
-};
-
-// "FPS" under DeskPref for one scenario; the previous state comes back afterwards.
-class FpsSetting {
-  public:
-    explicit FpsSetting(LONG fps) {
-        if (fps < 0 || RegCreateKeyExA(HKEY_LOCAL_MACHINE, "Software\\Korvane\\Tessaroom\\DeskPref",
-                                       0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key_.put(),
-                                       nullptr) != ERROR_SUCCESS)
-            return;
-        DWORD size = sizeof previous_;
-        had_ = RegQueryValueExA(key_.get(), "FPS", nullptr, nullptr,
-                                reinterpret_cast<BYTE*>(&previous_), &size) == ERROR_SUCCESS;
-        const DWORD value = static_cast<DWORD>(fps);
-        RegSetValueExA(key_.get(), "FPS", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value),
-                       sizeof value);
-    }
-    ~FpsSetting() {
-        if (!key_)
-            return;
-        if (had_)
-            RegSetValueExA(key_.get(), "FPS", 0, REG_DWORD,
-                           reinterpret_cast<const BYTE*>(&previous_), sizeof previous_);
-        else
-            RegDeleteValueA(key_.get(), "FPS");
-    }
-
-  private:
-    UniqueHkey key_;
-    DWORD previous_ = 0;
-    bool had_ = false;
 };
 
 struct Scenario {
@@ -171,8 +136,10 @@ double Median(std::vector<double> v) {
     return v[v.size() / 2];
 }
 
-Figures RunScenario(IDesktopCapture* capture, CountingSink& sink, const Scenario& s) {
-    FpsSetting fps(s.fps);
+Figures RunScenario(IDesktopCapture* capture, PassCounter& sink, const Scenario& s) {
+    std::optional<test::DeskPrefOverride> fps;
+    if (s.fps >= 0)
+        fps.emplace("FPS", static_cast<DWORD>(s.fps));
     const RECT& a = s.area;
     bench::Animation animation(a, s.realContent ? CorpusPage(a.right - a.left, a.bottom - a.top)
                                                 : std::vector<uint32_t>{});
@@ -186,9 +153,9 @@ Figures RunScenario(IDesktopCapture* capture, CountingSink& sink, const Scenario
         animation.Step();
         Sleep(kFrameMs);
     }
-    const CountingSink::Counts start = sink.Take();
+    const PassCounter::Counts start = sink.Take();
     std::vector<double> msPerPass, percent;
-    CountingSink::Counts windowStart = start;
+    PassCounter::Counts windowStart = start;
     ULONGLONG windowCpu = sink.Cpu();
     DWORD windowTick = GetTickCount();
     const DWORD t0 = windowTick;
@@ -200,7 +167,7 @@ Figures RunScenario(IDesktopCapture* capture, CountingSink& sink, const Scenario
         if (wait > 0)
             Sleep(static_cast<DWORD>(wait));
         if (GetTickCount() - windowTick >= kWindowMs) {
-            const CountingSink::Counts now = sink.Take();
+            const PassCounter::Counts now = sink.Take();
             const ULONGLONG cpu = sink.Cpu();
             const double cpuMs = static_cast<double>(cpu - windowCpu) / 10000.0;
             const double passes = static_cast<double>(now.passes - windowStart.passes);
@@ -211,7 +178,7 @@ Figures RunScenario(IDesktopCapture* capture, CountingSink& sink, const Scenario
             windowTick = GetTickCount();
         }
     }
-    const CountingSink::Counts end = sink.Take();
+    const PassCounter::Counts end = sink.Take();
     const double seconds = (GetTickCount() - t0) / 1000.0;
     capture->Stop();
 
@@ -235,7 +202,7 @@ int main() {
     int rc = 0;
     {
         ComPtr<IDesktopCapture> capture;
-        CountingSink sink;
+        PassCounter sink;
         if (FAILED(CoCreateInstance(CLSID_DesktopCapture, nullptr, CLSCTX_INPROC_SERVER,
                                     IID_IDesktopCapture, capture.PutVoid())) ||
             FAILED(capture->RegisterDataTransmitter(&sink))) {
