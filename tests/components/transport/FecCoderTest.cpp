@@ -15,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include "FecDatagram.h"
 #include "wincom/ComPtr.h"
 
 namespace {
@@ -80,36 +81,45 @@ class Fec : public testing::Test {
     }
 
     // Encodes the fragments, then drains: every datagram in sending order. labels (optional)
-    // names each: "d<serial>" for a fragment's own, "r<group>.<j>" for a correction.
+    // names each: "d<serial>" for a fragment's own, "r<group>.<j>" for a correction,
+    // "m<group>.<i>" for an end mark, groups counted from firstGroup.
     std::vector<Bytes> EncodeAll(const std::vector<Bytes>& fragments,
-                                 std::vector<std::string>* labels = nullptr) {
+                                 std::vector<std::string>* labels = nullptr,
+                                 IFecCoder* encoder = nullptr, int firstGroup = 0) {
+        if (!encoder)
+            encoder = encoder_.Get();
         std::vector<Bytes> datagrams;
         FecBuffer list[64];
-        int group = 0;
-        auto add = [&](LONG count, bool first) {
+        auto add = [&](LONG count) {
             for (LONG i = 0; i < count; ++i) {
                 datagrams.emplace_back(list[i].pbData, list[i].pbData + list[i].cbData);
-                if (labels && !(first && i == 0))
-                    labels->push_back("r" + std::to_string(group) + "." +
-                                      std::to_string(first ? i - 1 : i));
+                if (labels)
+                    labels->push_back(Label(datagrams.back(), firstGroup));
             }
-            if (count > (first ? 1 : 0))
-                ++group;
         };
         for (const Bytes& f : fragments) {
             LONG count = kSentinel;
-            EXPECT_EQ(S_OK, encoder_->Encode(f.data(), static_cast<ULONG>(f.size()), list, &count));
+            EXPECT_EQ(S_OK, encoder->Encode(f.data(), static_cast<ULONG>(f.size()), list, &count));
             EXPECT_GE(count, 1);
             EXPECT_LE(count, 33);
-            if (labels)
-                labels->push_back("d" + std::to_string(Serial(f)));
-            add(count, true);
+            add(count);
         }
         LONG count = kSentinel;
-        EXPECT_EQ(S_OK, encoder_->Drain(list, &count));
+        EXPECT_EQ(S_OK, encoder->Drain(list, &count));
         EXPECT_LE(count, 64);
-        add(count, false);
+        add(count);
         return datagrams;
+    }
+    // Groups are counted from firstGroup.
+    static std::string Label(const Bytes& d, int firstGroup) {
+        transport::FecHeader h;
+        if (!transport::ParseFecDatagram(d.data(), d.size(), kMaxPacket, &h))
+            return "?";
+        if (!h.repair && h.payloadLength)
+            return "d" +
+                   std::to_string(Serial(Bytes(d.begin() + transport::kFecHeaderSize, d.end())));
+        return (h.repair ? "r" : "m") + std::to_string(h.group - firstGroup) + "." +
+               std::to_string(h.index);
     }
 
     // One datagram in; the fragments handed back, in order. hr: what Decode gave.
@@ -150,7 +160,8 @@ TEST_F(Fec, EveryLossOfUpToTheRepairCountIsRestored) {
         const std::vector<Bytes> fragments = MakeFragments(n, rng, serial);
         serial += n;
         const std::vector<Bytes> datagrams = EncodeAll(fragments);
-        ASSERT_EQ(static_cast<std::size_t>(n + k), datagrams.size());
+        ASSERT_EQ(static_cast<std::size_t>(n + k + (k ? transport::kFecEndMarks : 0)),
+                  datagrams.size());
         std::vector<Bytes> arriving;
         for (int i = 0; i < n + k; ++i)
             if (!(lost >> i & 1))
@@ -192,16 +203,17 @@ TEST_F(Fec, OneLossTooManyCostsThatGroupOnly) {
         const std::vector<Bytes> fragments = MakeFragments(24, rng, k * 100);
         const std::vector<Bytes> datagrams = EncodeAll(fragments);
         const int perGroup = 8 + k;
-        ASSERT_EQ(static_cast<std::size_t>(3 * perGroup), datagrams.size());
+        ASSERT_EQ(static_cast<std::size_t>(3 * perGroup + (k ? transport::kFecEndMarks : 0)),
+                  datagrams.size());
         // The middle group loses its first k + 1 datagrams (data first, then corrections).
         std::vector<Bytes> arriving;
         std::vector<Bytes> expected;
-        for (int i = 0; i < 3 * perGroup; ++i) {
+        for (int i = 0; i < static_cast<int>(datagrams.size()); ++i) {
             const int group = i / perGroup, index = i % perGroup;
             if (group == 1 && index <= k)
                 continue;
             arriving.push_back(datagrams[i]);
-            if (index < 8)
+            if (group < 3 && index < 8)
                 expected.push_back(fragments[group * 8 + index]);
         }
         EXPECT_EQ(static_cast<std::size_t>(16 + std::max(0, 7 - static_cast<int>(k))),
@@ -215,8 +227,8 @@ TEST_F(Fec, RepeatedCutFlippedAndForeignDatagramsAreIgnored) {
     ASSERT_EQ(S_OK, encoder_->Configure(32, 4, kMaxPacket));
     ASSERT_EQ(S_OK, encoder_->SetChecksum(TRUE));
     const std::vector<Bytes> fragments = MakeFragments(12, rng, 0);
-    const std::vector<Bytes> datagrams = EncodeAll(fragments);  // 12 data, 4 corrections
-    ASSERT_EQ(16u, datagrams.size());
+    const std::vector<Bytes> datagrams = EncodeAll(fragments);  // 12 data, 4 corrections, 2 marks
+    ASSERT_EQ(18u, datagrams.size());
 
     Bytes foreignMagic = datagrams[3];
     foreignMagic[0] ^= 0x20;
@@ -245,7 +257,7 @@ TEST_F(Fec, RepeatedCutFlippedAndForeignDatagramsAreIgnored) {
     }
 
     // The good ones with four data datagrams lost, each twice and a flipped copy beside it,
-    // the whole lot reversed: exactly the 12 fragments come out, from 12 datagrams accepted.
+    // the whole lot reversed: exactly the 12 fragments come out, from 14 datagrams accepted.
     std::vector<Bytes> arriving;
     for (std::size_t i = 0; i < datagrams.size(); ++i) {
         if (i == 1 || i == 5 || i == 6 || i == 11)
@@ -257,7 +269,7 @@ TEST_F(Fec, RepeatedCutFlippedAndForeignDatagramsAreIgnored) {
     std::reverse(arriving.begin(), arriving.end());
     int accepted = 0;
     EXPECT_EQ(fragments, DecodeAll(arriving, &accepted));
-    EXPECT_EQ(12, accepted);
+    EXPECT_EQ(14, accepted);
 }
 
 // Fragments leave in the order they were encoded, so that the receiver's reassembly sees each
@@ -354,23 +366,238 @@ TEST_F(Fec, FragmentsLeaveInTheOrderTheyWereEncoded) {
     }
 }
 
-// Groups close at their size or when drained; out-of-range configurations and arguments are
-// refused and leave the group being built as it was.
+// At the end of a burst no later datagram comes to free what waits behind a gap. Where the
+// stream has kept its order (a long burst came in order first), the burst's own end marks do:
+// once what came cannot restore the gap and no correction that could is still on its way, the
+// rest leaves; a correction one place late still counts. Where order is not trusted, or the end
+// was lost too, the first datagram of the next burst frees it.
+TEST_F(Fec, TheEndOfABurstReleasesWhatWaitsBehindAGap) {
+    struct Scenario {
+        const char* name;
+        LONG group, k;
+        bool ordered;                   // 70 fragments arrive in order first
+        std::vector<int> bursts;        // fragments per Drain
+        std::vector<std::string> lost;  // labels as EncodeAll gives them
+        std::string late;               // arrives after the datagram sent next
+        std::string until;              // the last to arrive; all when empty
+        std::vector<int> out;
+    };
+    const std::vector<std::string> gap = {"d2", "r0.0", "r0.1"};
+    const Scenario scenarios[] = {
+        {"the gap's corrections lost too", 8, 2, true, {5}, gap, "", "", {0, 1, 3, 4}},
+        {"more lost than corrections", 8, 2, true, {5}, {"d1", "d2", "d3"}, "", "", {0, 4}},
+        {"a group closed at its size",
+         4,
+         2,
+         true,
+         {8},
+         {"d5", "r1.0", "r1.1"},
+         "",
+         "",
+         {0, 1, 2, 3, 4, 6, 7}},
+        {"one correction, lost too", 8, 1, true, {3, 2}, {"d0", "r0.0"}, "", "", {1, 2, 3, 4}},
+        {"a correction one place late",
+         8,
+         2,
+         true,
+         {5},
+         {"d2", "r0.0"},
+         "r0.1",
+         "",
+         {0, 1, 2, 3, 4}},
+        {"order not trusted yet", 8, 2, false, {5}, gap, "", "", {0, 1}},
+        {"the next burst", 8, 2, false, {5, 3}, gap, "", "d5", {0, 1, 3, 4, 5}},
+        {"the end marks lost too",
+         8,
+         2,
+         true,
+         {5, 3},
+         {"d2", "r0.0", "r0.1", "m0.0", "m0.1"},
+         "",
+         "d5",
+         {0, 1, 3, 4, 5}},
+    };
+    std::mt19937 rng(4);
+    for (const Scenario& s : scenarios) {
+        SCOPED_TRACE(s.name);
+        ASSERT_EQ(S_OK, encoder_->Configure(s.group, s.k, kMaxPacket));
+        ASSERT_EQ(S_OK, decoder_->Reset());
+        int base = 0;
+        if (s.ordered) {
+            base = (70 + s.group - 1) / s.group;
+            const std::vector<Bytes> prelude = EncodeAll(MakeFragments(70, rng, 1000, 40));
+            ASSERT_EQ(70u, DecodeAll(prelude).size());
+        }
+        std::vector<std::string> labels;
+        std::vector<Bytes> datagrams;
+        int serial = 0;
+        for (int n : s.bursts) {
+            for (Bytes& d : EncodeAll(MakeFragments(n, rng, serial, 40), &labels, nullptr, base))
+                datagrams.push_back(std::move(d));
+            serial += n;
+        }
+        std::vector<std::size_t> order;
+        for (std::size_t i = 0; i < labels.size(); ++i) {
+            if (std::find(s.lost.begin(), s.lost.end(), labels[i]) == s.lost.end())
+                order.push_back(i);
+            if (labels[i] == s.until)
+                break;
+        }
+        for (std::size_t i = 0; i + 1 < order.size(); ++i) {
+            if (labels[order[i]] == s.late) {
+                std::swap(order[i], order[i + 1]);
+                break;
+            }
+        }
+        std::vector<int> out;
+        for (std::size_t i : order)
+            for (const Bytes& f : DecodeOne(datagrams[i]))
+                out.push_back(Serial(f));
+        EXPECT_EQ(s.out, out);
+    }
+}
+
+// Without checksums a damaged group number, a forged datagram or a stray one of another session
+// must not take the stream over. One datagram far from where the stream is, or of another
+// session, is not trusted alone; four in a row that agree on another place (a restarted caster;
+// the stream's own after forged ones took it away; the stream beyond a long loss) move it there,
+// and they are not lost.
+TEST_F(Fec, ADatagramOutOfPlaceIsNotTrustedAloneAndFourInARowMoveTheStream) {
+    const vantrel::ComPtr<IFecCoder> other = Create();
+    ASSERT_TRUE(other);
+    std::mt19937 rng(6);
+    auto serials = [](int from, int to, int without = -1) {
+        std::vector<int> v;
+        for (int i = from; i <= to; ++i)
+            if (i != without)
+                v.push_back(i);
+        return v;
+    };
+    for (LONG k : {2, 0}) {
+        SCOPED_TRACE(k);
+        ASSERT_EQ(S_OK, encoder_->Configure(4, k, kMaxPacket));
+        ASSERT_EQ(S_OK, other->Configure(4, k, kMaxPacket));
+        std::vector<std::string> labels, unused;
+        const std::vector<Bytes> a = EncodeAll(MakeFragments(16, rng, 0, 40), &labels);
+        EncodeAll(MakeFragments(80, rng, 1000, 40));  // 20 groups that never arrive
+        const std::vector<Bytes> beyond = EncodeAll(MakeFragments(8, rng, 200, 40));
+        const std::vector<Bytes> b =
+            EncodeAll(MakeFragments(8, rng, 100, 40), &unused, other.Get());
+        auto at = [&](const char* label) {
+            return static_cast<std::size_t>(std::find(labels.begin(), labels.end(), label) -
+                                            labels.begin());
+        };
+        transport::FecHeader h;
+        ASSERT_TRUE(
+            transport::ParseFecDatagram(a[at("d6")].data(), a[at("d6")].size(), kMaxPacket, &h));
+        ASSERT_FALSE(h.checksum);
+        Bytes flipped = a[at("d6")];
+        flipped[11] ^= 0x40;  // the group number's top byte
+        Bytes ahead = a[at("d6")];
+        transport::FecHeader moved = h;
+        moved.group += 100000;
+        transport::WriteFecHeader(ahead.data(), moved);
+        std::vector<Bytes> forged;  // four agreeing data datagrams of a group far ahead
+        for (int i = 0; i < 4; ++i) {
+            transport::FecHeader f = moved;
+            f.index = i;
+            f.dataCount = 0;
+            const Bytes fragment = MakeFragments(1, rng, 900 + i, 40)[0];
+            Bytes d(transport::kFecHeaderSize);
+            d.insert(d.end(), fragment.begin(), fragment.end());
+            transport::WriteFecHeader(d.data(), f);
+            forged.push_back(d);
+        }
+
+        auto join = [](std::vector<std::vector<Bytes>> parts) {
+            std::vector<Bytes> v;
+            for (auto& p : parts)
+                v.insert(v.end(), p.begin(), p.end());
+            return v;
+        };
+        auto slice = [](const std::vector<Bytes>& v, std::size_t from, std::size_t to) {
+            return std::vector<Bytes>(v.begin() + from, v.begin() + std::min(to, v.size()));
+        };
+        std::vector<Bytes> strayed = slice(a, 0, at("d6"));
+        for (std::size_t i = at("d6") + 1; i < a.size(); ++i) {
+            strayed.push_back(a[i]);
+            if (i == at("d7"))
+                strayed.push_back(b[0]);
+        }
+        std::vector<Bytes> sideBySide;
+        for (std::size_t i = 0; i < a.size(); ++i) {
+            sideBySide.push_back(a[i]);
+            if (i < b.size())
+                sideBySide.push_back(b[i]);
+        }
+        auto then = [](std::vector<int> v, const std::vector<int>& more) {
+            v.insert(v.end(), more.begin(), more.end());
+            return v;
+        };
+
+        struct Scenario {
+            const char* name;
+            std::vector<Bytes> arrivals;
+            std::vector<int> out;
+            std::size_t checkAt;  // the out so far after this many arrivals (0: none)
+            std::vector<int> outAt;
+        };
+        const Scenario scenarios[] = {
+            {"a group number far ahead, flipped or forged",
+             join({slice(a, 0, at("d6")), {flipped, ahead}, slice(a, at("d6"), a.size())}),
+             serials(0, 15),
+             0,
+             {}},
+            {"a stray datagram of another session", strayed, serials(0, 15, k ? -1 : 6), 0, {}},
+            {"a restarted caster", join({a, b}), then(serials(0, 15), serials(100, 107)),
+             a.size() + 4, then(serials(0, 15), serials(100, 103))},
+            {"forged ones took the stream away",
+             join({slice(a, 0, at("d6")), forged, slice(a, at("d6"), a.size())}),
+             then(then(serials(0, 5), serials(900, 903)), serials(6, 15)),
+             0,
+             {}},
+            {"two sessions side by side", sideBySide, serials(0, 15), 0, {}},
+            {"the stream beyond a long loss",
+             join({a, beyond}),
+             then(serials(0, 15), serials(200, 207)),
+             0,
+             {}},
+        };
+        for (const Scenario& s : scenarios) {
+            SCOPED_TRACE(s.name);
+            ASSERT_EQ(S_OK, decoder_->Reset());
+            std::vector<int> out;
+            for (std::size_t i = 0; i < s.arrivals.size(); ++i) {
+                for (const Bytes& f : DecodeOne(s.arrivals[i]))
+                    out.push_back(Serial(f));
+                if (i + 1 == s.checkAt) {
+                    EXPECT_EQ(s.outAt, out);
+                }
+            }
+            EXPECT_EQ(s.out, out);
+        }
+    }
+}
+
+// Groups close at their size or when drained, and a drain ends the burst with two end marks
+// (with corrections configured) unless one already did; out-of-range configurations and
+// arguments are refused and leave the group being built as it was.
 TEST_F(Fec, GroupsCloseAtTheirSizeOrWhenDrainedAndArgumentsAreChecked) {
     FecBuffer list[64];
     const Bytes fragment(kMaxPacket + 1, 0x5A);
     struct Case {
         LONG group, k;
         int fragments;
-        std::vector<LONG> counts;  // Encode's per fragment, then Drain's
+        std::vector<LONG> counts;  // Encode's per fragment, then two Drains'
     };
     std::vector<LONG> big(31, 1);
     big.push_back(33);
+    big.push_back(2);
     big.push_back(0);
-    const Case cases[] = {{32, 0, 3, {1, 1, 1, 0}},
-                          {2, 3, 5, {1, 4, 1, 4, 1, 3}},
+    const Case cases[] = {{32, 0, 3, {1, 1, 1, 0, 0}},
+                          {2, 3, 5, {1, 4, 1, 4, 1, 5, 0}},
                           {32, 32, 32, big},
-                          {1, 1, 2, {2, 2, 0}}};
+                          {1, 1, 2, {2, 2, 2, 0}}};
     for (const Case& c : cases) {
         ASSERT_EQ(S_OK, encoder_->Configure(c.group, c.k, kMaxPacket));
         std::vector<LONG> counts;
@@ -381,9 +608,11 @@ TEST_F(Fec, GroupsCloseAtTheirSizeOrWhenDrainedAndArgumentsAreChecked) {
                 EXPECT_LE(list[j].cbData, 1500u);  // fits the receiver's slot
             counts.push_back(count);
         }
-        LONG count = kSentinel;
-        ASSERT_EQ(S_OK, encoder_->Drain(list, &count));
-        counts.push_back(count);
+        for (int drain = 0; drain < 2; ++drain) {
+            LONG count = kSentinel;
+            ASSERT_EQ(S_OK, encoder_->Drain(list, &count));
+            counts.push_back(count);
+        }
         EXPECT_EQ(c.counts, counts) << "group " << c.group << " k " << c.k;
     }
 
@@ -414,11 +643,12 @@ TEST_F(Fec, GroupsCloseAtTheirSizeOrWhenDrainedAndArgumentsAreChecked) {
     EXPECT_EQ(E_POINTER, decoder_->Decode(fragment.data(), 10, nullptr, &count));
     EXPECT_EQ(E_POINTER, decoder_->Decode(fragment.data(), 10, list, nullptr));
     EXPECT_EQ(E_POINTER, encoder_->Drain(list, nullptr));
-    // The refused calls left the group as it was: one fragment, then the two corrections.
+    // The refused calls left the group as it was: one fragment, then the two corrections and
+    // the marks.
     ASSERT_EQ(S_OK, encoder_->Encode(fragment.data(), 100, list, &count));
     EXPECT_EQ(1, count);
     ASSERT_EQ(S_OK, encoder_->Drain(list, &count));
-    EXPECT_EQ(2, count);
+    EXPECT_EQ(4, count);
 }
 
 TEST_F(Fec, ResetStartsANewStreamThatReceiversFollow) {

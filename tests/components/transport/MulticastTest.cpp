@@ -100,6 +100,17 @@ Bytes Datagram(int serial, std::size_t length) {
     return d;
 }
 
+std::vector<int> Serials(const std::vector<Bytes>& datagrams) {
+    std::vector<int> serials;
+    for (const Bytes& d : datagrams) {
+        int serial = -1;
+        if (d.size() >= 4)
+            std::memcpy(&serial, d.data(), 4);
+        serials.push_back(serial);
+    }
+    return serials;
+}
+
 TEST_F(Multicast, DatagramsArriveWholeInOrderFromTheSendersAddress) {
     Collector collector;
     Connect(41001, &collector);
@@ -152,6 +163,40 @@ TEST_F(Multicast, NoCallbackRunsOnceStopOrLeaveReturns) {
         EXPECT_TRUE(collector.WaitFor(calls + 1));
         ASSERT_EQ(S_OK, receiver_->Leave());
     }
+}
+
+// Two groups on one port: each receiver hears its own group only, though this machine has
+// joined both (a socket bound to the port alone would hear both).
+TEST_F(Multicast, AReceiverHearsOnlyTheGroupItJoined) {
+    constexpr char kOtherGroup[] = "239.255.41.2";
+    constexpr USHORT kPort = 41004;
+    Collector mine, theirs;
+    Connect(kPort, &mine);
+    vantrel::ComPtr<IMulticastReceiver> neighbour;
+    vantrel::ComPtr<IMulticastSender> stranger;
+    ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(CLSID_MulticastReceiver, nullptr,
+                                              CLSCTX_INPROC_SERVER, IID_IMulticastReceiver,
+                                              neighbour.PutVoid()));
+    ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(CLSID_MulticastSender, nullptr, CLSCTX_INPROC_SERVER,
+                                              IID_IMulticastSender, stranger.PutVoid()));
+    ASSERT_EQ(S_OK, neighbour->Join(kLocal, kOtherGroup, kPort));
+    ASSERT_EQ(S_OK, neighbour->SetCallback(Collector::Callback, &theirs));
+    ASSERT_EQ(S_OK, neighbour->Start());
+    ASSERT_EQ(S_OK, stranger->Open(kLocal, kOtherGroup, kPort));
+    std::vector<Bytes> ours, others;
+    for (int i = 0; i < 20; ++i) {
+        ours.push_back(Datagram(i, 100));
+        others.push_back(Datagram(1000 + i, 100));
+        ASSERT_EQ(S_OK, stranger->Send(others.back().data(), 100));
+        ASSERT_EQ(S_OK, sender_->Send(ours.back().data(), 100));
+    }
+    ASSERT_TRUE(mine.WaitFor(ours.size())) << mine.Count();
+    ASSERT_TRUE(theirs.WaitFor(others.size())) << theirs.Count();
+    Sleep(100);
+    ASSERT_EQ(S_OK, neighbour->Leave());
+    ASSERT_EQ(S_OK, receiver_->Stop());
+    EXPECT_EQ(Serials(ours), Serials(mine.datagrams));
+    EXPECT_EQ(Serials(others), Serials(theirs.datagrams));
 }
 
 TEST_F(Multicast, ArgumentsAndOrderAreChecked) {
