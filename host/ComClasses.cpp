@@ -2,12 +2,14 @@
 #include "ComClasses.h"
 
 #include <winsock2.h>
+#include <iphlpapi.h>
+
+#include <vector>
 
 #include "ScreenCodec.h"
 #include "Transport.h"
 #include "Vantrel.h"
 #include "wincom/ComPtr.h"
-#include "wincom/Socket.h"
 
 namespace vantrel::host {
 
@@ -64,18 +66,24 @@ Outcome Create(const ComClass& cls, REFIID iid, void** object) {
 }
 
 Outcome CheckLocalInterface(const char* text, ULONG address) {
-    WinsockSession winsock;
-    UniqueSocket probe(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
-    sockaddr_in local{};
-    local.sin_family = AF_INET;
-    local.sin_addr.s_addr = address;
-    if (!winsock.ok() || !probe)
-        return Outcome::Fail(kExitNetwork, "the network (Winsock) is not available");
-    if (bind(probe.get(), reinterpret_cast<sockaddr*>(&local), sizeof local) != 0)
-        return Outcome::Fail(kExitNetwork, std::string("the interface ") + text +
-                                               " is not an address of this machine: it cannot "
-                                               "be reached (give --interface one of its own)");
-    return Outcome::Success();
+    // The addresses of this machine's interfaces (binding a socket is no test: Wine lets a
+    // socket bind to any address).
+    ULONG size = 0;
+    std::vector<BYTE> table;
+    DWORD result = GetIpAddrTable(nullptr, &size, FALSE);
+    for (int tries = 0; result == ERROR_INSUFFICIENT_BUFFER && tries < 3; ++tries) {
+        table.resize(size);
+        result = GetIpAddrTable(reinterpret_cast<MIB_IPADDRTABLE*>(table.data()), &size, FALSE);
+    }
+    if (result != NO_ERROR)
+        return Outcome::Fail(kExitNetwork, "the addresses of this machine cannot be read");
+    const auto* rows = reinterpret_cast<const MIB_IPADDRTABLE*>(table.data());
+    for (DWORD i = 0; i < rows->dwNumEntries; ++i)
+        if (rows->table[i].dwAddr == address)
+            return Outcome::Success();
+    return Outcome::Fail(kExitNetwork, std::string("the interface ") + text +
+                                           " is not an address of this machine: it cannot be "
+                                           "reached (give --interface one of its own)");
 }
 
 }  // namespace vantrel::host
