@@ -34,15 +34,20 @@ struct Ran {
     std::string out;
 };
 
-// Runs vantrel.exe args to its end (or kills it after ms).
-inline Ran RunVantrel(const std::string& args, DWORD ms = 30000) {
-    LoggedProgram program("vantrel");
-    if (!program.Start("vantrel.exe", args, nullptr))
+// Runs program (beside the test) with args to its end, or kills it after ms.
+inline Ran RunProgram(const std::string& program, const std::string& args, DWORD ms = 30000) {
+    LoggedProgram run(program);
+    if (!run.Start(program, args, nullptr))
         return Ran{ChildProcess::kNoExitCode, "(not started)"};
-    const DWORD code = program.Wait(ms);
+    const DWORD code = run.Wait(ms);
     if (code == ChildProcess::kNoExitCode)
-        program.Kill();
-    return Ran{code, program.Output()};
+        run.Kill();
+    return Ran{code, run.Output()};
+}
+
+// Runs vantrel.exe args to its end, or kills it after ms.
+inline Ran RunVantrel(const std::string& args, DWORD ms = 30000) {
+    return RunProgram("vantrel.exe", args, ms);
 }
 
 inline std::string Quote(const std::string& path) {
