@@ -530,6 +530,11 @@ void ClassroomDemo::WriteReport(const std::string& verdict) {
                     verdict(t.pictureWrong, t.picturePixels).c_str()));
     }
     Line(
+        Format("preview-side-by-side.png: the whiteboard beside the teacher's preview window, "
+               "%s at 5-5-5 (%ld of %ld pixels differ)",
+               targets_[0].windowWrong == 0 ? "equal" : "DIFFERENT", targets_[0].windowWrong,
+               targets_[0].windowPixels));
+    Line(
         Format("latency, screen change -> pixels in the window (%.0f s of lesson):", liveSeconds_));
     std::vector<double> all;
     for (const Target& t : targets_) {
