@@ -10,10 +10,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
+#include <optional>
 #include <vector>
 
-#include "common/Animation.h"
 #include "Vantrel.h"
+#include "common/Animation.h"
+#include "common/DeskPrefOverride.h"
+#include "common/FakeSink.h"
 #include "wincom/ComPtr.h"
 #include "wincom/CriticalSection.h"
 #include "wincom/UniqueHandle.h"
@@ -36,40 +39,14 @@ ULONGLONG CpuTime(HANDLE thread) {
     return v(kernel) + v(user);  // 100 ns units
 }
 
-// Counts on the capture thread; the bench thread reads under lock_.
-class CountingSink final : public IDataTransmitter {
+// Counts passes on the capture thread and notes that thread; the bench thread reads under
+// lock_.
+class PassCounter final : public test::FakeSink {
   public:
     struct Counts {
         uint64_t passes = 0, frames = 0, cursors = 0, bytes = 0;
     };
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override {
-        *ppv = nullptr;
-        if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, IID_IDataTransmitter))
-            return E_NOINTERFACE;
-        *ppv = this;
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() noexcept override { return 1; }
-    HRESULT STDMETHODCALLTYPE Transfer(void* data, unsigned long cb, long) noexcept override {
-        std::lock_guard<CriticalSection> guard(lock_);
-        if (!thread_)
-            thread_.reset(OpenThread(THREAD_QUERY_INFORMATION, FALSE, GetCurrentThreadId()));
-        packet::FrameHeader h;
-        if (packet::ReadFrameHeader(data, static_cast<uint32_t>(cb), &h)) {
-            ++counts_.frames;
-            const bool continues = h.band.top == last_.bottom && h.band.left == last_.left &&
-                                   h.band.right == last_.right;
-            counts_.passes += !continues;
-            last_ = h.band;
-        } else {
-            ++counts_.cursors;
-        }
-        counts_.bytes += cb;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Flush() noexcept override { return S_OK; }
-
+    PassCounter() { KeepPackets(false); }
     Counts Take() {
         std::lock_guard<CriticalSection> guard(lock_);
         return counts_;
@@ -85,42 +62,29 @@ class CountingSink final : public IDataTransmitter {
         thread_.reset();
     }
 
+  protected:
+    void Received(const void* data, uint32_t cb) noexcept override {
+        std::lock_guard<CriticalSection> guard(lock_);
+        if (!thread_)
+            thread_.reset(OpenThread(THREAD_QUERY_INFORMATION, FALSE, GetCurrentThreadId()));
+        packet::FrameHeader h;
+        if (packet::ReadFrameHeader(data, cb, &h)) {
+            ++counts_.frames;
+            const bool continues = h.band.top == last_.bottom && h.band.left == last_.left &&
+                                   h.band.right == last_.right;
+            counts_.passes += !continues;
+            last_ = h.band;
+        } else {
+            ++counts_.cursors;
+        }
+        counts_.bytes += cb;
+    }
+
   private:
     CriticalSection lock_;
     Counts counts_;
     RECT last_{};
     UniqueHandle thread_;  // the capture thread, seen at its first Transfer
-};
-
-// "FPS" under DeskPref for one scenario; the previous state comes back afterwards.
-class FpsSetting {
-  public:
-    explicit FpsSetting(LONG fps) {
-        if (fps < 0 || RegCreateKeyExA(HKEY_LOCAL_MACHINE, "Software\\Korvane\\Tessaroom\\DeskPref",
-                                       0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key_.put(),
-                                       nullptr) != ERROR_SUCCESS)
-            return;
-        DWORD size = sizeof previous_;
-        had_ = RegQueryValueExA(key_.get(), "FPS", nullptr, nullptr,
-                                reinterpret_cast<BYTE*>(&previous_), &size) == ERROR_SUCCESS;
-        const DWORD value = static_cast<DWORD>(fps);
-        RegSetValueExA(key_.get(), "FPS", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value),
-                       sizeof value);
-    }
-    ~FpsSetting() {
-        if (!key_)
-            return;
-        if (had_)
-            RegSetValueExA(key_.get(), "FPS", 0, REG_DWORD,
-                           reinterpret_cast<const BYTE*>(&previous_), sizeof previous_);
-        else
-            RegDeleteValueA(key_.get(), "FPS");
-    }
-
-  private:
-    UniqueHkey key_;
-    DWORD previous_ = 0;
-    bool had_ = false;
 };
 
 struct Scenario {
@@ -129,8 +93,10 @@ struct Scenario {
     LONG fps;  // registry "FPS"; -1 leaves it alone
 };
 
-void RunScenario(IDesktopCapture* capture, CountingSink& sink, const Scenario& s) {
-    FpsSetting fps(s.fps);
+void RunScenario(IDesktopCapture* capture, PassCounter& sink, const Scenario& s) {
+    std::optional<test::DeskPrefOverride> fps;
+    if (s.fps >= 0)
+        fps.emplace("FPS", static_cast<DWORD>(s.fps));
     bench::Animation animation(s.area);
     sink.Reset();
     if (FAILED(capture->Run())) {
@@ -142,7 +108,7 @@ void RunScenario(IDesktopCapture* capture, CountingSink& sink, const Scenario& s
         animation.Step();
         Sleep(kFrameMs);
     }
-    const CountingSink::Counts start = sink.Take();
+    const PassCounter::Counts start = sink.Take();
     const ULONGLONG cpuStart = sink.Cpu();
     const DWORD t0 = GetTickCount();
     DWORD next = t0;
@@ -153,7 +119,7 @@ void RunScenario(IDesktopCapture* capture, CountingSink& sink, const Scenario& s
         if (wait > 0)
             Sleep(static_cast<DWORD>(wait));
     }
-    const CountingSink::Counts end = sink.Take();
+    const PassCounter::Counts end = sink.Take();
     const ULONGLONG cpu = sink.Cpu() - cpuStart;
     const double seconds = (GetTickCount() - t0) / 1000.0;
     capture->Stop();
@@ -176,7 +142,7 @@ int main() {
     int rc = 0;
     {
         ComPtr<IDesktopCapture> capture;
-        CountingSink sink;
+        PassCounter sink;
         if (FAILED(CoCreateInstance(CLSID_DesktopCapture, nullptr, CLSCTX_INPROC_SERVER,
                                     IID_IDesktopCapture, capture.PutVoid())) ||
             FAILED(capture->RegisterDataTransmitter(&sink))) {

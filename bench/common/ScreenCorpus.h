@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "common/Screen.h"
 #include "contracts/Pixmend.h"
 #include "wincom/UniqueHandle.h"
 
@@ -270,22 +271,6 @@ inline void Desktop(HDC dc, int w, int h) {
     SelectObject(dc, old);
 }
 
-// Shows `image` (32 bpp, w x h) in a top-most popup over the whole screen, waits until the
-// screen shows it, and grabs the screen back.
-inline LRESULT CALLBACK ShowProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
-    if (msg == WM_PAINT) {
-        PAINTSTRUCT ps;
-        HDC dc = BeginPaint(hwnd, &ps);
-        HDC source = reinterpret_cast<HDC>(GetWindowLongPtrA(hwnd, GWLP_USERDATA));
-        RECT rc;
-        GetClientRect(hwnd, &rc);
-        BitBlt(dc, 0, 0, rc.right, rc.bottom, source, 0, 0, SRCCOPY);
-        EndPaint(hwnd, &ps);
-        return 0;
-    }
-    return DefWindowProcA(hwnd, msg, wp, lp);
-}
-
 }  // namespace corpus
 
 // Draws every scene on the screen in turn and grabs it. Empty when the screen cannot be used.
@@ -293,12 +278,6 @@ inline std::vector<Screenshot> GrabScreenCorpus() {
     using namespace corpus;
     std::vector<Screenshot> shots;
     const int w = GetSystemMetrics(SM_CXSCREEN), h = GetSystemMetrics(SM_CYSCREEN);
-    WNDCLASSA wc{};
-    wc.lpfnWndProc = ShowProc;
-    wc.hInstance = GetModuleHandleA(nullptr);
-    wc.lpszClassName = "VantrelBenchCorpus";
-    RegisterClassA(&wc);
-
     BITMAPINFO bi{};
     bi.bmiHeader = {sizeof bi.bmiHeader, w, -h, 1, 32, BI_RGB, 0, 0, 0, 0, 0};
     WindowDc screen(nullptr);
@@ -329,18 +308,15 @@ inline std::vector<Screenshot> GrabScreenCorpus() {
     for (const Scene& scene : scenes) {
         scene.draw(canvas.get(), w, h, pixels);
         GdiFlush();
-        UniqueHwnd window(CreateWindowExA(WS_EX_TOPMOST | WS_EX_NOACTIVATE, wc.lpszClassName, "",
-                                          WS_POPUP, 0, 0, w, h, nullptr, nullptr, wc.hInstance,
-                                          nullptr));
-        SetWindowLongPtrA(window.get(), GWLP_USERDATA, reinterpret_cast<LONG_PTR>(canvas.get()));
-        ShowWindow(window.get(), SW_SHOWNOACTIVATE);
-        UpdateWindow(window.get());
+        // Shown in a top-most popup over the whole screen, then grabbed back.
+        const HDC source = canvas.get();
+        test::PaintedWindow window(RECT{0, 0, w, h}, [source](HDC dc, const RECT& client) {
+            BitBlt(dc, 0, 0, client.right, client.bottom, source, 0, 0, SRCCOPY);
+        });
         // The screen shows the window a little later: grab until two grabs agree with the canvas
         // at its corners (or give up after 5 s and take what is there).
         for (DWORD start = GetTickCount(); GetTickCount() - start < 5000; Sleep(20)) {
-            MSG msg;
-            while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
-                DispatchMessageA(&msg);
+            test::PumpMessages();
             BitBlt(grab.get(), 0, 0, w, h, screen.get(), 0, 0, SRCCOPY);
             GdiFlush();
             const auto* g = static_cast<const std::uint32_t*>(grabBits);

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "common/BenchClock.h"
+#include "common/Screen.h"
 #include "contracts/Pavlex.h"
 #include "wincom/UniqueHandle.h"
 
@@ -31,28 +32,12 @@ double ProcessCpuSeconds() {
     return (v(kernel) + v(user)) / 1e7;
 }
 
-void Pump() {
-    MSG msg;
-    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
-        DispatchMessageA(&msg);
-}
-
-// A full-screen top-most window of one grey with some text: what the detector watches.
-LRESULT CALLBACK Proc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
-    if (msg == WM_PAINT) {
-        PAINTSTRUCT ps;
-        HDC dc = BeginPaint(hwnd, &ps);
-        RECT rc;
-        GetClientRect(hwnd, &rc);
-        FillRect(dc, &rc, static_cast<HBRUSH>(GetStockObject(LTGRAY_BRUSH)));
-        SetBkMode(dc, TRANSPARENT);
-        for (int y = 20; y < rc.bottom; y += 40)
-            TextOutA(dc, 20, y, "An unchanging screen: the detector should cost next to nothing.",
-                     62);
-        EndPaint(hwnd, &ps);
-        return 0;
-    }
-    return DefWindowProcA(hwnd, msg, wp, lp);
+// What the detector watches: one grey with some text.
+void PaintStill(HDC dc, const RECT& client) {
+    FillRect(dc, &client, static_cast<HBRUSH>(GetStockObject(LTGRAY_BRUSH)));
+    SetBkMode(dc, TRANSPARENT);
+    for (int y = 20; y < client.bottom; y += 40)
+        TextOutA(dc, 20, y, "An unchanging screen: the detector should cost next to nothing.", 62);
 }
 
 struct Capture {
@@ -96,18 +81,9 @@ double Percentile(std::vector<double> v, double p) {
 
 int main() {
     const int width = GetSystemMetrics(SM_CXSCREEN), height = GetSystemMetrics(SM_CYSCREEN);
-    WNDCLASSA wc{};
-    wc.lpfnWndProc = Proc;
-    wc.hInstance = GetModuleHandleA(nullptr);
-    wc.lpszClassName = "VantrelPavlexBench";
-    RegisterClassA(&wc);
-    UniqueHwnd window(CreateWindowExA(WS_EX_TOPMOST | WS_EX_NOACTIVATE, wc.lpszClassName, "",
-                                      WS_POPUP, 0, 0, width, height, nullptr, nullptr, wc.hInstance,
-                                      nullptr));
-    ShowWindow(window.get(), SW_SHOWNOACTIVATE);
-    UpdateWindow(window.get());
+    test::PaintedWindow window(RECT{0, 0, width, height}, PaintStill);
     for (int i = 0; i < 50; ++i, Sleep(20))
-        Pump();
+        test::PumpMessages();
 
     Capture capture;
     if (!capture.ok) {
@@ -116,7 +92,7 @@ int main() {
     }
     // Settle: drain until nothing has come for half a second.
     for (DWORD quiet = GetTickCount(), start = quiet; GetTickCount() - quiet < 500;) {
-        Pump();
+        test::PumpMessages();
         if (!capture.Drain().empty())
             quiet = GetTickCount();
         Sleep(20);
@@ -148,13 +124,13 @@ int main() {
         const COLORREF colour =
             (before & 0xFFFFFF) == RGB(255, 0, 0) ? RGB(0, 0, 255) : RGB(255, 0, 0);
         {
-            WindowDc dc(window.get());
+            WindowDc dc(window.Handle());
             SetPixelV(dc.get(), x, y, colour);
         }
         GdiFlush();
         double shown = 0;
         for (const double start = bench::Seconds(); bench::Seconds() - start < 1;) {
-            Pump();
+            test::PumpMessages();
             if ((GetPixel(screenDc.get(), x, y) & 0xFFFFFF) == colour) {
                 shown = bench::Seconds();
                 break;

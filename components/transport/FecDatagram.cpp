@@ -48,7 +48,7 @@ void WriteFecHeader(std::uint8_t* d, const FecHeader& h) noexcept {
     Put32(d + 4, h.epoch);
     Put32(d + 8, h.group);
     d[12] = static_cast<std::uint8_t>(h.index);
-    d[13] = static_cast<std::uint8_t>(h.repair ? h.dataCount : 0);
+    d[13] = static_cast<std::uint8_t>(h.dataCount);
     d[14] = static_cast<std::uint8_t>(h.repairCount);
     d[15] = 0;
     Put16(d + 16, static_cast<std::uint32_t>(h.payloadLength));
@@ -80,7 +80,7 @@ bool ParseFecDatagram(const std::uint8_t* d, std::size_t length, std::size_t max
         if (r.dataCount < 1 || r.dataCount > kFecMaxGroup || r.index >= r.repairCount ||
             r.payloadLength < 3 || r.payloadLength > maxFragment + 2)
             return false;
-    } else if (r.dataCount != 0 || r.index >= kFecMaxGroup || r.payloadLength < 1 ||
+    } else if (r.dataCount > kFecMaxGroup || r.index >= kFecMaxGroup || r.payloadLength < 1 ||
                r.payloadLength > maxFragment) {
         return false;
     }

@@ -6,7 +6,9 @@
 //    4  u32  epoch: the encoder's, new at every Configure and Reset
 //    8  u32  group number, one more per closed group
 //   12  u8   index: of the data datagram in its group (< 32), or of the correction datagram
-//   13  u8   data datagrams in the group: correction datagrams only (1 to 32); 0 in data
+//   13  u8   data datagrams in the group (correction datagrams, 1 to 32); in a data datagram
+//            those of the group before (0 to 32, 0 in an epoch's first group), so that a
+//            receiver learns where a group ended even when all its corrections were lost
 //   14  u8   correction datagrams in the group (0 to 32; at least 1 in a correction datagram)
 //   15  u8   0
 //   16  u16  payload length: the fragment's, or the coded block's (fragment length + 2)
@@ -35,7 +37,7 @@ struct FecHeader {
     std::uint32_t epoch = 0;
     std::uint32_t group = 0;
     int index = 0;
-    int dataCount = 0;
+    int dataCount = 0;  // of this group (correction datagram) or the one before (data datagram)
     int repairCount = 0;
     std::size_t payloadLength = 0;
 };

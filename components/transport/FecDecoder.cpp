@@ -66,6 +66,8 @@ bool FecDecoder::Configure(int maxFragment) {
 
 void FecDecoder::Reset() noexcept {
     haveEpoch_ = false;
+    nextGroup_ = 0;
+    nextIndex_ = 0;
     for (Group& g : groups_) {
         std::uint8_t* blocks = g.blocks;
         g = Group();
@@ -73,10 +75,16 @@ void FecDecoder::Reset() noexcept {
     }
 }
 
-FecDecoder::Group* FecDecoder::FindGroup(std::uint32_t number) noexcept {
+FecDecoder::Group* FecDecoder::Find(std::uint32_t number) noexcept {
     for (Group& g : groups_)
         if (g.used && g.number == number)
             return &g;
+    return nullptr;
+}
+
+FecDecoder::Group* FecDecoder::FindOrAdd(std::uint32_t number) noexcept {
+    if (Group* g = Find(number))
+        return g;
     const std::int32_t d = Distance(number, latest_);
     if (d <= -kWindow)
         return nullptr;  // late: its slot may already serve another group
@@ -121,60 +129,81 @@ FecDecoder::Result FecDecoder::Decode(const std::uint8_t* datagram, std::size_t 
         haveEpoch_ = true;
         epoch_ = h.epoch;
         latest_ = h.group;
+        nextGroup_ = h.group;
     }
-    Group* g = FindGroup(h.group);
+    const bool ordered = h.repairCount > 0;
+    if (ordered && Distance(h.group, nextGroup_) < 0)
+        return Result::kDropped;  // its place in the order has passed
+    Group* g = FindOrAdd(h.group);
     if (!g || g->done)
         return Result::kDropped;
-
+    if (!g->dataMask && !g->repairMask)
+        g->repairCount = h.repairCount;
     const std::uint8_t* payload = datagram + kFecHeaderSize;
-    std::uint32_t deliver = 0;
-    if (!h.repair) {
-        const std::uint32_t bit = 1u << h.index;
-        const std::size_t blockLength = h.payloadLength + 2;
-        if ((g->dataMask & bit) || (g->dataCount && h.index >= g->dataCount) ||
-            (g->codedLength && blockLength > g->codedLength))
-            return Result::kDropped;
-        std::uint8_t* block = Block(*g, h.index);
-        block[0] = static_cast<std::uint8_t>(h.payloadLength);
-        block[1] = static_cast<std::uint8_t>(h.payloadLength >> 8);
-        std::memcpy(block + 2, payload, h.payloadLength);
-        std::memset(block + blockLength, 0, stride_ - blockLength);
-        g->dataMask |= bit;
-        if (blockLength > g->longestData)
-            g->longestData = blockLength;
-        deliver = bit;
-    } else {
-        const std::uint32_t bit = 1u << h.index;
-        if (g->repairMask & bit)
-            return Result::kDropped;
-        if (g->dataCount) {
-            if (h.dataCount != g->dataCount || h.payloadLength != g->codedLength)
-                return Result::kDropped;
-        } else {
-            if ((h.dataCount < kFecMaxGroup && (g->dataMask >> h.dataCount)) ||
-                g->longestData > h.payloadLength)
-                return Result::kDropped;
-            g->dataCount = h.dataCount;
-            g->codedLength = h.payloadLength;
+    if (h.repairCount != g->repairCount ||
+        !(h.repair ? AddRepair(*g, h, payload) : AddData(*g, h, payload)))
+        return Result::kDropped;
+    ++g->arrivals;
+
+    // A data datagram tells where the group before it ended.
+    if (!h.repair && h.dataCount) {
+        Group* previous = Find(h.group - 1);
+        if (previous && !previous->dataCount &&
+            (h.dataCount == kFecMaxGroup || !(previous->dataMask >> h.dataCount))) {
+            previous->dataCount = h.dataCount;
+            TryRestore(*previous);
         }
-        std::memcpy(Block(*g, kFecMaxGroup + h.index), payload, h.payloadLength);
-        g->repairMask |= bit;
     }
-    TryRestore(*g, &deliver);
+    TryRestore(*g);
     if (!g->done && g->dataMask == 0xFFFFFFFFu)
         g->done = true;
 
-    for (int i = 0; i < kFecMaxGroup; ++i) {
-        if (!(deliver & (1u << i)))
-            continue;
-        const std::uint8_t* block = Block(*g, i);
-        out[(*count)++] = {block + 2, static_cast<std::size_t>(block[0] | (block[1] << 8))};
+    if (ordered) {
+        Release(out, count);
+    } else {
+        for (int i = 0; i < kFecMaxGroup; ++i)
+            if ((g->ready & ~g->handed) & (1u << i))
+                Hand(*g, i, out, count);
     }
     return Result::kAccepted;
 }
 
-void FecDecoder::TryRestore(Group& g, std::uint32_t* deliver) noexcept {
-    if (!g.dataCount)
+bool FecDecoder::AddData(Group& g, const FecHeader& h, const std::uint8_t* payload) noexcept {
+    const std::uint32_t bit = 1u << h.index;
+    const std::size_t blockLength = h.payloadLength + 2;
+    if (((g.dataMask | g.handed) & bit) || (g.dataCount && h.index >= g.dataCount) ||
+        (g.codedLength && blockLength > g.codedLength))
+        return false;
+    std::uint8_t* block = Block(g, h.index);
+    block[0] = static_cast<std::uint8_t>(h.payloadLength);
+    block[1] = static_cast<std::uint8_t>(h.payloadLength >> 8);
+    std::memcpy(block + 2, payload, h.payloadLength);
+    std::memset(block + blockLength, 0, stride_ - blockLength);
+    g.dataMask |= bit;
+    g.ready |= bit;
+    if (blockLength > g.longestData)
+        g.longestData = blockLength;
+    return true;
+}
+
+bool FecDecoder::AddRepair(Group& g, const FecHeader& h, const std::uint8_t* payload) noexcept {
+    const std::uint32_t bit = 1u << h.index;
+    if (g.repairMask & bit)
+        return false;
+    if (g.dataCount ? h.dataCount != g.dataCount
+                    : h.dataCount < kFecMaxGroup && (g.dataMask >> h.dataCount))
+        return false;
+    if (g.codedLength ? h.payloadLength != g.codedLength : g.longestData > h.payloadLength)
+        return false;
+    g.dataCount = h.dataCount;
+    g.codedLength = h.payloadLength;
+    std::memcpy(Block(g, kFecMaxGroup + h.index), payload, h.payloadLength);
+    g.repairMask |= bit;
+    return true;
+}
+
+void FecDecoder::TryRestore(Group& g) noexcept {
+    if (!g.dataCount || g.done)
         return;
     const std::uint32_t all = g.dataCount == 32 ? 0xFFFFFFFFu : (1u << g.dataCount) - 1;
     const std::uint32_t missing = all & ~g.dataMask;
@@ -183,7 +212,7 @@ void FecDecoder::TryRestore(Group& g, std::uint32_t* deliver) noexcept {
         g.done = true;
         return;
     }
-    if (PopCount(g.repairMask) < lost)
+    if (!g.codedLength || PopCount(g.repairMask) < lost)
         return;
 
     int lostIndex[kFecMaxGroup];
@@ -221,7 +250,63 @@ void FecDecoder::TryRestore(Group& g, std::uint32_t* deliver) noexcept {
         // Without checksums a damaged datagram can yield garbage; never hand out more than
         // the block holds.
         if (fragment >= 1 && fragment <= maxFragment_ && fragment + 2 <= len)
-            *deliver |= 1u << lostIndex[b];
+            g.ready |= 1u << lostIndex[b];
+    }
+}
+
+void FecDecoder::Hand(Group& g, int index, FecSpan* out, int* count) noexcept {
+    const std::uint8_t* block = Block(g, index);
+    out[(*count)++] = {block + 2, static_cast<std::size_t>(block[0] | (block[1] << 8))};
+    g.handed |= 1u << index;
+}
+
+bool FecDecoder::Hopeless(const Group& g) const noexcept {
+    // Restore was tried (a gap left means what it gave was not a fragment).
+    if (g.done)
+        return true;
+    // Datagrams arrive in any order, so a gap can still fill from this group's own datagrams
+    // until enough of the later groups have come: those were sent after all of this one.
+    int later = 0;
+    for (const Group& other : groups_)
+        if (other.used && Distance(other.number, g.number) > 0)
+            later += other.arrivals;
+    return later >= kReorderSlack;
+}
+
+void FecDecoder::Release(FecSpan* out, int* count) noexcept {
+    for (;;) {
+        if (Distance(latest_, nextGroup_) >= kWindow) {
+            // The window has moved past: what the cursor waited for is gone.
+            nextGroup_ = latest_ - (kWindow - 1);
+            nextIndex_ = 0;
+        }
+        Group* g = Find(nextGroup_);
+        if (!g) {
+            // Nothing of it came, and a later group has: none of it will.
+            if (Distance(latest_, nextGroup_) <= 0)
+                return;
+            ++nextGroup_;
+            nextIndex_ = 0;
+            continue;
+        }
+        if (nextIndex_ >= (g->dataCount ? g->dataCount : kFecMaxGroup)) {
+            ++nextGroup_;
+            nextIndex_ = 0;
+            continue;
+        }
+        const std::uint32_t bit = 1u << nextIndex_;
+        if (g->ready & bit) {
+            if (*count == kMaxDecodeOutput)
+                return;
+            Hand(*g, nextIndex_++, out, count);
+            continue;
+        }
+        if (!g->givenUp)
+            g->givenUp = Hopeless(*g);
+        if (!g->givenUp)
+            return;
+        g->handed |= bit;
+        ++nextIndex_;
     }
 }
 

@@ -24,6 +24,7 @@ void FecEncoder::Reset(std::uint32_t epoch) noexcept {
     epoch_ = epoch;
     group_ = 0;
     dataInGroup_ = 0;
+    previousGroupSize_ = 0;
     codedLength_ = 0;
 }
 
@@ -37,6 +38,7 @@ int FecEncoder::Encode(const std::uint8_t* fragment, std::size_t length, FecSpan
     h.epoch = epoch_;
     h.group = group_;
     h.index = index;
+    h.dataCount = previousGroupSize_;
     h.repairCount = repairCount_;
     h.payloadLength = length;
     std::memcpy(data_.data() + kFecHeaderSize, fragment, length);
@@ -80,6 +82,7 @@ int FecEncoder::CloseGroup(FecSpan* out) noexcept {
         out[j] = {Repair(j), kFecHeaderSize + codedLength_};
     }
     ++group_;
+    previousGroupSize_ = dataInGroup_;
     dataInGroup_ = 0;
     codedLength_ = 0;
     return repairCount_;

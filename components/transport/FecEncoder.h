@@ -50,6 +50,7 @@ class FecEncoder {
     std::uint32_t epoch_ = 0;
     std::uint32_t group_ = 0;
     int dataInGroup_ = 0;
+    int previousGroupSize_ = 0;       // data datagrams of the group closed last; 0 before the first
     std::size_t codedLength_ = 0;     // longest block of the group so far; repairs are zero beyond
     std::vector<std::uint8_t> data_;  // the data datagram being handed out
     std::vector<std::uint8_t> repairs_;  // repairCount_ datagrams of repairStride_ bytes

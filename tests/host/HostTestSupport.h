@@ -11,7 +11,7 @@
 
 #include "common/LoggedProgram.h"
 #include "common/Screen.h"
-#include "record/LessonTestSupport.h"
+#include "record/RecordTestSupport.h"
 #include "wincom/Png.h"
 
 namespace vantrel::test {

@@ -617,13 +617,13 @@ BOOL DesktopImage::PlaceCursor() noexcept {
     return TRUE;
 }
 
-// The record's rows are as the sender's hook laid them out; CreateIcon wants both masks in rows
+// The record's rows are unpadded (CursorRecordLayout.h); CreateIcon wants both masks in rows
 // padded to 16 bits, which they already are for the usual widths (multiples of 16).
 HICON DesktopImage::MakeIcon(const packet::CursorRecordView& shape) noexcept {
     const packet::CursorRecord& f = shape.record;
     const UINT andRow = ((f.width + 15u) / 16u) * 2u;
     const UINT xorRow = ((static_cast<UINT>(f.width) * f.bitsPerPixel + 15u) / 16u) * 2u;
-    const UINT xorSrcRow = shape.xorBitsSize / f.height;
+    const UINT xorSrcRow = static_cast<UINT>(f.width) * f.bitsPerPixel / 8u;
     std::unique_ptr<BYTE[]> andPadded, xorPadded;
     const BYTE* andBits = shape.andMask;
     const BYTE* xorBits = shape.xorBits;

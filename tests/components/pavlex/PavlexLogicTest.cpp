@@ -23,11 +23,6 @@ using namespace vantrel::pavlex;
 
 namespace {
 
-FrameView View(const std::vector<std::uint32_t>& pixels, int width, int height) {
-    return FrameView{reinterpret_cast<const std::uint8_t*>(pixels.data()), width, height,
-                     width * 4};
-}
-
 // A source of width x height, all transparent (AND 1, XOR 0).
 CursorShape::Source Transparent(int width, int height, bool monochrome) {
     CursorShape::Source s;
@@ -77,28 +72,6 @@ CursorShape Fit(const CursorShape::Source& source) {
 }
 
 }  // namespace
-
-TEST(TileMap, OneChangedPixelMarksExactlyItsTile) {
-    // Corners, tile edges, the alpha byte alone, and the partial last column and row of a screen
-    // whose size is not a multiple of the tile size.
-    const struct {
-        int width, height, x, y;
-        std::uint32_t value;
-    } cases[] = {{1024, 768, 0, 0, 1},      {1024, 768, 15, 15, 1},
-                 {1024, 768, 16, 16, 1},    {1024, 768, 1023, 767, 0xFF102030},
-                 {1366, 770, 1365, 769, 1}, {1366, 770, 1360, 3, 1}};
-    for (const auto& c : cases) {
-        std::vector<std::uint32_t> before(static_cast<size_t>(c.width) * c.height, 0x00102030);
-        std::vector<std::uint32_t> after = before;
-        TileMap map(c.width, c.height, 16);
-        map.markChanges(View(before, c.width, c.height), View(after, c.width, c.height));
-        EXPECT_FALSE(map.any());
-        after[static_cast<size_t>(c.y) * c.width + c.x] = c.value;
-        map.markChanges(View(before, c.width, c.height), View(after, c.width, c.height));
-        EXPECT_EQ(1, map.dirtyCount()) << c.x << "," << c.y;
-        EXPECT_TRUE(map.dirty(c.x / 16, c.y / 16)) << c.x << "," << c.y;
-    }
-}
 
 // The detector keeps check values per tile row instead of the old pixels: every visible
 // change of one pixel, and two pixels exchanged, must still mark exactly their tile, read in

@@ -254,8 +254,9 @@ TEST_F(Codec, DamagedTruncatedAndForeignBlocksAreRefused) {
         const Bytes& original = originals[i];
         Bytes block;
         ASSERT_EQ(S_OK, Compress(original, i == 0 ? 1 : 2, kPacketCapacity, &block));
-        // Every bit of the fixed header (28 bytes), then bits spread over the rest.
-        for (std::size_t bit = 0; bit < 8 * block.size(); bit += bit < 8 * 28 ? 1 : 37) {
+        // Every bit of the fixed header (28 bytes), then bits spread over the rest (a prime
+        // step lands on every bit position of a byte in turn).
+        for (std::size_t bit = 0; bit < 8 * block.size(); bit += bit < 8 * 28 ? 1 : 389) {
             Bytes damaged = block;
             damaged[bit / 8] ^= static_cast<std::uint8_t>(1u << (bit % 8));
             const std::string what = "block " + std::to_string(i) + " bit " + std::to_string(bit);

@@ -16,6 +16,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/Screen.h"
 #include "wincom/ComPtr.h"
 
 namespace {
@@ -55,14 +56,8 @@ struct Collector {
         std::lock_guard<std::mutex> hold(lock);
         return datagrams.size();
     }
-    bool WaitFor(std::size_t n, DWORD timeoutMs) {
-        const DWORD start = GetTickCount();
-        while (Count() < n) {
-            if (GetTickCount() - start > timeoutMs)
-                return false;
-            Sleep(5);
-        }
-        return true;
+    bool WaitFor(std::size_t n) {
+        return vantrel::test::WaitUntil([&] { return Count() >= n; }, 5000);
     }
 };
 
@@ -72,10 +67,10 @@ class Multicast : public testing::Test {
         ASSERT_HRESULT_SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
         ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(CLSID_MulticastSender, nullptr,
                                                   CLSCTX_INPROC_SERVER, IID_IMulticastSender,
-                                                  reinterpret_cast<void**>(sender_.Put())));
+                                                  sender_.PutVoid()));
         ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(CLSID_MulticastReceiver, nullptr,
                                                   CLSCTX_INPROC_SERVER, IID_IMulticastReceiver,
-                                                  reinterpret_cast<void**>(receiver_.Put())));
+                                                  receiver_.PutVoid()));
     }
     void TearDown() override {
         if (receiver_)
@@ -116,7 +111,7 @@ TEST_F(Multicast, DatagramsArriveWholeInOrderFromTheSendersAddress) {
         if (i % 8 == 7)
             Sleep(1);
     }
-    ASSERT_TRUE(collector.WaitFor(sent.size(), 5000)) << collector.Count();
+    ASSERT_TRUE(collector.WaitFor(sent.size())) << collector.Count();
     ASSERT_EQ(S_OK, receiver_->Stop());
     EXPECT_EQ(sent, collector.datagrams);
     const ULONG loopback = inet_addr(kLocal);
@@ -140,7 +135,7 @@ TEST_F(Multicast, NoCallbackRunsOnceStopOrLeaveReturns) {
                 Sleep(1);
             }
         });
-        ASSERT_TRUE(collector.WaitFor(10, 5000));
+        ASSERT_TRUE(collector.WaitFor(10));
         ASSERT_EQ(S_OK, leave ? receiver_->Leave() : receiver_->Stop());
         EXPECT_EQ(0, collector.inside.load());
         const int calls = collector.calls.load();
@@ -154,7 +149,7 @@ TEST_F(Multicast, NoCallbackRunsOnceStopOrLeaveReturns) {
         }
         ASSERT_EQ(S_OK, receiver_->Start());
         ASSERT_EQ(S_OK, sender_->Send(d.data(), static_cast<USHORT>(d.size())));
-        EXPECT_TRUE(collector.WaitFor(calls + 1, 5000));
+        EXPECT_TRUE(collector.WaitFor(calls + 1));
         ASSERT_EQ(S_OK, receiver_->Leave());
     }
 }
