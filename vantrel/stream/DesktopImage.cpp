@@ -289,8 +289,8 @@ BOOL DesktopImage::Grab(const RECT* r) noexcept {
     if (!memDc_ || !screenDc_ || !screenDc_->get())
         return FALSE;
     // The platform reads a large screen area through a temporary image it allocates afresh for
-    // every call; strips that stay below kGrabStripBytes (at 4 bytes a pixel) cost a quarter
-    // as much per pixel, so a big area goes in strips.
+    // every call; strips that stay below kGrabStripBytes (at 4 bytes a pixel) cost a third as
+    // much per pixel, so a big area goes in strips.
     const LONG width = r->right - r->left;
     const LONG stripRows =
         std::max<LONG>(1, static_cast<LONG>(kGrabStripBytes) / std::max<LONG>(1, 4 * width));

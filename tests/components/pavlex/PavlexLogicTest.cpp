@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "CaptureSession.h"
+#include "ChangeDetector.h"
 #include "CursorChanges.h"
 #include "CursorRecord.h"
 #include "CursorShape.h"
@@ -182,18 +183,19 @@ TEST(RectMerger, RectanglesStayOnTheScreenWithinTheLimitAndCoverEveryTile) {
 TEST(GrabRate, RegistryValueSetsTheIntervalWithinLimits) {
     const char* path = "Software\\Vantrel\\Pavlex";
     RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
-    EXPECT_EQ(25u, CaptureSession::ReadGrabInterval());
+    const DWORD standard = ChangeDetector::kDefaultInterval;
+    EXPECT_EQ(standard, CaptureSession::ReadGrabInterval());
     HKEY key = nullptr;
     ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_WRITE,
                                              nullptr, &key, nullptr));
-    const DWORD cases[][2] = {{5, 200}, {100, 10}, {5000, 10}, {0, 25}};  // rate, interval
+    const DWORD cases[][2] = {{5, 200}, {100, 10}, {5000, 10}, {0, standard}};  // rate, interval
     for (const auto& c : cases) {
         RegSetValueExA(key, "GrabsPerSecond", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&c[0]),
                        sizeof c[0]);
         EXPECT_EQ(c[1], CaptureSession::ReadGrabInterval()) << c[0];
     }
     RegSetValueExA(key, "GrabsPerSecond", 0, REG_SZ, reinterpret_cast<const BYTE*>("5"), 2);
-    EXPECT_EQ(25u, CaptureSession::ReadGrabInterval());
+    EXPECT_EQ(standard, CaptureSession::ReadGrabInterval());
     RegCloseKey(key);
     RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
 }
