@@ -9,6 +9,8 @@ namespace {
 
 constexpr uint32_t kPacketFrameMagic = 0x46524D48;   // "HMRF"
 constexpr uint32_t kPacketCursorMagic = 0x43555248;  // "HRUC"
+// A frame's head up to its bits per pixel: the desktop rectangle at 12, the bits at 28.
+constexpr uint32_t kFrameDesktopEnd = 32;
 
 const unsigned char* Bytes(const void* p) noexcept {
     return static_cast<const unsigned char*>(p);
@@ -133,7 +135,7 @@ const char* WalkEndName(WalkEnd end) noexcept {
 LessonScan ScanLesson(LessonSource& source) noexcept {
     LessonScan scan;
     scan.realLength = source.Length();
-    unsigned char head[kHeaderSize];
+    unsigned char head[kFrameDesktopEnd];
     uint32_t got = 0;
     if (scan.realLength < kHeaderSize) {
         scan.header = Header{0, 0, 0};
@@ -154,7 +156,10 @@ LessonScan ScanLesson(LessonSource& source) noexcept {
             scan.end = offset == scan.realLength ? WalkEnd::Clean : WalkEnd::TrailingBytes;
             break;
         }
-        if (!source.ReadAt(offset, head, kRecordHeadSize, &got) || got != kRecordHeadSize) {
+        const uint32_t want = limit - offset < kFrameDesktopEnd
+                                  ? static_cast<uint32_t>(limit - offset)
+                                  : kFrameDesktopEnd;
+        if (!source.ReadAt(offset, head, want, &got) || got < kRecordHeadSize) {
             scan.end = WalkEnd::ReadFailed;
             break;
         }
@@ -174,6 +179,12 @@ LessonScan ScanLesson(LessonSource& source) noexcept {
             ++scan.backwardSteps;
         ++scan.records;
         scan.frames += record.magic == kPacketFrameMagic;
+        if (record.magic == kPacketFrameMagic && got >= kFrameDesktopEnd &&
+            record.length >= kFrameDesktopEnd) {
+            scan.pictureWidth = LoadU32(head + 20) - LoadU32(head + 12);
+            scan.pictureHeight = LoadU32(head + 24) - LoadU32(head + 16);
+            scan.pictureBits = LoadU32(head + 28);
+        }
         scan.cursors += record.magic == kPacketCursorMagic;
         scan.lastTime = record.time;
         if (record.time > scan.latestTime)

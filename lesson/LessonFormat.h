@@ -113,10 +113,14 @@ struct LessonScan {
     uint32_t backwardSteps = 0;  // records whose time is below their predecessor's
     uint64_t wholeLength = 0;    // where the last whole record ends (kHeaderSize at least)
     WalkEnd end = WalkEnd::NoHeader;
+    // The desktop of the last whole frame record (its rectangle at offset 12 and its bits per
+    // pixel at 28, as the stream lays frames out); zeros without one.
+    uint32_t pictureWidth = 0, pictureHeight = 0, pictureBits = 0;
 };
 
-// Reads the header and walks every record head. Stops at the first record that is not whole and
-// sound, and before anything at or past 4 GiB (the header could not describe it).
+// Reads the header and walks every record head (and a frame's desktop). Stops at the first record
+// that is not whole and sound, and before anything at or past 4 GiB (the header could not describe
+// it).
 LessonScan ScanLesson(LessonSource& source) noexcept;
 
 // What recovery writes so that a recording that was never closed plays again up to its last

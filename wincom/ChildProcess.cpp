@@ -23,12 +23,13 @@ ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
         Finish(10000);
         process_ = std::move(other.process_);
         stop_ = std::move(other.stop_);
+        id_ = other.id_;
     }
     return *this;
 }
 
-bool ChildProcess::Start(const std::string& program, const std::string& args,
-                         UniqueEvent stopEvent) noexcept {
+bool ChildProcess::Start(const std::string& program, const std::string& args, UniqueEvent stopEvent,
+                         const std::string& outputFile) noexcept {
     Finish(10000);
     try {
         const bool bare = program.find_first_of("\\/:") == std::string::npos;
@@ -37,12 +38,28 @@ bool ChildProcess::Start(const std::string& program, const std::string& args,
             cmd += " " + args;
         STARTUPINFOA si{};
         si.cb = sizeof si;
+        // The child's ends of a redirection: inherited, closed here once it has them.
+        UniqueFile output, input;
+        if (!outputFile.empty()) {
+            SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+            const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+            output.reset(CreateFileA(outputFile.c_str(), GENERIC_WRITE, share, &inherit,
+                                     CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+            input.reset(
+                CreateFileA("NUL", GENERIC_READ, share, &inherit, OPEN_EXISTING, 0, nullptr));
+            if (!output || !input)
+                return false;
+            si.dwFlags = STARTF_USESTDHANDLES;
+            si.hStdInput = input.get();
+            si.hStdOutput = si.hStdError = output.get();
+        }
         PROCESS_INFORMATION pi{};
-        if (!CreateProcessA(nullptr, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si,
-                            &pi))
+        if (!CreateProcessA(nullptr, &cmd[0], nullptr, nullptr, output ? TRUE : FALSE, 0, nullptr,
+                            nullptr, &si, &pi))
             return false;
         CloseHandle(pi.hThread);
         process_.reset(pi.hProcess);
+        id_ = pi.dwProcessId;
         stop_ = std::move(stopEvent);
         return true;
     } catch (...) {
@@ -70,6 +87,7 @@ DWORD ChildProcess::Finish(DWORD timeoutMs) noexcept {
     }
     process_.reset();
     stop_.reset();
+    id_ = 0;
     return code;
 }
 

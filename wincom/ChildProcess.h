@@ -30,11 +30,15 @@ class ChildProcess {
     ~ChildProcess() { Finish(10000); }
 
     // Starts program (a full path, or a file name beside this program) with args; the child
-    // shares this console. stopEvent, when given, is what Finish sets. False on failure.
+    // shares this console, or, with outputFile, writes its standard output and error into that
+    // file (created anew; readable while the child runs) and reads nothing. stopEvent, when
+    // given, is what Finish sets. False on failure.
     bool Start(const std::string& program, const std::string& args,
-               UniqueEvent stopEvent = UniqueEvent()) noexcept;
+               UniqueEvent stopEvent = UniqueEvent(),
+               const std::string& outputFile = std::string()) noexcept;
     bool Started() const noexcept { return static_cast<bool>(process_); }
     HANDLE Handle() const noexcept { return process_.get(); }
+    DWORD Id() const noexcept { return id_; }
 
     // Waits up to timeoutMs for the child to end by itself: its exit code, or kNoExitCode
     // when it is still running (it is left running).
@@ -47,6 +51,7 @@ class ChildProcess {
   private:
     UniqueHandle process_;
     UniqueEvent stop_;
+    DWORD id_ = 0;
 };
 
 }  // namespace vantrel

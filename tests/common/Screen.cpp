@@ -42,31 +42,6 @@ std::vector<BYTE> Bmi(int width, int height, int bpp, DWORD compression, std::ve
     return b;
 }
 
-std::vector<uint32_t> GrabScreen32(const RECT& r) {
-    const int w = r.right - r.left, h = r.bottom - r.top;
-    std::vector<uint32_t> px(static_cast<size_t>(w) * h);
-    WindowDc screen(nullptr);
-    UniqueHdc mem(CreateCompatibleDC(screen.get()));
-    void* bits = nullptr;
-    UniqueBitmap dib(
-        CreateDIBSection(screen.get(), AsBmi(Bmi(w, h, 32)), DIB_RGB_COLORS, &bits, nullptr, 0));
-    if (!mem || !dib)
-        return {};
-    SelectObjectGuard select(mem.get(), dib.get());
-    BitBlt(mem.get(), 0, 0, w, h, screen.get(), r.left, r.top, SRCCOPY);
-    GdiFlush();
-    std::memcpy(px.data(), bits, px.size() * 4);
-    return px;
-}
-
-std::vector<uint16_t> GrabScreen555(const RECT& r) {
-    const std::vector<uint32_t> px = GrabScreen32(r);
-    std::vector<uint16_t> out(px.size());
-    for (size_t i = 0; i < px.size(); ++i)
-        out[i] = To555(px[i]);
-    return out;
-}
-
 void PaintPixels(HDC dc, int width, int height, const uint32_t* pixels) noexcept {
     try {
         SetDIBitsToDevice(dc, 0, 0, width, height, 0, 0, 0, height, pixels,

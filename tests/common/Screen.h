@@ -9,6 +9,7 @@
 #include <functional>
 #include <vector>
 
+#include "wincom/ScreenPixels.h"
 #include "wincom/Window.h"
 
 namespace vantrel::test {
@@ -25,11 +26,10 @@ bool WaitUntil(const std::function<bool()>& done, DWORD timeout = kPatience, DWO
 // Pumps this thread's messages for ms.
 void PumpFor(DWORD ms);
 
-// 5-5-5 of a blue, green, red pixel: the stream's pixel.
-inline uint16_t To555(uint32_t bgr) noexcept {
-    return static_cast<uint16_t>((((bgr >> 19) & 0x1F) << 10) | (((bgr >> 11) & 0x1F) << 5) |
-                                 ((bgr >> 3) & 0x1F));
-}
+// The screen grabs and the stream's 5-5-5 form live in wincom (the host uses them too).
+using vantrel::GrabScreen32;
+using vantrel::GrabScreen555;
+using vantrel::To555;
 
 // A top-down BITMAPINFO in a whole format block (1064 bytes); tail: colour table or masks.
 std::vector<BYTE> Bmi(int width, int height, int bpp, DWORD compression = BI_RGB,
@@ -37,11 +37,6 @@ std::vector<BYTE> Bmi(int width, int height, int bpp, DWORD compression = BI_RGB
 inline const BITMAPINFO* AsBmi(const std::vector<BYTE>& b) noexcept {
     return reinterpret_cast<const BITMAPINFO*>(b.data());
 }
-
-// The 32-bit pixels of r on the screen, top row first, through a DIB of our own.
-std::vector<uint32_t> GrabScreen32(const RECT& r);
-// The same reduced to 5-5-5.
-std::vector<uint16_t> GrabScreen555(const RECT& r);
 
 // Draws width x height 32-bit pixels (top row first) at the DC's origin.
 void PaintPixels(HDC dc, int width, int height, const uint32_t* pixels) noexcept;

@@ -1,0 +1,288 @@
+// vantrel.exe's lesson tools and player as a real program: what info, play, snapshot, repair
+// and share --append say about sound, unclosed, damaged and foreign files; repair of recordings
+// cut anywhere; a snapshot against a render fed the same records; the player's keys; a
+// recording whose program was killed.
+#include <windows.h>
+#include <objbase.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+
+#include "HostTestSupport.h"
+#include "Vantrel.h"
+#include "wincom/ComPtr.h"
+
+namespace vantrel::test {
+namespace {
+
+constexpr RECT kBox{96, 96, 416, 336};
+
+class HostLesson : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)));
+    }
+    void TearDown() override { CoUninitialize(); }
+};
+
+// A frame record that names a desktop (as the stream lays frames out) and a cursor record.
+Bytes Frame(uint32_t time, uint32_t width, uint32_t height) {
+    Bytes r = Record(time, 64, kHmrf);
+    for (int i = 0; i < 5; ++i)
+        lesson::StoreU32(r.data() + 12 + 4 * i, i == 2 ? width : i == 3 ? height : i == 4 ? 16 : 0);
+    return r;
+}
+
+// The number after text in out ("paused at 1.250 s" -> 1.25); -1 without one.
+double NumberAfter(const std::string& out, const std::string& text, size_t from = 0) {
+    const size_t at = out.find(text, from);
+    return at == std::string::npos ? -1 : std::atof(out.c_str() + at + text.size());
+}
+
+TEST_F(HostLesson, EachFileProblemHasItsOwnAnswer) {
+    const std::vector<Bytes> records = {Frame(0, 640, 480), Record(100, 40, kHruc),
+                                        Frame(300, 640, 480)};
+    Bytes tooLong = Lesson({Frame(0, 640, 480), Record(50, 0x200000)}, 500);
+    tooLong.resize(12 + 64 + 24);
+    lesson::StoreU32(tooLong.data() + 4, static_cast<uint32_t>(tooLong.size()));
+    const struct {
+        const char* name;
+        Bytes bytes;
+        std::vector<std::pair<const char*, std::pair<DWORD, const char*>>> answers;
+    } table[] = {
+        {"closed",
+         Lesson(records, 500),
+         {{"info", {kOk, "closed properly: yes"}},
+          {"info", {kOk, "packets: 3 (2 frames, 1 cursor records)"}},
+          {"info", {kOk, "picture: 640x480, 16 bits per pixel"}},
+          {"info", {kOk, "duration: 0.500 s"}},
+          {"repair", {kOk, "closed properly: nothing to do"}}}},
+        {"unclosed",
+         Lesson(records, 0, lesson::kHeaderSize),
+         {{"info", {kUnclosed, "closed properly: no"}},
+          {"play", {kUnclosed, "run `vantrel repair"}},
+          {"snapshot", {kUnclosed, "was never closed"}},
+          {"append", {kUnclosed, "first, then append"}},
+          {"repair", {kOk, "plays again: kept 3 whole records"}},
+          {"info", {kOk, "closed properly: yes"}}}},
+        {"foreign",
+         Bytes(100, 0x5A),
+         {{"info", {kDamaged, "does not begin with HFRS"}},
+          {"play", {kDamaged, "is not a lesson file"}},
+          {"snapshot", {kDamaged, "is not a lesson file"}},
+          {"append", {kDamaged, "nothing to append to"}},
+          {"repair", {kDamaged, "is not a lesson file"}}}},
+        {"short", Bytes(5, 0x48), {{"info", {kDamaged, "shorter than a header"}}}},
+        {"damaged",
+         tooLong,
+         {{"info", {kDamaged, "damaged: after 1 whole records (record longer than 0x180000"}},
+          {"repair", {kOk, "kept 1 whole records"}}}},
+    };
+    for (const auto& row : table) {
+        TempFile file(row.name);
+        ASSERT_TRUE(file.Write(row.bytes));
+        for (const auto& [command, expected] : row.answers) {
+            const std::string name = Quote(file.Path());
+            const std::string c = command;
+            const std::string args =
+                c == "snapshot"
+                    ? "snapshot " + name + " 0 " + Quote(std::string(file.Path()) + ".png")
+                : c == "append" ? "share --record " + name + " --append --seconds 1"
+                : c == "play"   ? "play " + name + " --seconds 1"
+                                : c + " " + name;
+            const Bytes before = file.Read();
+            const Ran ran = RunVantrel(args);
+            EXPECT_EQ(expected.first, ran.code) << row.name << ": vantrel " << args << "\n"
+                                                << ran.out;
+            EXPECT_NE(std::string::npos, ran.out.find(expected.second))
+                << row.name << ": vantrel " << args << "\n"
+                << ran.out;
+            if (ran.code != kOk) {
+                EXPECT_EQ(before, file.Read()) << row.name << ": a refusal changed the file";
+            }
+        }
+    }
+}
+
+TEST_F(HostLesson, RepairKeepsEveryWholeRecordWhereverTheRecordingWasCut) {
+    TempFile recorded("recorded");
+    RecordLesson(recorded.Path(), kBox, {1, 2, 3}, 700);
+    const Bytes whole = recorded.Read();
+    const std::vector<Bytes> records = RecordsOf(whole);
+    ASSERT_GE(records.size(), 4u);
+    std::mt19937 random(20240611);
+    std::vector<size_t> cuts = {whole.size() - 1, lesson::kHeaderSize + records[0].size()};
+    for (int i = 0; i < 8; ++i)
+        cuts.push_back(lesson::kHeaderSize + random() % (whole.size() - lesson::kHeaderSize));
+    for (size_t cut : cuts) {
+        // What a killed recorder leaves: the header as created, the records up to the cut.
+        Bytes cutFile(whole.begin(), whole.begin() + cut);
+        lesson::WriteHeader(cutFile.data(), lesson::Header{lesson::kMagic, lesson::kHeaderSize, 0});
+        size_t kept = 0, end = lesson::kHeaderSize;
+        while (kept < records.size() && end + records[kept].size() <= cut)
+            end += records[kept++].size();
+        TempFile file("cut");
+        ASSERT_TRUE(file.Write(cutFile));
+        const Ran repair = RunVantrel("repair " + Quote(file.Path()));
+        EXPECT_EQ(kOk, repair.code) << "cut at " << cut << "\n" << repair.out;
+        EXPECT_NE(std::string::npos,
+                  repair.out.find("kept " + std::to_string(kept) + " whole records"))
+            << "cut at " << cut << "\n"
+            << repair.out;
+        const Bytes repaired = file.Read();
+        ASSERT_EQ(end, repaired.size()) << "cut at " << cut;
+        EXPECT_TRUE(std::equal(repaired.begin() + lesson::kHeaderSize, repaired.end(),
+                               whole.begin() + lesson::kHeaderSize))
+            << "cut at " << cut << ": a kept record changed";
+        const lesson::Header h = HeaderOf(repaired);
+        EXPECT_EQ(lesson::kMagic, h.magic);
+        EXPECT_EQ(end, h.fileLength);
+        EXPECT_GE(h.duration, kept ? TimeOf(records[kept - 1]) : 0u);
+        const Ran info = RunVantrel("info " + Quote(file.Path()));
+        EXPECT_EQ(kOk, info.code) << info.out;
+        EXPECT_NE(std::string::npos, info.out.find("packets: " + std::to_string(kept) + " ("))
+            << info.out;
+    }
+}
+
+// The picture of a DesktopRender in this process fed directly the records up to time, at 5-5-5
+// (the stream's pixels are 5-5-5 already).
+std::vector<uint16_t> RenderedUpTo(const std::vector<Bytes>& records, uint32_t time, long* width) {
+    ComPtr<IDataTransmitter> sink;
+    ComPtr<IDesktopRender> render;
+    if (FAILED(CoCreateInstance(CLSID_DesktopRender, nullptr, CLSCTX_INPROC_SERVER,
+                                IID_IDataTransmitter, sink.PutVoid())) ||
+        FAILED(sink.As(&render)))
+        return {};
+    for (Bytes record : records)
+        if (TimeOf(record) <= time)
+            sink->Transfer(record.data(), static_cast<unsigned long>(record.size()), FALSE);
+    unsigned long size = 0;
+    if (render->GetCurrectImage(&size, nullptr) != S_OK)
+        return {};
+    Bytes image(size);
+    render->GetCurrectImage(&size, image.data());
+    BITMAPINFOHEADER h;
+    std::memcpy(&h, image.data(), sizeof h);
+    if (h.biBitCount != 16 || h.biCompression != BI_RGB)
+        return {};
+    *width = h.biWidth;
+    std::vector<uint16_t> px((size - sizeof h) / 2);
+    std::memcpy(px.data(), image.data() + sizeof h, px.size() * 2);
+    return px;
+}
+
+TEST_F(HostLesson, SnapshotEqualsARenderFedTheRecordsUpToThatTime) {
+    TempFile lessonFile("snap");
+    const std::vector<RecordedState> states =
+        RecordLesson(lessonFile.Path(), kBox, {4, 5, 6}, 1200);
+    const std::vector<Bytes> records = RecordsOf(lessonFile.Read());
+    ASSERT_FALSE(records.empty());
+    // The middle of every quiet stretch (the box still) and the end.
+    std::vector<uint32_t> times;
+    for (size_t i = 1; i < records.size(); ++i)
+        if (TimeOf(records[i]) - TimeOf(records[i - 1]) > 600)
+            times.push_back((TimeOf(records[i]) + TimeOf(records[i - 1])) / 2);
+    times.push_back(HeaderOf(lessonFile.Read()).duration);
+    ASSERT_GE(times.size(), 2u);
+    for (uint32_t time : times) {
+        const std::string png = std::string(lessonFile.Path()) + ".png";
+        char when[32];
+        std::snprintf(when, sizeof when, "%u.%03u", time / 1000, time % 1000);
+        const Ran ran =
+            RunVantrel("snapshot " + Quote(lessonFile.Path()) + " " + when + " " + Quote(png));
+        ASSERT_EQ(kOk, ran.code) << ran.out;
+        long width = 0;
+        const std::vector<uint16_t> rendered = RenderedUpTo(records, time, &width);
+        const int height = width ? static_cast<int>(rendered.size() / width) : 0;
+        EXPECT_EQ(rendered, Png555(png, RECT{0, 0, width, height})) << "at " << when;
+        // And the box shows one of the states the screen went through.
+        const std::vector<uint16_t> box = Png555(png, kBox);
+        bool known = false;
+        for (const RecordedState& s : states)
+            known = known || s.box == box;
+        EXPECT_TRUE(known) << "at " << when;
+        if (time == times.back()) {
+            EXPECT_EQ(states.back().box, box) << "the end shows the last state";
+        }
+        DeleteFileA(png.c_str());
+    }
+    const Ran late = RunVantrel("snapshot " + Quote(lessonFile.Path()) + " 999 x.png");
+    EXPECT_EQ(kUsage, late.code) << late.out;
+    EXPECT_NE(std::string::npos, late.out.find("s long, there is no 999 s in it")) << late.out;
+}
+
+TEST_F(HostLesson, PlayerPausesResumesAndSeeksFromTheKeyboard) {
+    TempFile lessonFile("keys");
+    RecordLesson(lessonFile.Path(), kBox, {7, 8, 9}, 1500);
+    LoggedProgram play("play");
+    ASSERT_TRUE(play.Start("vantrel.exe", "play " + Quote(lessonFile.Path()) +
+                                              " --window 600,420,320,240 --view fit"));
+    ASSERT_TRUE(play.WaitFor("keys: Space", kPatience)) << play.Output();
+    HWND frame = nullptr;
+    ASSERT_TRUE(WaitUntil([&] {
+        return (frame = FindWindowA(
+                    nullptr, ("Vantrel - " + std::string(lessonFile.Path())).c_str())) != nullptr;
+    }));
+    auto press = [&](WPARAM key, const std::string& answer, size_t* at) {
+        const size_t before = play.Output().size();
+        PostMessageA(frame, WM_KEYDOWN, key, 0);
+        EXPECT_TRUE(WaitUntil([&] {
+            return play.Output().find(answer, before) != std::string::npos;
+        })) << answer
+            << "\n"
+            << play.Output();
+        *at = play.Output().find(answer, before);
+    };
+    size_t at = 0;
+    PumpFor(800);
+    press(VK_SPACE, "paused at ", &at);
+    const double paused = NumberAfter(play.Output(), "paused at ", at);
+    PumpFor(1000);
+    press(VK_SPACE, "playing at ", &at);
+    const double resumed = NumberAfter(play.Output(), "playing at ", at);
+    EXPECT_GT(paused, 0.5);
+    EXPECT_NEAR(paused, resumed, 0.1) << "the position stood still while paused";
+    press(VK_OEM_PLUS, "speed x2", &at);
+    press(VK_RIGHT, "play: at ", &at);
+    EXPECT_TRUE(play.WaitFor("end of the lesson", kPatience)) << play.Output();
+    press(VK_LEFT, "play: at ", &at);
+    EXPECT_LT(NumberAfter(play.Output(), "play: at ", at), 1.0) << "back to the start";
+    press('Q', "stopped by Q", &at);
+    EXPECT_EQ(0u, play.Wait(kPatience)) << play.Output();
+}
+
+TEST_F(HostLesson, ARecordingWhoseProgramWasKilledIsRepairedAndContinued) {
+    TempFile lessonFile("killed");
+    {
+        NoiseBox noise(kBox, 11);
+        LoggedProgram share("share");
+        ASSERT_TRUE(share.Start("vantrel.exe", "share --record " + Quote(lessonFile.Path())));
+        ASSERT_TRUE(share.WaitFor("share: running", kPatience)) << share.Output();
+        for (uint32_t seed = 12; seed < 17; ++seed) {
+            noise.Repaint(seed);
+            PumpFor(300);
+        }
+        share.Kill();
+    }
+    const std::string name = Quote(lessonFile.Path());
+    EXPECT_EQ(kUnclosed, RunVantrel("info " + name).code);
+    EXPECT_EQ(kUnclosed, RunVantrel("play " + name).code);
+    const Ran repair = RunVantrel("repair " + name);
+    EXPECT_EQ(kOk, repair.code) << repair.out;
+    EXPECT_NE(std::string::npos, repair.out.find("plays again")) << repair.out;
+    const uint32_t before = HeaderOf(lessonFile.Read()).duration;
+    EXPECT_GT(before, 500u);
+    const Ran append = RunVantrel("share --record " + name + " --append --seconds 2");
+    EXPECT_EQ(kOk, append.code) << append.out;
+    EXPECT_GE(HeaderOf(lessonFile.Read()).duration, before + 1500);
+    const Ran info = RunVantrel("info " + name);
+    EXPECT_EQ(kOk, info.code) << info.out;
+    const Ran play = RunVantrel("play " + name + " --exit-at-end --speed 16 --view fit");
+    EXPECT_EQ(kOk, play.code) << play.out;
+    EXPECT_NE(std::string::npos, play.out.find("stopped by the end of the lesson")) << play.out;
+}
+
+}  // namespace
+}  // namespace vantrel::test
