@@ -9,6 +9,7 @@
 //   swaps it with the next). The decoder must hand out every fragment of a group that lost no
 //   more data datagrams than correction datagrams arrived, and otherwise exactly the fragments
 //   that arrived; each once, byte for byte.
+// The last byte picks the GF(256) kernel (SSSE3 or the plain table), so both are checked.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -20,6 +21,7 @@
 #include "FecDecoder.h"
 #include "FecEncoder.h"
 #include "FuzzSupport.h"
+#include "Gf256.h"
 
 using namespace transport;
 using vantrel::fuzz::Input;
@@ -163,6 +165,8 @@ void SendAndReceive(const uint8_t* data, size_t size) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    // Both multiply-add kernels, as the CPU picks them: the last byte chooses.
+    SelectGfKernel(size && (data[size - 1] & 1) ? GfKernel::kScalar : GfKernel::kSsse3);
     DecodeRecords(data, size);
     SendAndReceive(data, size);
     return 0;
