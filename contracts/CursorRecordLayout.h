@@ -22,7 +22,13 @@ constexpr uint32_t kCursorXOffset = 8;
 constexpr uint32_t kCursorYOffset = 12;
 // The shape part (what a desktop image takes as a new pointer shape) starts here, with its
 // 12-byte shape header: hot spot x, hot spot y, width, height, AND bytes per row (u16 each),
-// planes, bpp (u8 each); the AND mask and then the XOR bits follow.
+// planes, bpp (u8 each); the AND mask and then the XOR bits follow, top row first:
+//   AND mask: height rows of "AND bytes per row" bytes (at least width / 8, rounded up);
+//   XOR bits: right behind it, height rows of width x bpp / 8 bytes with no padding, exactly the
+//   width x height x bpp / 8 bytes the sender's length counts, so width x bpp is a multiple of 8.
+// Both sides keep to this one rule; a receiver pads the rows of both masks to the 16-bit rows
+// CreateIcon takes (for widths that are multiples of 16, the only ones Pavlex.dll makes, they
+// already are) and refuses a shape that does not fit it.
 constexpr uint32_t kCursorShapeOffset = 16;
 constexpr uint32_t kCursorHotSpotXOffset = 16;
 constexpr uint32_t kCursorHotSpotYOffset = 18;

@@ -112,6 +112,9 @@ LRESULT CALLBACK Window::Procedure(HWND hwnd, UINT message, WPARAM wParam, LPARA
     if (message == WM_NCCREATE) {
         auto* link = static_cast<Link*>(reinterpret_cast<CREATESTRUCTA*>(lParam)->lpCreateParams);
         link->AddRef();  // the window's reference, given back at WM_NCDESTROY
+        // This procedure must stay loaded while the window lives, also once its object has
+        // gone (a window detached from another thread closes later, on its own thread).
+        ModuleLock::Increment();
         link->self->hwnd_ = hwnd;
         SetWindowLongPtrA(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(link));
     }
@@ -137,8 +140,10 @@ LRESULT CALLBACK Window::Procedure(HWND hwnd, UINT message, WPARAM wParam, LPARA
                 link->self->hwnd_ = nullptr;
         }
     }
-    if (message == WM_NCDESTROY)
+    if (message == WM_NCDESTROY) {
         link->Release();
+        ModuleLock::Decrement();
+    }
     link->Release();
     return result;
 }

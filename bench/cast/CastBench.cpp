@@ -9,16 +9,15 @@
 #include <objbase.h>
 
 #include <cstdio>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "common/Animation.h"
 #include "common/BenchClock.h"
 #include "Vantrel.h"
+#include "common/FakeSink.h"
 #include "wincom/ChildProcess.h"
 #include "wincom/ComPtr.h"
-#include "wincom/CriticalSection.h"
 #include "wincom/KernelObjects.h"
 #include "wincom/UniqueHandle.h"
 
@@ -39,36 +38,6 @@ double ProcessCpuSeconds() {
     };
     return static_cast<double>(v(kernel) + v(user)) / 1e7;
 }
-
-// Beside the caster on the capture: what the teacher sends.
-class CountingSink final : public IDataTransmitter {
-  public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override {
-        *ppv = nullptr;
-        if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, IID_IDataTransmitter))
-            return E_NOINTERFACE;
-        *ppv = this;
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() noexcept override { return 1; }
-    HRESULT STDMETHODCALLTYPE Transfer(void*, unsigned long cb, long) noexcept override {
-        std::lock_guard<CriticalSection> guard(lock_);
-        ++packets_;
-        bytes_ += cb;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Flush() noexcept override { return S_OK; }
-    void Take(ULONGLONG* packets, ULONGLONG* bytes) {
-        std::lock_guard<CriticalSection> guard(lock_);
-        *packets = packets_;
-        *bytes = bytes_;
-    }
-
-  private:
-    CriticalSection lock_;
-    ULONGLONG packets_ = 0, bytes_ = 0;
-};
 
 struct Row {
     int students = 0;
@@ -103,7 +72,8 @@ Row RunClass(int students) {
     ComPtr<IDesktopCapture> capture;
     ComPtr<IDesktopCaster> caster;
     ComPtr<IDataTransmitter> casterSink;
-    CountingSink sent;
+    test::FakeSink sent;  // beside the caster on the capture: what the teacher sends
+    sent.KeepPackets(false);
     char local[] = "127.0.0.1";
     std::string groupText = group;
     if (joined == students &&
@@ -131,12 +101,11 @@ Row RunClass(int students) {
             }
         };
         animate(kWarmUpMs);
-        ULONGLONG packets0, bytes0, packets1, bytes1;
-        sent.Take(&packets0, &bytes0);
+        const uint64_t packets0 = sent.PacketCount(), bytes0 = sent.ByteCount();
         const double cpu0 = ProcessCpuSeconds(), t0 = bench::Seconds();
         animate(kMeasureMs);
         const double cpu = ProcessCpuSeconds() - cpu0, seconds = bench::Seconds() - t0;
-        sent.Take(&packets1, &bytes1);
+        const uint64_t packets1 = sent.PacketCount(), bytes1 = sent.ByteCount();
         capture->Stop();
         capture->UnregisterDataTransmitter(casterSink.Get());
         capture->UnregisterDataTransmitter(&sent);

@@ -1,5 +1,6 @@
 // A window for the live benchmarks (capture, cast): it animates a moving picture that changes
-// every pixel it covers, one frame per Step.
+// every pixel it covers, one frame per Step: bars and a gradient, or a picture of real screen
+// content (two window heights of 32-bit rows, scrolled as a page is).
 #pragma once
 
 #include <windows.h>
@@ -15,9 +16,11 @@ namespace vantrel::bench {
 // gradient scrolling by a few pixels per frame, so every pixel of it changes.
 class Animation {
   public:
-    explicit Animation(const RECT& where)
+    explicit Animation(const RECT& where, std::vector<uint32_t> picture = {})
         : width_(where.right - where.left),
-          pixels_(Picture(width_, where.bottom - where.top)),
+          pixels_(picture.size() == static_cast<size_t>(width_) * (where.bottom - where.top) * 2
+                      ? std::move(picture)
+                      : Picture(width_, where.bottom - where.top)),
           window_(where, [this](HDC dc, const RECT& client) {
               const int offset = (frame_ * 6) % client.bottom;
               test::PaintPixels(dc, width_, client.bottom,

@@ -17,12 +17,9 @@
 #include "ScreenCodec.h"
 #include "Vantrel.h"
 #include "common/BenchClock.h"
-#include "contracts/Pixmend.h"
+#include "common/BenchStream.h"
 #include "ipc/SharedChannel.h"
 #include "ipc/SharedImageClient.h"
-#include "stream/DesktopImage.h"
-#include "stream/SinkTable.h"
-#include "stream/StreamEncoder.h"
 #include "wincom/ComPtr.h"
 #include "wincom/KernelObjects.h"
 
@@ -32,57 +29,14 @@ namespace {
 
 constexpr int kWidth = 1024, kHeight = 768, kUpdates = 20;
 
-class KeepingSink final : public IDataTransmitter {
-  public:
-    std::vector<std::vector<BYTE>> kept;
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** ppv) noexcept override {
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() noexcept override { return 1; }
-    HRESULT STDMETHODCALLTYPE Transfer(void* data, unsigned long cb, long) noexcept override {
-        const BYTE* p = static_cast<const BYTE*>(data);
-        kept.emplace_back(p, p + cb);
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Flush() noexcept override { return S_OK; }
-};
-
 // kUpdates full-screen updates of desktop-like content that moves a little each time.
-std::vector<std::vector<std::vector<BYTE>>> MakeUpdates(IScreenCodec* codec) {
-    DesktopImage image;
-    std::vector<BYTE> bmi(DesktopImage::kFormatBlockSize, 0);
-    *reinterpret_cast<BITMAPINFOHEADER*>(bmi.data()) =
-        BITMAPINFOHEADER{40, kWidth, -kHeight, 1, 16, BI_RGB, 0, 0, 0, 0, 0};
-    image.CreateFromBitmapInfo(reinterpret_cast<const BITMAPINFO*>(bmi.data()));
-    SinkTable sinks;
-    KeepingSink sink;
-    sinks.RegisterDataTransmitter(&sink);
-    StreamEncoder encoder(image, sinks);
-    encoder.SetCodec(codec);
-    const RECT all{0, 0, kWidth, kHeight};
-    std::vector<uint16_t> rows(static_cast<size_t>(kWidth) * kHeight);
-    std::vector<std::vector<std::vector<BYTE>>> updates;
+std::vector<bench::Packets> MakeUpdates(IScreenCodec* codec) {
+    std::vector<bench::Packets> updates;
     for (int u = 0; u < kUpdates; ++u) {
-        for (int y = 0; y < kHeight; ++y)
-            for (int x = 0; x < kWidth; ++x) {
-                uint16_t c = 0x7BDE;
-                if (y < 30)
-                    c = 0x0A54;
-                else if ((y % 18) < 12 && (((x + u * 8) / 7 + y / 18) % 9) != 0 &&
-                         ((x * 31 + y * 17) % 5) < 2)
-                    c = 0x0842;
-                else if (y > kHeight / 2 && x > kWidth / 2)
-                    c = static_cast<uint16_t>(((x + u) & 0x1F) | ((y & 0x1F) << 5));
-                rows[static_cast<size_t>(y) * kWidth + x] = c;
-            }
-        image.PutRows(&all, rows.data());
-        sink.kept.clear();
-        encoder.SendRegion(&all);
-        updates.push_back(sink.kept);
+        DesktopImage image;
+        bench::OpenDesktopImage(image, kWidth, kHeight, u);
+        updates.push_back(bench::EncodeRegion(image, codec, RECT{0, 0, kWidth, kHeight}));
     }
-    sinks.UnregisterDataTransmitter(&sink);
     return updates;
 }
 
@@ -130,17 +84,12 @@ struct Row {
     double decodeMs = 0, firstMs = 0, lastMs = 0, passMs = 0, signalMs = 0;
 };
 
-bool WaitFor(const std::function<bool()>& done, DWORD ms = 20000) {
-    const DWORD start = GetTickCount();
-    while (!done()) {
-        if (GetTickCount() - start > ms)
-            return false;
-        Sleep(0);
-    }
-    return true;
+// Polls without sleeping: the figures are latencies.
+bool WaitFor(const std::function<bool()>& done) {
+    return test::WaitUntil(done, 20000, 0);
 }
 
-bool Measure(int viewers, const std::vector<std::vector<std::vector<BYTE>>>& updates, Row* out) {
+bool Measure(int viewers, const std::vector<bench::Packets>& updates, Row* out) {
     ComPtr<IDataTransmitter> sink;
     ComPtr<IDesktopIPCServer> server;
     if (FAILED(CoCreateInstance(CLSID_DesktopIPCServer, nullptr, CLSCTX_INPROC_SERVER,
@@ -221,13 +170,9 @@ bool Measure(int viewers, const std::vector<std::vector<std::vector<BYTE>>>& upd
 
 int main() {
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    PixmendInit();
-    ComPtr<IScreenCodec> codec;
-    if (FAILED(CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER, IID_IScreenCodec,
-                                codec.PutVoid()))) {
-        std::printf("ScreenCodec not registered\n");
+    ComPtr<IScreenCodec> codec = bench::OpenCodec();
+    if (!codec)
         return 1;
-    }
     const auto updates = MakeUpdates(codec.Get());
     std::printf("full-screen update %d x %d x 16, %zu packets, mean of %d updates\n", kWidth,
                 kHeight, updates.back().size(), kUpdates - 2);

@@ -14,11 +14,9 @@
 #include "ScreenCodec.h"
 #include "Vantrel.h"
 #include "common/BenchClock.h"
-#include "contracts/Pixmend.h"
+#include "common/BenchStream.h"
 #include "lesson/LessonFormat.h"
-#include "stream/DesktopImage.h"
 #include "stream/Packet.h"
-#include "stream/StreamEncoder.h"
 #include "wincom/ComPtr.h"
 
 using namespace vantrel;
@@ -28,32 +26,11 @@ namespace {
 
 constexpr int kWidth = 1024, kHeight = 768;
 
-// The full-screen stream of a desktop-like picture: title bar, panels, text lines, a gradient
-// and a noisy photograph corner.
+// The full-screen stream of the benchmarks' desktop-like picture, as a render exports it.
 std::vector<Bytes> FullScreenPackets(IScreenCodec* codec) {
     DesktopImage image;
-    BITMAPINFO bmi{};
-    bmi.bmiHeader = BITMAPINFOHEADER{40, kWidth, -kHeight, 1, 16, BI_RGB, 0, 0, 0, 0, 0};
-    if (!image.CreateFromBitmapInfo(&bmi))
+    if (!bench::OpenDesktopImage(image, kWidth, kHeight))
         return {};
-    BYTE* bits = const_cast<BYTE*>(image.GetBits());
-    uint32_t seed = 42;
-    for (int y = 0; y < kHeight; ++y)
-        for (int x = 0; x < kWidth; ++x) {
-            uint16_t c = 0x7BDE;
-            if (y < 30)
-                c = 0x114F;
-            else if (x < kWidth / 5)
-                c = 0x6B5C;
-            else if (y > kHeight / 2 && x > kWidth / 2 && (x / 64 + y / 64) % 2)
-                c = static_cast<uint16_t>((seed = seed * 1664525u + 1013904223u) >> 17);
-            else if (y > kHeight / 2 && x > kWidth / 2)
-                c = static_cast<uint16_t>(((x * 31 / kWidth) << 10) | ((y * 31 / kHeight) << 5) |
-                                          8);
-            else if ((y % 18) < 12 && ((x * 31 + y * 17) % 5) < 2)
-                c = 0x0842;
-            packet::StoreU16(bits + y * image.GetStride() + 2 * x, c);
-        }
     std::vector<Bytes> packets;
     Bytes staging(packet::kBufferSize), out(packet::kBufferSize);
     for (uint32_t row = 0; row < kHeight;) {
@@ -134,30 +111,19 @@ void RecordingThroughput(const std::vector<Bytes>& screen) {
 }
 
 // A sink that notes when each packet came, in performance-counter seconds.
-class ClockSink : public IDataTransmitter {
+class ClockSink : public test::FakeSink {
   public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override {
-        if (!ppv)
-            return E_POINTER;
-        *ppv = nullptr;
-        if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, IID_IDataTransmitter))
-            return E_NOINTERFACE;
-        *ppv = this;
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() noexcept override { return 1; }
-    HRESULT STDMETHODCALLTYPE Transfer(void* data, unsigned long, long) noexcept override {
-        arrivals.push_back({bench::Seconds(), packet::ReadHead(data).time});
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Flush() noexcept override { return S_OK; }
-
+    ClockSink() { KeepPackets(false); }
     struct Arrival {
         double at;
         uint32_t time;
     };
     std::vector<Arrival> arrivals;  // read once the reader has stopped
+
+  protected:
+    void Received(const void* data, uint32_t) noexcept override {
+        arrivals.push_back({bench::Seconds(), packet::ReadHead(data).time});
+    }
 };
 
 // Playback: a 6-second lesson, the full-screen stream every 500 ms and small packets every
@@ -253,14 +219,10 @@ void PlaybackAccuracy(const std::vector<Bytes>& screen) {
 int main() {
     if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)))
         return 1;
-    PixmendInit();
     {
-        ComPtr<IScreenCodec> codec;
-        if (FAILED(CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER,
-                                    IID_IScreenCodec, codec.PutVoid()))) {
-            std::printf("ScreenCodec is not registered\n");
+        ComPtr<IScreenCodec> codec = bench::OpenCodec();
+        if (!codec)
             return 1;
-        }
         const std::vector<Bytes> screen = FullScreenPackets(codec.Get());
         if (screen.empty()) {
             std::printf("no full-screen packets\n");

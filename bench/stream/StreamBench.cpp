@@ -11,17 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "ScreenCodec.h"
-#include "wincom/ComPtr.h"
-#include "contracts/Pixmend.h"
-#include "wincom/UniqueHandle.h"
-#include "stream/DesktopImage.h"
-#include "stream/SinkTable.h"
-#include "stream/StreamDecoder.h"
 #include "common/BenchClock.h"
-#include "common/FakeSink.h"
-#include "common/Screen.h"
-#include "stream/StreamEncoder.h"
+#include "common/BenchStream.h"
+#include "stream/StreamDecoder.h"
 
 using namespace vantrel;
 
@@ -33,30 +25,6 @@ double Ms(LONGLONG ticks) {
     return bench::TicksToMs(ticks);
 }
 
-// Desktop-like 32-bit pixels: a title bar and flat panels, lines of "text", a gradient and a
-// photograph-like corner.
-std::vector<uint32_t> Content(int w, int h) {
-    std::vector<uint32_t> px(static_cast<size_t>(w) * h);
-    uint32_t seed = 42;
-    auto rnd = [&] { return (seed = seed * 1664525u + 1013904223u) >> 8; };
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            uint32_t c = 0xF0F0F0;
-            if (y < 30)
-                c = 0x2050A0;
-            else if (x < w / 5)
-                c = 0xD8D8E0;
-            else if (y > h * 3 / 4 && x > w * 3 / 4)
-                c = rnd() & 0xFFFFFF;
-            else if (y > h / 2 && x > w / 2)
-                c = ((x * 255 / w) << 16) | ((y * 255 / h) << 8) | 0x40;
-            else if ((y % 18) < 12 && ((x / 7 + y / 18) % 9) != 0 && ((x * 31 + y * 17) % 5) < 2)
-                c = 0x202020;
-            px[static_cast<size_t>(y) * w + x] = c;
-        }
-    return px;
-}
-
 class NoWindowOwner : public StreamDecoder::Owner {};
 
 // The bench's desktop over the whole screen, shown before the screen is grabbed.
@@ -64,7 +32,7 @@ std::unique_ptr<test::PaintedWindow> ShowDesktopWindow() {
     auto window = std::make_unique<test::PaintedWindow>(
         RECT{0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)},
         [](HDC dc, const RECT& client) {
-            const std::vector<uint32_t> px = Content(client.right, client.bottom);
+            const std::vector<uint32_t> px = bench::DesktopPicture(client.right, client.bottom);
             test::PaintPixels(dc, client.right, client.bottom, px.data());
         });
     test::PumpFor(500);
@@ -152,13 +120,9 @@ void Print(const std::vector<Result>& results) {
 int main() {
     if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)))
         return 1;
-    PixmendInit();
-    ComPtr<IScreenCodec> codec;
-    if (FAILED(CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER, IID_IScreenCodec,
-                                codec.PutVoid()))) {
-        std::printf("ScreenCodec is not registered\n");
+    ComPtr<IScreenCodec> codec = bench::OpenCodec();
+    if (!codec)
         return 1;
-    }
     std::vector<Result> results;
     {
         const auto window = ShowDesktopWindow();
@@ -178,7 +142,7 @@ int main() {
         bmi.bmiHeader = {sizeof(BITMAPINFOHEADER), w, -h, 1, 32, BI_RGB, 0, 0, 0, 0, 0};
         DesktopImage image;
         if (image.CreateFromBitmapInfo(&bmi)) {
-            const std::vector<uint32_t> px = Content(w, h);
+            const std::vector<uint32_t> px = bench::DesktopPicture(w, h);
             const RECT all{0, 0, w, h};
             image.PutRows(&all, px.data());
             results.push_back(Run("image 1920x1080x32", image, codec.Get(), false));

@@ -134,8 +134,8 @@ bool ChangeDetector::prepare(HDC screen) {
     const int width = geometry_.width, height = geometry_.height;
     if (width <= 0 || height <= 0)
         return false;
-    const int tile = TileMap::kDefaultTileSize;
-    const int rows = std::max(tile, kStripBytes / (width * 4) / tile * tile);
+    // Check values are kept per pixel row, so strips need not follow the tile rows.
+    const int rows = std::max(1, kStripBytes / (width * 4));
     if (!strip_.valid() || strip_.view().width != width || stripRows_ != rows) {
         if (!strip_.create(screen, width, rows))
             return false;

@@ -43,9 +43,9 @@ class TileMap {
     // `after` point at (width pixels each, their own strides). True when any pixel differs.
     bool markBand(const std::uint8_t* before, int beforeStride, const std::uint8_t* after,
                   int afterStride, int top, int rows) noexcept;
-    // Check values of one pixel row, one per tile column (columns() values into out): the sum
-    // of the tile row's pixels (24 colour bits) times distinct odd factors, so that one changed
-    // pixel, or two exchanged ones, always change it.
+    // Check values of one pixel row, one per tile column (columns() values into out): a sum of
+    // the tile row's colour channels times weights that differ by position, so that one changed
+    // pixel always changes it, and two exchanged ones do as good as always.
     void hashRow(const std::uint8_t* row, std::uint32_t* out) const noexcept;
     // Rows top to top + rows of the screen (the first at `after`, stride bytes apart) against
     // the check values of what was there (hashes: height() x columns(), updated): marks the
@@ -66,6 +66,7 @@ class TileMap {
     int columns_ = 0;
     int rows_ = 0;
     std::vector<std::uint8_t> tiles_;
+    std::vector<std::uint32_t> rowHashes_;  // markHashedBand's check values of one row
 };
 
 }  // namespace vantrel::pavlex

@@ -149,7 +149,6 @@ HRESULT BlockCodec::Compress(const std::uint8_t* src, std::size_t cb, std::uint8
     BlockHeader header;
     header.mode = static_cast<std::uint8_t>(mode);
     header.originalLength = static_cast<std::uint32_t>(cb);
-    header.dataCrc = CheckValue(header.version, src, cb);
 
     PixelFilter filter = PixelFilter::ForPayload(src, cb);
     const std::uint8_t* input = src;
@@ -174,6 +173,8 @@ HRESULT BlockCodec::Compress(const std::uint8_t* src, std::size_t cb, std::uint8
             header.mapLength = static_cast<std::uint32_t>(filter.MapBytes(cb));
         }
     }
+
+    header.dataCrc = CheckValue(header.version, input, inputLength);
 
     // zstd only pays when its block is smaller than the stored one; when even the stored block
     // does not fit, zstd only has to fit.
@@ -216,6 +217,8 @@ HRESULT BlockCodec::Compress(const std::uint8_t* src, std::size_t cb, std::uint8
     if (stored > capacity)
         return kTooSmall;
     header.method = BlockHeader::kStored;
+    if (input != src)
+        header.dataCrc = CheckValue(header.version, src, cb);
     header.filter = PixelFilter::kNone;
     header.filterOffset = 0;
     header.mapLength = 0;
@@ -268,6 +271,8 @@ HRESULT BlockCodec::Restore(const BlockHeader& header, const std::uint8_t* block
             if (ZSTD_isError(n) || n != length)
                 return ZSTD_getErrorCode(n) == ZSTD_error_memory_allocation ? E_OUTOFMEMORY
                                                                             : kInvalid;
+            if (header.ChecksRestored() && CheckValue(header.version, out, n) != header.dataCrc)
+                return kBadCheck;
             if (palette &&
                 !Palette::Restore(header.Filter(), out, length, dst, header.originalLength))
                 return kInvalid;
@@ -275,6 +280,8 @@ HRESULT BlockCodec::Restore(const BlockHeader& header, const std::uint8_t* block
         if (header.filter != PixelFilter::kNone && !header.IsPalette())
             header.Filter().Unfilter(dst, header.originalLength, block + BlockHeader::kFixedSize);
     }
+    if (header.ChecksRestored())
+        return S_OK;
     return CheckValue(header.version, dst, header.originalLength) == header.dataCrc ? S_OK
                                                                                     : kBadCheck;
 }

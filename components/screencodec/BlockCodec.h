@@ -25,7 +25,7 @@ class BlockCodec {
     static constexpr ULONG kModeStrong = 1;  // export
     static constexpr ULONG kModeFast = 2;    // live stream
     // Levels 1-9 of the interface pick zstd levels from kZstdLevels.
-    static constexpr ULONG kDefaultStrongLevel = 7;
+    static constexpr ULONG kDefaultStrongLevel = 8;
     static constexpr ULONG kDefaultFastLevel = 1;
 
     BlockCodec() noexcept;

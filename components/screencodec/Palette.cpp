@@ -154,8 +154,22 @@ bool Palette::Restore(const PixelFilter& filter, std::uint8_t* transformed,
         out[cb - 1] = table[-1];
     if (escapes == 0) {
         // The usual band: one branch-free pass; an index without a colour shows in `seen`.
+        // Four pixels per step, written as two words: the flags above bit 15 of the second
+        // pixel of each word shift out, so they are gathered in `seen` first.
         std::uint32_t seen = 0;
-        for (std::size_t i = 0; i < pixels; ++i) {
+        std::size_t i = 0;
+        for (; i + 4 <= pixels; i += 4) {
+            std::uint32_t four;
+            std::memcpy(&four, ix + i, sizeof four);
+            const std::uint32_t c0 = lut[four & 0xFF], c1 = lut[(four >> 8) & 0xFF],
+                                c2 = lut[(four >> 16) & 0xFF], c3 = lut[four >> 24];
+            seen |= c0 | c1 | c2 | c3;
+            const std::uint32_t low = (c0 & 0xFFFFu) | (c1 << 16);
+            const std::uint32_t high = (c2 & 0xFFFFu) | (c3 << 16);
+            std::memcpy(px + 2 * i, &low, sizeof low);
+            std::memcpy(px + 2 * i + 4, &high, sizeof high);
+        }
+        for (; i < pixels; ++i) {
             const std::uint32_t c = lut[ix[i]];
             seen |= c;
             Store(px + 2 * i, static_cast<std::uint16_t>(c));

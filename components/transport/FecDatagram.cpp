@@ -7,9 +7,11 @@
 namespace transport {
 namespace {
 
-constexpr std::uint8_t kVersion = 1;
+constexpr std::uint8_t kVersion = 2;
 constexpr std::uint8_t kFlagChecksum = 1;
 constexpr std::uint8_t kFlagRepair = 2;
+constexpr std::uint8_t kFlagEnd = 4;
+constexpr std::uint8_t kFlagEndMark = 8;
 
 void Put16(std::uint8_t* p, std::uint32_t v) noexcept {
     p[0] = static_cast<std::uint8_t>(v);
@@ -44,18 +46,18 @@ void WriteFecHeader(std::uint8_t* d, const FecHeader& h) noexcept {
     d[0] = 'V';
     d[1] = 'F';
     d[2] = kVersion;
-    d[3] = (h.checksum ? kFlagChecksum : 0) | (h.repair ? kFlagRepair : 0);
+    d[3] = (h.checksum ? kFlagChecksum : 0) | (h.repair ? kFlagRepair : 0) |
+           (h.end ? kFlagEnd : 0) | (h.endMark ? kFlagEndMark : 0);
     Put32(d + 4, h.epoch);
     Put32(d + 8, h.group);
     d[12] = static_cast<std::uint8_t>(h.index);
-    d[13] = static_cast<std::uint8_t>(h.repair ? h.dataCount : 0);
+    d[13] = static_cast<std::uint8_t>(h.dataCount);
     d[14] = static_cast<std::uint8_t>(h.repairCount);
     d[15] = 0;
     Put16(d + 16, static_cast<std::uint32_t>(h.payloadLength));
     Put16(d + 18, 0);
     Put32(d + 20, 0);
-    if (h.checksum)
-        Put32(d + 20, DatagramCrc(d, kFecHeaderSize + h.payloadLength));
+    Put32(d + 20, DatagramCrc(d, kFecHeaderSize + (h.checksum ? h.payloadLength : 0)));
 }
 
 bool ParseFecDatagram(const std::uint8_t* d, std::size_t length, std::size_t maxFragment,
@@ -63,11 +65,14 @@ bool ParseFecDatagram(const std::uint8_t* d, std::size_t length, std::size_t max
     if (!d || length < kFecHeaderSize || d[0] != 'V' || d[1] != 'F' || d[2] != kVersion)
         return false;
     const std::uint8_t flags = d[3];
-    if ((flags & ~(kFlagChecksum | kFlagRepair)) || d[15] || Get16(d + 18))
+    if ((flags & ~(kFlagChecksum | kFlagRepair | kFlagEnd | kFlagEndMark)) || d[15] ||
+        Get16(d + 18))
         return false;
     FecHeader r;
     r.checksum = flags & kFlagChecksum;
     r.repair = flags & kFlagRepair;
+    r.end = flags & kFlagEnd;
+    r.endMark = flags & kFlagEndMark;
     r.epoch = Get32(d + 4);
     r.group = Get32(d + 8);
     r.index = d[12];
@@ -76,16 +81,21 @@ bool ParseFecDatagram(const std::uint8_t* d, std::size_t length, std::size_t max
     r.payloadLength = Get16(d + 16);
     if (length != kFecHeaderSize + r.payloadLength || r.repairCount > kFecMaxRepair)
         return false;
-    if (r.repair) {
+    if (r.endMark) {
+        if (r.repair || r.end || r.index >= kFecEndMarks || r.dataCount < 1 ||
+            r.dataCount > kFecMaxGroup || r.repairCount < 1 || r.payloadLength)
+            return false;
+    } else if (r.repair) {
         if (r.dataCount < 1 || r.dataCount > kFecMaxGroup || r.index >= r.repairCount ||
             r.payloadLength < 3 || r.payloadLength > maxFragment + 2)
             return false;
-    } else if (r.dataCount != 0 || r.index >= kFecMaxGroup || r.payloadLength < 1 ||
-               r.payloadLength > maxFragment) {
+    } else if (r.end && r.repair) {
+        return false;
+    } else if (r.dataCount > kFecMaxGroup || r.index >= kFecMaxGroup || r.payloadLength < 1 ||
+               r.payloadLength > maxFragment || (r.end && !r.dataCount)) {
         return false;
     }
-    const std::uint32_t crc = Get32(d + 20);
-    if (r.checksum ? crc != DatagramCrc(d, length) : crc != 0)
+    if (Get32(d + 20) != DatagramCrc(d, r.checksum ? length : kFecHeaderSize))
         return false;
     *h = r;
     return true;

@@ -1,5 +1,6 @@
 #include "FecDecoder.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "Gf256.h"
@@ -58,6 +59,7 @@ bool FecDecoder::Configure(int maxFragment) {
         return false;
     maxFragment_ = static_cast<std::size_t>(maxFragment);
     stride_ = (maxFragment_ + 2 + 15) & ~std::size_t{15};
+    runStride_ = kFecHeaderSize + maxFragment_ + 2;
     storage_.clear();
     storage_.shrink_to_fit();
     Reset();
@@ -66,6 +68,10 @@ bool FecDecoder::Configure(int maxFragment) {
 
 void FecDecoder::Reset() noexcept {
     haveEpoch_ = false;
+    haveLeft_ = false;
+    runCount_ = 0;
+    nextGroup_ = 0;
+    nextIndex_ = 0;
     for (Group& g : groups_) {
         std::uint8_t* blocks = g.blocks;
         g = Group();
@@ -73,10 +79,32 @@ void FecDecoder::Reset() noexcept {
     }
 }
 
-FecDecoder::Group* FecDecoder::FindGroup(std::uint32_t number) noexcept {
+bool FecDecoder::Allocate() noexcept {
+    if (!storage_.empty())
+        return true;
+    const std::size_t groupBytes = stride_ * kBlocks;
+    try {
+        storage_.resize(groupBytes * kWindow + runStride_ * kConfirm);
+    } catch (...) {
+        return false;
+    }
+    for (int i = 0; i < kWindow; ++i)
+        groups_[i].blocks = storage_.data() + i * groupBytes;
+    for (int i = 0; i < kConfirm; ++i)
+        run_[i].bytes = storage_.data() + groupBytes * kWindow + i * runStride_;
+    return true;
+}
+
+FecDecoder::Group* FecDecoder::Find(std::uint32_t number) noexcept {
     for (Group& g : groups_)
         if (g.used && g.number == number)
             return &g;
+    return nullptr;
+}
+
+FecDecoder::Group* FecDecoder::FindOrAdd(std::uint32_t number) noexcept {
+    if (Group* g = Find(number))
+        return g;
     const std::int32_t d = Distance(number, latest_);
     if (d <= -kWindow)
         return nullptr;  // late: its slot may already serve another group
@@ -105,76 +133,187 @@ FecDecoder::Result FecDecoder::Decode(const std::uint8_t* datagram, std::size_t 
                                       FecSpan* out, int* count) noexcept {
     *count = 0;
     FecHeader h;
-    if (!ParseFecDatagram(datagram, length, maxFragment_, &h))
+    if (!ParseFecDatagram(datagram, length, maxFragment_, &h) || !Allocate())
         return Result::kDropped;
-    if (storage_.empty()) {
-        try {
-            storage_.resize(stride_ * kBlocks * kWindow);
-        } catch (...) {
-            return Result::kDropped;
-        }
-        for (int i = 0; i < kWindow; ++i)
-            groups_[i].blocks = storage_.data() + i * stride_ * kBlocks;
+    if (!haveEpoch_) {
+        MoveTo(h.epoch, h.group);
+    } else if (!InPlace(h)) {
+        return Hold(h, datagram, length, out, count) ? Result::kAccepted : Result::kDropped;
     }
-    if (!haveEpoch_ || h.epoch != epoch_) {
-        Reset();
-        haveEpoch_ = true;
-        epoch_ = h.epoch;
-        latest_ = h.group;
-    }
-    Group* g = FindGroup(h.group);
-    if (!g || g->done)
-        return Result::kDropped;
+    runCount_ = 0;  // the stream goes on where it was: what was held was stray
+    return Accept(h, datagram, out, count) ? Result::kAccepted : Result::kDropped;
+}
 
-    const std::uint8_t* payload = datagram + kFecHeaderSize;
-    std::uint32_t deliver = 0;
-    if (!h.repair) {
-        const std::uint32_t bit = 1u << h.index;
-        const std::size_t blockLength = h.payloadLength + 2;
-        if ((g->dataMask & bit) || (g->dataCount && h.index >= g->dataCount) ||
-            (g->codedLength && blockLength > g->codedLength))
-            return Result::kDropped;
-        std::uint8_t* block = Block(*g, h.index);
-        block[0] = static_cast<std::uint8_t>(h.payloadLength);
-        block[1] = static_cast<std::uint8_t>(h.payloadLength >> 8);
-        std::memcpy(block + 2, payload, h.payloadLength);
-        std::memset(block + blockLength, 0, stride_ - blockLength);
-        g->dataMask |= bit;
-        if (blockLength > g->longestData)
-            g->longestData = blockLength;
-        deliver = bit;
-    } else {
-        const std::uint32_t bit = 1u << h.index;
-        if (g->repairMask & bit)
-            return Result::kDropped;
-        if (g->dataCount) {
-            if (h.dataCount != g->dataCount || h.payloadLength != g->codedLength)
-                return Result::kDropped;
-        } else {
-            if ((h.dataCount < kFecMaxGroup && (g->dataMask >> h.dataCount)) ||
-                g->longestData > h.payloadLength)
-                return Result::kDropped;
-            g->dataCount = h.dataCount;
-            g->codedLength = h.payloadLength;
-        }
-        std::memcpy(Block(*g, kFecMaxGroup + h.index), payload, h.payloadLength);
-        g->repairMask |= bit;
+bool FecDecoder::InPlace(const FecHeader& h) const noexcept {
+    const std::int32_t d = Distance(h.group, latest_);
+    return h.epoch == epoch_ && d > -kWindow && d <= kWindow;
+}
+
+bool FecDecoder::Hold(const FecHeader& h, const std::uint8_t* datagram, std::size_t length,
+                      FecSpan* out, int* count) noexcept {
+    if (runCount_) {
+        const std::int32_t d = Distance(h.group, run_[0].header.group);
+        if (h.epoch != run_[0].header.epoch || d <= -kWindow || d >= kWindow)
+            runCount_ = 0;
     }
-    TryRestore(*g, &deliver);
+    for (int i = 0; i < runCount_; ++i)
+        if (std::memcmp(run_[i].bytes, datagram, kFecHeaderSize) == 0)
+            return false;  // a repeat confirms nothing
+    Held& held = run_[runCount_++];
+    held.header = h;
+    held.length = length;
+    std::memcpy(held.bytes, datagram, length);
+    if (runCount_ < kConfirm)
+        return false;
+
+    std::uint32_t first = run_[0].header.group;
+    for (int i = 1; i < runCount_; ++i)
+        if (Distance(run_[i].header.group, first) < 0)
+            first = run_[i].header.group;
+    MoveTo(h.epoch, first);
+    const int n = runCount_;
+    runCount_ = 0;
+    bool accepted = false;
+    for (int i = 0; i < n; ++i)
+        accepted |= Accept(run_[i].header, run_[i].bytes, out, count);
+    return accepted;
+}
+
+void FecDecoder::MoveTo(std::uint32_t epoch, std::uint32_t group) noexcept {
+    const bool back = haveLeft_ && leftEpoch_ == epoch && Distance(leftGroup_, group) >= 0 &&
+                      Distance(leftGroup_, group) < kWindow;
+    const std::uint32_t backGroup = leftGroup_;
+    const int backIndex = leftIndex_;
+    haveLeft_ = haveEpoch_;
+    leftEpoch_ = epoch_;
+    leftGroup_ = nextGroup_;
+    leftIndex_ = nextIndex_;
+    for (Group& g : groups_) {
+        std::uint8_t* blocks = g.blocks;
+        g = Group();
+        g.blocks = blocks;
+    }
+    haveEpoch_ = true;
+    epoch_ = epoch;
+    latest_ = group;
+    lastPlace_ = -1;
+    orderedRun_ = 0;
+    nextGroup_ = back ? backGroup : group;
+    nextIndex_ = back ? backIndex : 0;
+}
+
+void FecDecoder::NoteOrder(const FecHeader& h) noexcept {
+    const int place = h.endMark  ? 2 * kFecMaxGroup + h.index
+                      : h.repair ? kFecMaxGroup + h.index
+                                 : h.index;
+    const std::int32_t d = Distance(h.group, lastGroup_);
+    if (lastPlace_ >= 0 && (d < 0 || (d == 0 && place < lastPlace_))) {
+        orderedRun_ = 0;
+        return;
+    }
+    lastGroup_ = h.group;
+    lastPlace_ = place;
+    if (orderedRun_ < kTrustOrder)
+        ++orderedRun_;
+}
+
+bool FecDecoder::Accept(const FecHeader& h, const std::uint8_t* datagram, FecSpan* out,
+                        int* count) noexcept {
+    NoteOrder(h);
+    const bool ordered = h.repairCount > 0;
+    if (ordered && Distance(h.group, nextGroup_) < 0)
+        return false;  // its place in the order has passed
+    Group* g = FindOrAdd(h.group);
+    if (!g || g->done)
+        return false;
+    if (!g->arrivals)
+        g->repairCount = h.repairCount;
+    const std::uint8_t* payload = datagram + kFecHeaderSize;
+    if (h.repairCount != g->repairCount || !(h.endMark  ? AddEndMark(*g, h)
+                                             : h.repair ? AddRepair(*g, h, payload)
+                                                        : AddData(*g, h, payload)))
+        return false;
+    ++g->arrivals;
+
+    // A data datagram tells where the group before it ended, and whether a burst ended there.
+    if (!h.repair && !h.endMark && h.dataCount) {
+        Group* previous = Find(h.group - 1);
+        if (previous && (previous->dataCount ? previous->dataCount == h.dataCount
+                                             : Fits(*previous, h.dataCount))) {
+            previous->final |= h.end;
+            if (!previous->dataCount) {
+                previous->dataCount = h.dataCount;
+                TryRestore(*previous);
+            }
+        }
+    }
+    TryRestore(*g);
     if (!g->done && g->dataMask == 0xFFFFFFFFu)
         g->done = true;
 
-    for (int i = 0; i < kFecMaxGroup; ++i) {
-        if (!(deliver & (1u << i)))
-            continue;
-        const std::uint8_t* block = Block(*g, i);
-        out[(*count)++] = {block + 2, static_cast<std::size_t>(block[0] | (block[1] << 8))};
+    if (ordered) {
+        Release(out, count);
+    } else {
+        for (int i = 0; i < kFecMaxGroup && *count < kMaxDecodeOutput; ++i)
+            if ((g->ready & ~g->handed) & (1u << i))
+                Hand(*g, i, out, count);
     }
-    return Result::kAccepted;
+    return true;
 }
 
-void FecDecoder::TryRestore(Group& g, std::uint32_t* deliver) noexcept {
-    if (!g.dataCount)
+bool FecDecoder::Fits(const Group& g, int dataCount) noexcept {
+    return dataCount == kFecMaxGroup || !(g.dataMask >> dataCount);
+}
+
+bool FecDecoder::AddData(Group& g, const FecHeader& h, const std::uint8_t* payload) noexcept {
+    const std::uint32_t bit = 1u << h.index;
+    const std::size_t blockLength = h.payloadLength + 2;
+    if (((g.dataMask | g.handed) & bit) || (g.dataCount && h.index >= g.dataCount) ||
+        (g.codedLength && blockLength > g.codedLength))
+        return false;
+    std::uint8_t* block = Block(g, h.index);
+    block[0] = static_cast<std::uint8_t>(h.payloadLength);
+    block[1] = static_cast<std::uint8_t>(h.payloadLength >> 8);
+    std::memcpy(block + 2, payload, h.payloadLength);
+    std::memset(block + blockLength, 0, stride_ - blockLength);
+    g.dataMask |= bit;
+    g.ready |= bit;
+    if (blockLength > g.longestData)
+        g.longestData = blockLength;
+    return true;
+}
+
+bool FecDecoder::AddRepair(Group& g, const FecHeader& h, const std::uint8_t* payload) noexcept {
+    const std::uint32_t bit = 1u << h.index;
+    if (g.repairMask & bit)
+        return false;
+    if (g.dataCount ? h.dataCount != g.dataCount : !Fits(g, h.dataCount))
+        return false;
+    if (g.codedLength ? h.payloadLength != g.codedLength : g.longestData > h.payloadLength)
+        return false;
+    g.dataCount = h.dataCount;
+    g.codedLength = h.payloadLength;
+    std::memcpy(Block(g, kFecMaxGroup + h.index), payload, h.payloadLength);
+    g.repairMask |= bit;
+    if (h.index > g.tailSeen)
+        g.tailSeen = h.index;
+    return true;
+}
+
+bool FecDecoder::AddEndMark(Group& g, const FecHeader& h) noexcept {
+    const std::uint32_t bit = 1u << h.index;
+    if ((g.marks & bit) || (g.dataCount ? h.dataCount != g.dataCount : !Fits(g, h.dataCount)))
+        return false;
+    g.dataCount = h.dataCount;
+    g.marks |= bit;
+    g.ended = true;
+    if (g.repairCount + h.index > g.tailSeen)
+        g.tailSeen = g.repairCount + h.index;
+    return true;
+}
+
+void FecDecoder::TryRestore(Group& g) noexcept {
+    if (!g.dataCount || g.done)
         return;
     const std::uint32_t all = g.dataCount == 32 ? 0xFFFFFFFFu : (1u << g.dataCount) - 1;
     const std::uint32_t missing = all & ~g.dataMask;
@@ -183,7 +322,7 @@ void FecDecoder::TryRestore(Group& g, std::uint32_t* deliver) noexcept {
         g.done = true;
         return;
     }
-    if (PopCount(g.repairMask) < lost)
+    if (!g.codedLength || PopCount(g.repairMask) < lost)
         return;
 
     int lostIndex[kFecMaxGroup];
@@ -221,7 +360,74 @@ void FecDecoder::TryRestore(Group& g, std::uint32_t* deliver) noexcept {
         // Without checksums a damaged datagram can yield garbage; never hand out more than
         // the block holds.
         if (fragment >= 1 && fragment <= maxFragment_ && fragment + 2 <= len)
-            *deliver |= 1u << lostIndex[b];
+            g.ready |= 1u << lostIndex[b];
+    }
+}
+
+void FecDecoder::Hand(Group& g, int index, FecSpan* out, int* count) noexcept {
+    const std::uint8_t* block = Block(g, index);
+    out[(*count)++] = {block + 2, static_cast<std::size_t>(block[0] | (block[1] << 8))};
+    g.handed |= 1u << index;
+}
+
+bool FecDecoder::Hopeless(const Group& g) const noexcept {
+    // Restore was tried (a gap left means what it gave was not a fragment), or is tried with
+    // every datagram and nothing more of the group comes.
+    if (g.done || g.final)
+        return true;
+    // The group ended a burst and the stream keeps its order: the only datagrams of it still
+    // to come are corrections sent after the latest one in, or overtaken by it.
+    if (g.ended && orderedRun_ >= kTrustOrder) {
+        const std::uint32_t all = g.dataCount == 32 ? 0xFFFFFFFFu : (1u << g.dataCount) - 1;
+        int coming = 0;
+        for (int j = std::max(0, g.tailSeen - kReorderDepth); j < g.repairCount; ++j)
+            coming += !(g.repairMask & (1u << j));
+        if (PopCount(all & ~g.dataMask) > PopCount(g.repairMask) + coming)
+            return true;
+    }
+    // Datagrams arrive in any order, so a gap can still fill from this group's own datagrams
+    // until enough of the later groups have come: those were sent after all of this one.
+    int later = 0;
+    for (const Group& other : groups_)
+        if (other.used && Distance(other.number, g.number) > 0)
+            later += other.arrivals;
+    return later >= kReorderSlack;
+}
+
+void FecDecoder::Release(FecSpan* out, int* count) noexcept {
+    for (;;) {
+        if (Distance(latest_, nextGroup_) >= kWindow) {
+            // The window has moved past: what the cursor waited for is gone.
+            nextGroup_ = latest_ - (kWindow - 1);
+            nextIndex_ = 0;
+        }
+        Group* g = Find(nextGroup_);
+        if (!g) {
+            // Nothing of it came, and a later group has: none of it will.
+            if (Distance(latest_, nextGroup_) <= 0)
+                return;
+            ++nextGroup_;
+            nextIndex_ = 0;
+            continue;
+        }
+        if (nextIndex_ >= (g->dataCount ? g->dataCount : kFecMaxGroup)) {
+            ++nextGroup_;
+            nextIndex_ = 0;
+            continue;
+        }
+        const std::uint32_t bit = 1u << nextIndex_;
+        if (g->ready & bit) {
+            if (*count == kMaxDecodeOutput)
+                return;
+            Hand(*g, nextIndex_++, out, count);
+            continue;
+        }
+        if (!g->givenUp)
+            g->givenUp = Hopeless(*g);
+        if (!g->givenUp)
+            return;
+        g->handed |= bit;
+        ++nextIndex_;
     }
 }
 

@@ -24,6 +24,8 @@ void FecEncoder::Reset(std::uint32_t epoch) noexcept {
     epoch_ = epoch;
     group_ = 0;
     dataInGroup_ = 0;
+    previousGroupSize_ = 0;
+    previousEnded_ = false;
     codedLength_ = 0;
 }
 
@@ -37,6 +39,8 @@ int FecEncoder::Encode(const std::uint8_t* fragment, std::size_t length, FecSpan
     h.epoch = epoch_;
     h.group = group_;
     h.index = index;
+    h.dataCount = previousGroupSize_;
+    h.end = previousEnded_ && previousGroupSize_;
     h.repairCount = repairCount_;
     h.payloadLength = length;
     std::memcpy(data_.data() + kFecHeaderSize, fragment, length);
@@ -62,7 +66,27 @@ int FecEncoder::Encode(const std::uint8_t* fragment, std::size_t length, FecSpan
 }
 
 int FecEncoder::Drain(FecSpan* out) noexcept {
-    return dataInGroup_ ? CloseGroup(out) : 0;
+    int n = 0;
+    if (dataInGroup_)
+        n = CloseGroup(out);
+    else if (!previousGroupSize_ || previousEnded_)
+        return 0;
+    previousEnded_ = true;
+    if (!repairCount_)
+        return n;  // nothing waits for corrections, so nothing waits for the end either
+    FecHeader h;
+    h.checksum = checksum_;
+    h.endMark = true;
+    h.epoch = epoch_;
+    h.group = group_ - 1;
+    h.dataCount = previousGroupSize_;
+    h.repairCount = repairCount_;
+    for (int i = 0; i < kFecEndMarks; ++i) {
+        h.index = i;
+        WriteFecHeader(endMarks_[i], h);
+        out[n++] = {endMarks_[i], kFecHeaderSize};
+    }
+    return n;
 }
 
 int FecEncoder::CloseGroup(FecSpan* out) noexcept {
@@ -80,6 +104,8 @@ int FecEncoder::CloseGroup(FecSpan* out) noexcept {
         out[j] = {Repair(j), kFecHeaderSize + codedLength_};
     }
     ++group_;
+    previousGroupSize_ = dataInGroup_;
+    previousEnded_ = false;
     dataInGroup_ = 0;
     codedLength_ = 0;
     return repairCount_;

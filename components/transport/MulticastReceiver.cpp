@@ -1,5 +1,6 @@
 #include "MulticastReceiver.h"
 
+#include <cstring>
 #include <mutex>
 
 #include "MulticastAddress.h"
@@ -65,6 +66,20 @@ HRESULT MulticastReceiver::Join(LPCSTR lpszLocalAddress, LPCSTR lpszGroupAddress
                             reinterpret_cast<const char*>(&membership), sizeof membership) != 0);
     RETURN_HR_IF(vantrel::HResultFromWsaError(),
                  WSAEventSelect(s.get(), readable_.get(), FD_READ) != 0);
+    // A socket bound to the port hears every group this machine joined on it (Linux, and Wine
+    // on it, which binds the port alone even when asked for the group); each datagram's
+    // destination tells ours apart. Without it, all are delivered.
+    recvMsg_ = nullptr;
+    GUID id = WSAID_WSARECVMSG;
+    LPFN_WSARECVMSG recvMsg = nullptr;
+    DWORD bytes = 0;
+    const DWORD on = 1;
+    if (setsockopt(s.get(), IPPROTO_IP, IP_PKTINFO, reinterpret_cast<const char*>(&on),
+                   sizeof on) == 0 &&
+        WSAIoctl(s.get(), SIO_GET_EXTENSION_FUNCTION_POINTER, &id, sizeof id, &recvMsg,
+                 sizeof recvMsg, &bytes, nullptr, nullptr) == 0)
+        recvMsg_ = recvMsg;
+    group_ = group;
     socket_ = std::move(s);
     return S_OK;
 }
@@ -115,6 +130,35 @@ DWORD WINAPI MulticastReceiver::ThreadMain(void* self) noexcept {
     return 0;
 }
 
+// One datagram into buffer_: its length, or -1 with the Winsock error set. *to is left alone
+// when the system does not tell the destination.
+int MulticastReceiver::Receive(sockaddr_in* from, in_addr* to) noexcept {
+    int fromLength = sizeof *from;
+    if (!recvMsg_)
+        return recvfrom(socket_.get(), buffer_.data(), static_cast<int>(buffer_.size()), 0,
+                        reinterpret_cast<sockaddr*>(from), &fromLength);
+    WSABUF data = {static_cast<ULONG>(buffer_.size()), buffer_.data()};
+    alignas(WSACMSGHDR) char control[64];
+    WSAMSG message{};
+    message.name = reinterpret_cast<sockaddr*>(from);
+    message.namelen = fromLength;
+    message.lpBuffers = &data;
+    message.dwBufferCount = 1;
+    message.Control = {sizeof control, control};
+    DWORD n = 0;
+    if (recvMsg_(socket_.get(), &message, &n, nullptr, nullptr) != 0)
+        return -1;
+    for (WSACMSGHDR* c = WSA_CMSG_FIRSTHDR(&message); c; c = WSA_CMSG_NXTHDR(&message, c)) {
+        if (c->cmsg_level == IPPROTO_IP && c->cmsg_type == IP_PKTINFO &&
+            c->cmsg_len >= WSA_CMSG_LEN(sizeof(IN_PKTINFO))) {
+            IN_PKTINFO info;
+            std::memcpy(&info, WSA_CMSG_DATA(c), sizeof info);
+            *to = info.ipi_addr;
+        }
+    }
+    return static_cast<int>(n);
+}
+
 // socket_ cannot change while this runs: Join and Leave stop the thread first.
 void MulticastReceiver::ReceiveLoop() noexcept {
     const HANDLE waits[] = {stop_.get(), readable_.get()};
@@ -127,9 +171,8 @@ void MulticastReceiver::ReceiveLoop() noexcept {
             if (WaitForSingleObject(stop_.get(), 0) == WAIT_OBJECT_0)
                 return;
             sockaddr_in from{};
-            int fromLength = sizeof from;
-            const int n = recvfrom(socket_.get(), buffer_.data(), static_cast<int>(buffer_.size()),
-                                   0, reinterpret_cast<sockaddr*>(&from), &fromLength);
+            in_addr to = group_;
+            const int n = Receive(&from, &to);
             if (n < 0) {
                 const int err = WSAGetLastError();
                 if (err == WSAEWOULDBLOCK)
@@ -138,6 +181,8 @@ void MulticastReceiver::ReceiveLoop() noexcept {
                     continue;  // one oversized or refused datagram; the socket still works
                 return;
             }
+            if (to.s_addr != group_.s_addr)
+                continue;  // another group on this port
             std::lock_guard<vantrel::CriticalSection> hold(callbackLock_);
             if (callback_)
                 callback_(context_, from.sin_addr.s_addr, 0, buffer_.data(), static_cast<ULONG>(n));

@@ -14,6 +14,8 @@
 #include "wincom/Socket.h"
 #include "wincom/UniqueHandle.h"
 
+#include <mswsock.h>
+
 namespace transport {
 
 class MulticastReceiver final : public IMulticastReceiver, public vantrel::ComObjectRoot {
@@ -39,11 +41,15 @@ class MulticastReceiver final : public IMulticastReceiver, public vantrel::ComOb
   private:
     static DWORD WINAPI ThreadMain(void* self) noexcept;
     void ReceiveLoop() noexcept;
+    int Receive(sockaddr_in* from, in_addr* to) noexcept;
     HRESULT StopLocked() noexcept;
 
     vantrel::WinsockSession winsock_;
     vantrel::CriticalSection lock_;
     vantrel::UniqueSocket socket_;
+    in_addr group_{};
+    // WSARecvMsg, when the socket reports each datagram's destination; else recvfrom.
+    LPFN_WSARECVMSG recvMsg_ = nullptr;
     vantrel::UniqueEvent readable_;  // FD_READ of socket_
     vantrel::UniqueEvent stop_;      // manual reset; ends the receive thread
     vantrel::UniqueThread thread_;

@@ -8,12 +8,13 @@
 #include <windows.h>
 #include <objbase.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "Vantrel.h"
+#include "common/FakeSink.h"
+#include "common/Screen.h"
 #include "wincom/ComPtr.h"
 #include "wincom/KernelObjects.h"
 #include "wincom/UniqueHandle.h"
@@ -26,35 +27,9 @@ constexpr DWORD kLifetimeMs = 10 * 60 * 1000;  // a peer whose parent died ends 
 
 // Waits for the event, pumping this apartment's messages meanwhile.
 void WaitPumping(HANDLE event) {
-    const DWORD start = GetTickCount();
-    for (;;) {
-        const DWORD r = MsgWaitForMultipleObjects(1, &event, FALSE, 200, QS_ALLINPUT);
-        if (r == WAIT_OBJECT_0 || r == WAIT_FAILED || GetTickCount() - start > kLifetimeMs)
-            return;
-        MSG msg;
-        while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
-            DispatchMessageA(&msg);
-    }
+    test::WaitUntil([event] { return WaitForSingleObject(event, 0) != WAIT_TIMEOUT; }, kLifetimeMs,
+                    50);
 }
-
-class CountingSink final : public IDataTransmitter {
-  public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override {
-        *ppv = nullptr;
-        if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, IID_IDataTransmitter))
-            return E_NOINTERFACE;
-        *ppv = this;
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() noexcept override { return 1; }
-    HRESULT STDMETHODCALLTYPE Transfer(void*, unsigned long, long) noexcept override {
-        ++packets;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Flush() noexcept override { return S_OK; }
-    std::atomic<LONG> packets{0};
-};
 
 int Teacher(char* group, USHORT port, int fec, const char* stopName) {
     UniqueEvent stop = TryOpenNamedEvent(stopName);
@@ -83,7 +58,8 @@ int Student(char* group, USHORT port, const char* stopName, const char* readyNam
     UniqueEvent stop = TryOpenNamedEvent(stopName);
     UniqueHandle ready(OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, readyName));
     ComPtr<IDesktopReceiver> receiver;
-    CountingSink sink;
+    test::FakeSink sink;
+    sink.KeepPackets(false);
     if (!stop || !ready ||
         FAILED(CoCreateInstance(CLSID_DesktopReceiver, nullptr, CLSCTX_INPROC_SERVER,
                                 IID_IDesktopReceiver, receiver.PutVoid())))
@@ -97,7 +73,7 @@ int Student(char* group, USHORT port, const char* stopName, const char* readyNam
     receiver->Stop();
     receiver->LeaveSession();
     receiver->UnregisterDataTransmitter(&sink);
-    return static_cast<int>(sink.packets.load());
+    return static_cast<int>(sink.PacketCount());
 }
 
 }  // namespace

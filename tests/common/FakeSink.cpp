@@ -62,8 +62,8 @@ HRESULT FakeSink::Transfer(void* lpvData, unsigned long cbData, long bAsync) noe
         bytes_ += cbData;
         const BYTE* p = static_cast<const BYTE*>(lpvData);
         if (keep_)
-            packets_.push_back(
-                Packet{p ? std::vector<BYTE>(p, p + cbData) : std::vector<BYTE>(), cbData, bAsync});
+            packets_.push_back(Packet{p ? std::vector<BYTE>(p, p + cbData) : std::vector<BYTE>(),
+                                      cbData, bAsync, GetTickCount()});
     } catch (...) {
         Fault("out of memory");
     }

@@ -39,6 +39,7 @@ class FakeSink : public IDataTransmitter {
         std::vector<BYTE> bytes;
         unsigned long cbData;
         long bAsync;
+        DWORD tick = 0;  // GetTickCount at its arrival
     };
 
     explicit FakeSink(std::string name = "sink", CallJournal* journal = nullptr);

@@ -124,22 +124,90 @@ LONG CALLBACK DebugOutput::Handler(EXCEPTION_POINTERS* info) {
     return EXCEPTION_CONTINUE_SEARCH;
 }
 
-DeskPrefOverride::DeskPrefOverride(const char* name, DWORD value) : name_(name) {
-    RegCreateKeyExA(HKEY_LOCAL_MACHINE, "Software\\Korvane\\Tessaroom\\DeskPref", 0, nullptr, 0,
-                    KEY_ALL_ACCESS, nullptr, key_.put(), nullptr);
-    DWORD size = sizeof previous_;
-    if (RegQueryValueExA(key_.get(), name, nullptr, nullptr, reinterpret_cast<BYTE*>(&previous_),
-                         &size) != ERROR_SUCCESS)
-        previous_ = kNoValue;
-    Set(value);
+PacketSource::PacketSource(IScreenCodec* codec, int width, int height, uint32_t seed, int bpp)
+    : PacketSource(
+          codec,
+          [&] {
+              std::vector<DWORD> greys;
+              for (DWORD i = 0; bpp == 8 && i < 256; ++i)
+                  greys.push_back(i * 0x010101);
+              return Bmi(width, height, bpp, BI_RGB, greys);
+          }(),
+          seed) {}
+
+PacketSource::PacketSource(IScreenCodec* codec, const std::vector<BYTE>& bmi, uint32_t seed) {
+    EXPECT_TRUE(image.CreateFromBitmapInfo(AsBmi(bmi)));
+    if (seed)
+        Paint(seed);
+    encoder.SetCodec(codec);
+    sinks.RegisterDataTransmitter(&recorder);
 }
 
-void DeskPrefOverride::Set(DWORD value) {
-    if (value == kNoValue)
-        RegDeleteValueA(key_.get(), name_);
-    else
-        RegSetValueExA(key_.get(), name_, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value),
-                       sizeof value);
+PacketSource::~PacketSource() {
+    sinks.UnregisterDataTransmitter(&recorder);
+}
+
+void PacketSource::Paint(uint32_t seed) {
+    RECT all;
+    image.GetScreenRect(&all);
+    std::vector<BYTE> px(image.GetRectBytes(&all));
+    for (auto& p : px)
+        p = static_cast<BYTE>((seed = seed * 1664525u + 1013904223u) >> 24);
+    const BITMAPINFOHEADER& h = image.GetBitmapInfo()->bmiHeader;
+    for (size_t i = 1; h.biBitCount == 16 && h.biCompression == BI_RGB && i < px.size(); i += 2)
+        px[i] &= 0x7F;
+    EXPECT_TRUE(image.PutRows(&all, px.data()));
+}
+
+int PacketSource::SendAll() {
+    RECT all;
+    image.GetScreenRect(&all);
+    return Send(all);
+}
+
+std::vector<std::vector<BYTE>> PacketSource::Packets(const RECT& r) {
+    const size_t first = recorder.PacketCount();
+    Send(r);
+    std::vector<std::vector<BYTE>> out;
+    const auto all = recorder.Packets();
+    for (size_t i = first; i < all.size(); ++i)
+        out.push_back(all[i].bytes);
+    return out;
+}
+
+std::vector<std::vector<BYTE>> PacketSource::FullScreen() {
+    RECT all;
+    image.GetScreenRect(&all);
+    return Packets(all);
+}
+
+std::vector<BYTE> PacketSource::CursorPacket(uint32_t flags, int x, int y, int w, int h) {
+    std::vector<BYTE> rec = CursorRecordBytes(flags, x, y, w, h, 0x00FF0000);
+    const size_t first = recorder.PacketCount();
+    EXPECT_TRUE(encoder.SendCursorRecord(rec.data(), static_cast<uint32_t>(rec.size())));
+    const auto all = recorder.Packets();
+    return all.size() > first ? all.back().bytes : std::vector<BYTE>();
+}
+
+std::vector<RECT> PacketSource::Bands() const {
+    std::vector<RECT> out;
+    for (const auto& p : recorder.Packets()) {
+        packet::FrameHeader h;
+        if (packet::ReadFrameHeader(p.bytes.data(), p.cbData, &h))
+            out.push_back(h.band);
+    }
+    return out;
+}
+
+std::vector<BYTE> PacketSource::Rows(const RECT* r) {
+    RECT all;
+    image.GetScreenRect(&all);
+    if (!r)
+        r = &all;
+    std::vector<BYTE> out(image.GetRectBytes(r));
+    UINT cb = static_cast<UINT>(out.size()), lines = 0;
+    EXPECT_TRUE(image.CopyRows(r, out.data(), &cb, 0, &lines));
+    return out;
 }
 
 void ScreenTest::SetUp() {

@@ -1,7 +1,8 @@
-// What the image, stream and capture tests share beyond common/Screen.h and common/FakeSink.h:
-// a sink that decodes with the shared StreamDecoder, cursor records, a catcher for the debugger
-// output, a temporary DeskPref value, and fixtures holding COM, a codec and (for capture) a
-// DesktopCapture made through COM. Library vantrel_test_screen (links Vantrel.dll's stream code).
+// What the image, stream, capture, render and shared-memory tests share beyond common/Screen.h
+// and common/FakeSink.h: a sink that decodes with the shared StreamDecoder, a packet source on the
+// shared StreamEncoder, cursor records, a catcher for the debugger output, and fixtures holding
+// COM, a codec and (for capture) a DesktopCapture made through COM. Library vantrel_test_screen
+// (links Vantrel.dll's stream code).
 #pragma once
 
 #include <windows.h>
@@ -16,6 +17,7 @@
 
 #include "ScreenCodec.h"
 #include "Vantrel.h"
+#include "common/DeskPrefOverride.h"
 #include "common/FakeSink.h"
 #include "common/Screen.h"
 #include "wincom/ComPtr.h"
@@ -24,7 +26,9 @@
 #include "wincom/UniqueHandle.h"
 #include "stream/DesktopImage.h"
 #include "stream/Packet.h"
+#include "stream/SinkTable.h"
 #include "stream/StreamDecoder.h"
+#include "stream/StreamEncoder.h"
 
 inline bool operator==(const RECT& a, const RECT& b) {
     return EqualRect(&a, &b) != FALSE;
@@ -137,20 +141,40 @@ class DebugOutput {
     std::vector<std::string> lines_;
 };
 
-// A DeskPref value for the length of a test (kNoValue: absent); the previous state comes back
-// afterwards.
-class DeskPrefOverride {
+// A desktop image a test fills, sent through the stream's own encoder to a recording sink (whose
+// packets a test may take or alter) and to the sinks registered beside it.
+class PacketSource {
   public:
-    static constexpr DWORD kNoValue = 0xFFFFFFFF;
-    DeskPrefOverride(const char* name, DWORD value);
-    ~DeskPrefOverride() { Set(previous_); }
-    bool Ok() const { return static_cast<bool>(key_); }
-    void Set(DWORD value);
+    // width x height at bpp (16: 5-5-5; 8: a grey colour table), painted with noise of seed.
+    PacketSource(IScreenCodec* codec, int width, int height, uint32_t seed, int bpp = 16);
+    // An image in the format bmi, left at the background colour when seed is 0.
+    PacketSource(IScreenCodec* codec, const std::vector<BYTE>& bmi, uint32_t seed = 0);
+    ~PacketSource();
+    PacketSource(const PacketSource&) = delete;
+    PacketSource& operator=(const PacketSource&) = delete;
 
-  private:
-    const char* name_;
-    UniqueHkey key_;
-    DWORD previous_ = kNoValue;
+    // Noise of seed over the whole image (5-5-5 pixels keep their top bit clear).
+    void Paint(uint32_t seed);
+    HRESULT Register(IDataTransmitter* sink) { return sinks.RegisterDataTransmitter(sink); }
+    HRESULT Unregister(IDataTransmitter* sink) { return sinks.UnregisterDataTransmitter(sink); }
+    // r of the image as the encoder cuts it; the number of packets.
+    int Send(const RECT& r) { return encoder.SendRegion(&r); }
+    int SendAll();
+    // The packets of one Send.
+    std::vector<std::vector<BYTE>> Packets(const RECT& r);
+    std::vector<std::vector<BYTE>> FullScreen();
+    // One cursor packet of a hook record (flags, position, a w x h shape when flags ask).
+    std::vector<BYTE> CursorPacket(uint32_t flags, int x, int y, int w = 32, int h = 32);
+    // The band rectangles of the recorded frame packets.
+    std::vector<RECT> Bands() const;
+    // Unpadded rows of r (default: the whole image), top row first.
+    std::vector<BYTE> Rows(const RECT* r = nullptr);
+    std::vector<BYTE> Rows(const RECT& r) { return Rows(&r); }
+
+    DesktopImage image;
+    FakeSink recorder{"recorder"};
+    SinkTable sinks;
+    StreamEncoder encoder{image, sinks};
 };
 
 // COM, Pixmend and one codec for the whole test.

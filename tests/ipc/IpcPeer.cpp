@@ -1,23 +1,20 @@
-// Second (and third) process of the shared-memory tests. Commands:
-//   viewer <id> <status>   a viewer of session <id> that speaks the channel by its literal names
-//                          and offsets, reporting to the status section <status> (IpcPeerStatus.h)
-//                          until the event "<status>.Quit" is set
-//   render <id> <status>   a DesktopIPCRender of session <id> made through COM, its window shown
-//                          at the place the status section asks for; reports its picture
-//                          (GetCurrectImage) and its RN_PICTURECOMPLETE notices until quit
-//   mute <id> <ms>         a viewer of session <id> that never answers, for <ms> milliseconds
-// Exit code 0 on success.
+// The other processes of the shared-memory tests:
+//   ipc_peer render <id> <status>
+// a DesktopIPCRender of session <id> made through COM, its window shown at the place the status
+// section <status> (IpcPeerStatus.h) asks for; it reports its picture (GetCurrectImage) and its
+// RN_PICTURECOMPLETE notices there until the event "<status>.Quit" is set. Exit code 0 on
+// success.
 #include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <algorithm>
-#include <vector>
 #include <string>
+#include <vector>
 
 #include "IpcPeerStatus.h"
 #include "Vantrel.h"
+#include "common/Screen.h"
 #include "wincom/ComPtr.h"
 #include "wincom/KernelObjects.h"
 
@@ -28,162 +25,46 @@ using vantrel::test::PeerStatus;
 
 namespace {
 
-constexpr DWORD kControlSize = 66876;
-
-struct Session {
-    UniqueEvent receive, complete;
-    UniqueHandle mutex;
-    bool Create(int id) {
-        const std::string n = std::to_string(id);
-        receive = CreateNamedEvent(("Global\\StudentRecveive" + n).c_str(), true, false);
-        complete = CreateNamedEvent(("Global\\StudentComplete" + n).c_str(), true, false);
-        mutex = CreateNamedMutex(("Global\\StudentEventMutex" + n).c_str());
-        return receive && complete && mutex;
-    }
-};
-
-int Mute(int id, DWORD ms) {
-    Session session;
-    if (!session.Create(id))
-        return 30;
-    Sleep(ms);
-    return 0;
-}
-
-// The mapped pixel section of the current picture.
-struct Picture {
+// The test's status section and quit event.
+struct Report {
     UniqueMapping section;
     UniqueViewOfFile view;
-    BITMAPINFOHEADER header{};
-    bool Open(const BYTE* control, PeerStatus* status) {
-        view.reset();
-        section.reset();
-        char name[260];
-        std::memcpy(name, control, 260);
-        name[259] = 0;
-        std::memcpy(&header, control + 0x110, sizeof header);
-        section = TryOpenNamedSection(name);
-        if (!section || header.biSize != 40 || header.biWidth <= 0 || header.biHeight >= 0)
-            return false;
-        view = MapWholeSection(section.get());
-        if (!view)
-            return false;
-        std::memcpy(status->name, name, sizeof name);
-        std::memcpy(status->bitmapInfo, control + 0x110, sizeof status->bitmapInfo);
-        return true;
-    }
-    void CopyTo(BYTE* out, volatile LONG* bytes) const {
-        const LONG rowBytes = header.biBitCount * header.biWidth / 8;
-        const LONG stride = ((header.biBitCount * header.biWidth + 31) >> 3) & ~3;
-        const LONG height = -header.biHeight;
-        if (!view || rowBytes * height > static_cast<LONG>(vantrel::test::kPeerStatusSize -
-                                                           vantrel::test::kPeerPictureOffset))
-            return;
-        for (LONG y = 0; y < height; ++y)
-            std::memcpy(out + y * rowBytes, static_cast<const BYTE*>(view.get()) + y * stride,
-                        rowBytes);
-        *bytes = rowBytes * height;
+    UniqueEvent quit;
+    explicit Report(const std::string& name)
+        : section(TryOpenNamedSection(name.c_str())),
+          view(section ? MapWholeSection(section.get()) : UniqueViewOfFile()),
+          quit(TryOpenNamedEvent((name + ".Quit").c_str())) {}
+    PeerStatus* Status() const {
+        return view && quit ? static_cast<PeerStatus*>(view.get()) : nullptr;
     }
 };
 
-int Viewer(int id, const std::string& statusName) {
-    UniqueMapping statusSection = TryOpenNamedSection(statusName.c_str());
-    UniqueViewOfFile statusView =
-        statusSection ? MapWholeSection(statusSection.get()) : UniqueViewOfFile();
-    UniqueEvent quit = TryOpenNamedEvent((statusName + ".Quit").c_str());
-    if (!statusView || !quit)
-        return 40;
-    auto* status = static_cast<PeerStatus*>(statusView.get());
-    UniqueMapping controlSection = TryOpenNamedSection("Global\\ScreenUpdate");
-    if (!controlSection)
-        return 41;
-    UniqueViewOfFile controlView(
-        MapViewOfFile(controlSection.get(), FILE_MAP_READ, 0, 0, kControlSize));
-    if (!controlView)
-        return 42;
-    const BYTE* control = static_cast<const BYTE*>(controlView.get());
-    Session session;
-    if (!session.Create(id))
-        return 43;
-    status->ready = 1;
-
-    Picture picture;
-    bool open = false;
-    const HANDLE waits[2] = {quit.get(), session.receive.get()};
-    for (;;) {
-        const DWORD w = WaitForMultipleObjects(2, waits, FALSE, 60000);
-        if (w != WAIT_OBJECT_0 + 1)
-            break;
-        ResetEvent(session.receive.get());
-        DWORD flags;
-        std::memcpy(&flags, control + 0x104, 4);
-        // A viewer that started after the last re-creation opens what the section names now.
-        if ((flags & 2) || !open) {
-            open = picture.Open(control, status);
-            if (!open)
-                ++status->openFailures;
-            if (flags & 2)
-                ++status->reopens;
-        }
-        if (flags & 1) {
-            if (!open)
-                ++status->rectsBeforeOpen;
-            ++status->rectPasses;
-        }
-        SetEvent(session.complete.get());
-        if (open)
-            picture.CopyTo(reinterpret_cast<BYTE*>(status) + vantrel::test::kPeerPictureOffset,
-                           &status->pictureBytes);
-        InterlockedIncrement(&status->passes);
-    }
-    return 0;
-}
-
 constexpr UINT kNotifyMessage = WM_APP + 7;
-LONG g_completeNotices = 0;
-
-LRESULT CALLBACK NotifyProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
-    if (msg == kNotifyMessage && wp == 2 && lp == 42)
-        ++g_completeNotices;
-    return DefWindowProcA(hwnd, msg, wp, lp);
-}
 
 int Render(int id, const std::string& statusName) {
-    UniqueMapping statusSection = TryOpenNamedSection(statusName.c_str());
-    UniqueViewOfFile statusView =
-        statusSection ? MapWholeSection(statusSection.get()) : UniqueViewOfFile();
-    UniqueEvent quit = TryOpenNamedEvent((statusName + ".Quit").c_str());
-    if (!statusView || !quit)
+    Report report(statusName);
+    PeerStatus* status = report.Status();
+    if (!status)
         return 50;
-    auto* status = static_cast<PeerStatus*>(statusView.get());
     if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)))
         return 51;
     int rc = 0;
     {
-        WNDCLASSA wc{};
-        wc.lpfnWndProc = NotifyProc;
-        wc.hInstance = GetModuleHandleA(nullptr);
-        wc.lpszClassName = "IpcPeerNotify";
-        RegisterClassA(&wc);
-        UniqueHwnd notify(CreateWindowExA(0, wc.lpszClassName, "", WS_POPUP, 0, 0, 0, 0, nullptr,
-                                          nullptr, wc.hInstance, nullptr));
+        test::NotifyWindow notify(kNotifyMessage);
         ComPtr<IDesktopRender> render;
-        if (!notify ||
+        if (!notify.Handle() ||
             FAILED(CoCreateInstance(CLSID_DesktopIPCRender, nullptr, CLSCTX_INPROC_SERVER,
                                     IID_IDesktopRender, render.PutVoid())))
             return 52;
-        render->SetNotifyWindow(notify.get(), kNotifyMessage, 42);
+        render->SetNotifyWindow(notify.Handle(), kNotifyMessage, 42);
         render->SetSessionId(id);
         // The render window fills a stage that is never activated: an active window takes
         // seconds to go away and holds up the windows of the tests that follow.
         const RECT& at = status->windowRect;
-        UniqueHwnd stage(CreateWindowExA(
-            WS_EX_TOPMOST | WS_EX_NOACTIVATE, wc.lpszClassName, "", WS_POPUP, at.left, at.top,
-            at.right - at.left, at.bottom - at.top, nullptr, nullptr, wc.hInstance, nullptr));
-        if (!stage)
+        test::PaintedWindow stage(at, [](HDC, const RECT&) {});
+        if (!stage.IsOpen())
             return 55;
-        ShowWindow(stage.get(), SW_SHOWNOACTIVATE);
-        render->SetParentWindow(stage.get());
+        render->SetParentWindow(stage.Handle());
         render->SetWindowPosition(0, 0, at.right - at.left, at.bottom - at.top);
         render->SetVisible(TRUE);
         if (render->Run() != S_OK)
@@ -191,13 +72,11 @@ int Render(int id, const std::string& statusName) {
         status->ready = 1;
         std::vector<BYTE> image;
         for (;;) {
-            const HANDLE quitEvent = quit.get();
+            const HANDLE quitEvent = report.quit.get();
             if (MsgWaitForMultipleObjects(1, &quitEvent, FALSE, 50, QS_ALLINPUT) == WAIT_OBJECT_0)
                 break;
-            MSG msg;
-            while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
-                DispatchMessageA(&msg);
-            status->passes = g_completeNotices;
+            test::PumpMessages();
+            status->notices = notify.Count(2, 42);
             unsigned long size = 0;
             if (render->GetCurrectImage(&size, nullptr) != S_OK || size < 40 ||
                 size > kPeerStatusSize - kPeerPictureOffset)
@@ -210,7 +89,6 @@ int Render(int id, const std::string& statusName) {
             const UINT info = 40 + (h.biCompression == BI_BITFIELDS ? 12u
                                     : h.biBitCount <= 8             ? 4u << h.biBitCount
                                                                     : 0u);
-            std::memcpy(status->bitmapInfo, image.data(), std::min<size_t>(info, 1064));
             std::memcpy(reinterpret_cast<BYTE*>(status) + kPeerPictureOffset, image.data() + info,
                         size - info);
             status->pictureBytes = static_cast<LONG>(size - info);
@@ -226,12 +104,8 @@ int Render(int id, const std::string& statusName) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 4 && !std::strcmp(argv[1], "viewer"))
-        return Viewer(std::atoi(argv[2]), argv[3]);
     if (argc == 4 && !std::strcmp(argv[1], "render"))
         return Render(std::atoi(argv[2]), argv[3]);
-    if (argc == 4 && !std::strcmp(argv[1], "mute"))
-        return Mute(std::atoi(argv[2]), static_cast<DWORD>(std::atoi(argv[3])));
-    std::fprintf(stderr, "usage: ipc_peer viewer|render <id> <status> | mute <id> <ms>\n");
+    std::fprintf(stderr, "usage: ipc_peer render <id> <status>\n");
     return 2;
 }

@@ -1,7 +1,7 @@
 // What the shared-memory tests share: the channel read by its literal names and offsets (so a
 // wrong constant in the library cannot hide behind the same constant here), in-process viewers
-// that answer or stay mute and log every visit, a synthetic desktop turned into packets, the
-// ipc_peer processes, and a DesktopIPCServer made through COM.
+// that answer or stay mute and log every visit, the ipc_peer processes, and a DesktopIPCServer
+// made through COM.
 #pragma once
 
 #include <windows.h>
@@ -12,8 +12,6 @@
 
 #include "IpcPeerStatus.h"
 #include "common/ScreenTestSupport.h"
-#include "stream/SinkTable.h"
-#include "stream/StreamEncoder.h"
 #include "wincom/ChildProcess.h"
 #include "wincom/KernelObjects.h"
 
@@ -44,9 +42,6 @@ class RawControl {
         BITMAPINFOHEADER h;
         std::memcpy(&h, p_ + 0x110, sizeof h);
         return h;
-    }
-    std::vector<BYTE> BitmapInfo() const {
-        return std::vector<BYTE>(p_ + 0x110, p_ + 0x110 + 1064);
     }
     UINT Count() const { return packet::LoadU32(p_ + 0x538); }
     RECT Rect(UINT i) const {
@@ -119,83 +114,22 @@ class InProcessViewer {
     UniqueThread thread_;
 };
 
-// A 16-bit 5-5-5 desktop of noise and an encoder: the packets a capture of it would send.
-class PacketSource {
-  public:
-    PacketSource(IScreenCodec* codec, int width, int height, uint32_t seed)
-        : encoder_(image_, sinks_) {
-        EXPECT_TRUE(image_.CreateFromBitmapInfo(AsBmi(Bmi(width, height, 16))));
-        Paint(seed);
-        encoder_.SetCodec(codec);
-        sinks_.RegisterDataTransmitter(&sink_);
-    }
-    ~PacketSource() { sinks_.UnregisterDataTransmitter(&sink_); }
-    void Paint(uint32_t seed) {
-        RECT all;
-        image_.GetScreenRect(&all);
-        std::vector<BYTE> rows(image_.GetRectBytes(&all));
-        for (size_t i = 0; i + 1 < rows.size(); i += 2) {
-            seed = seed * 1664525u + 1013904223u;
-            packet::StoreU16(&rows[i], static_cast<uint16_t>((seed >> 16) & 0x7FFF));
-        }
-        EXPECT_TRUE(image_.PutRows(&all, rows.data()));
-    }
-    // The packets of r as the encoder cuts it.
-    std::vector<std::vector<BYTE>> Packets(const RECT& r) {
-        const size_t first = sink_.PacketCount();
-        encoder_.SendRegion(&r);
-        std::vector<std::vector<BYTE>> out;
-        const auto all = sink_.Packets();
-        for (size_t i = first; i < all.size(); ++i)
-            out.push_back(all[i].bytes);
-        return out;
-    }
-    std::vector<std::vector<BYTE>> FullScreen() {
-        RECT all;
-        image_.GetScreenRect(&all);
-        return Packets(all);
-    }
-    // One cursor packet of a hook record (flags, position, a w x h shape when flags ask).
-    std::vector<BYTE> CursorPacket(uint32_t flags, int x, int y, int w = 32, int h = 32) {
-        std::vector<BYTE> rec = CursorRecordBytes(flags, x, y, w, h, 0x00FF0000);
-        const size_t first = sink_.PacketCount();
-        EXPECT_TRUE(encoder_.SendCursorRecord(rec.data(), static_cast<uint32_t>(rec.size())));
-        const auto all = sink_.Packets();
-        return all.size() > first ? all.back().bytes : std::vector<BYTE>();
-    }
-    // Unpadded rows, top row first: what a viewer's picture must equal.
-    std::vector<BYTE> Rows() {
-        RECT all;
-        image_.GetScreenRect(&all);
-        std::vector<BYTE> out(image_.GetRectBytes(&all));
-        UINT cb = static_cast<UINT>(out.size()), lines = 0;
-        EXPECT_TRUE(image_.CopyRows(&all, out.data(), &cb, 0, &lines));
-        return out;
-    }
-    DesktopImage& Image() { return image_; }
-
-  private:
-    DesktopImage image_;
-    SinkTable sinks_;
-    FakeSink sink_;
-    StreamEncoder encoder_;
-};
-
-// An ipc_peer viewer in its own process, and what it reports.
+// A DesktopIPCRender viewer in an ipc_peer process, and what it reports.
 class PeerViewer {
   public:
-    PeerViewer(int id, const char* mode = "viewer", RECT window = RECT{}) {
+    PeerViewer(int id, RECT window) {
         name_ = "Global\\VantrelIpcPeer" + std::to_string(GetCurrentProcessId()) + "_" +
                 std::to_string(id);
         section_ = CreateNamedSection(name_.c_str(), kPeerStatusSize);
         view_ = MapWholeSection(section_.get());
         static_cast<PeerStatus*>(view_.get())->windowRect = window;
-        process_.Start("ipc_peer.exe", std::string(mode) + " " + std::to_string(id) + " " + name_,
+        process_.Start("ipc_peer.exe", "render " + std::to_string(id) + " " + name_,
                        CreateNamedEvent((name_ + ".Quit").c_str(), true, false));
     }
     const PeerStatus& Status() const { return *static_cast<const PeerStatus*>(view_.get()); }
+    // A loaded machine can take long to start a Wine process with a window.
     bool WaitReady() {
-        return WaitUntil([&] { return Status().ready != 0; });
+        return WaitUntil([&] { return Status().ready != 0; }, 30000);
     }
     // Ends the peer; its exit code.
     DWORD Quit() { return process_.Finish(30000); }

@@ -92,8 +92,12 @@ TEST_F(RegistrationTest, RegisterWritesTheKeysOfEveryClass) {
         const std::string progId = independent + ".1";
         const std::string clsid = GuidString(*c.clsid);
         const Tree progIdTree = {{"@", description}, {"CLSID@", clsid}};
-        EXPECT_EQ(progIdTree, KeyTree(progId));
-        EXPECT_EQ(progIdTree, KeyTree(independent));
+        for (const std::string& id : {progId, independent}) {
+            EXPECT_EQ(progIdTree, KeyTree(id));
+            CLSID found{};  // as a host finds the class
+            EXPECT_EQ(S_OK, CLSIDFromProgID(std::wstring(id.begin(), id.end()).c_str(), &found));
+            EXPECT_TRUE(IsEqualCLSID(*c.clsid, found)) << id;
+        }
         EXPECT_EQ((Tree{{"@", description},
                         {"InprocServer32@", modulePath},
                         {"InprocServer32@ThreadingModel",  // the render needs its window's thread

@@ -1,5 +1,5 @@
 // The type library as a host's tools read it from the registry: library attributes, the
-// coclasses and their interfaces; and the DLL's resources.
+// coclasses and their interfaces, the help strings; and the DLL's resources.
 #include <windows.h>
 #include <oleauto.h>
 
@@ -99,6 +99,37 @@ TEST_F(TypeLibTest, CoclassesListTheirInterfaces) {
         }
         EXPECT_EQ(expected, actual);
     }
+}
+
+// Every interface's help string is its name and " Interface" (IFrameBuffer's says
+// IDataTransmitter), every method's "method " and its name.
+TEST_F(TypeLibTest, InterfacesAndMethodsCarryTheirHelpStrings) {
+    std::vector<std::string> interfaces;
+    for (UINT i = 0; i < typeLib_->GetTypeInfoCount(); ++i) {
+        ComPtr<ITypeInfo> info;
+        ASSERT_EQ(S_OK, typeLib_->GetTypeInfo(i, info.Put()));
+        const TYPEATTR attr = Attributes(info.Get());
+        if (attr.typekind != TKIND_INTERFACE && attr.typekind != TKIND_DISPATCH)
+            continue;
+        const auto [name, help] = NameAndHelp(info.Get());
+        interfaces.push_back(name);
+        EXPECT_EQ((name == "IFrameBuffer" ? "IDataTransmitter" : name) + " Interface", help);
+        for (UINT f = 0; f < attr.cFuncs; ++f) {
+            FUNCDESC* desc = nullptr;
+            ASSERT_EQ(S_OK, info->GetFuncDesc(f, &desc));
+            const auto [method, methodHelp] = NameAndHelp(info.Get(), desc->memid);
+            // The dispatch view of the dual interface lists IUnknown's three as well.
+            const bool inherited =
+                method == "QueryInterface" || method == "AddRef" || method == "Release";
+            EXPECT_EQ(inherited ? "" : "method " + method, methodHelp) << name;
+            info->ReleaseFuncDesc(desc);
+        }
+    }
+    std::sort(interfaces.begin(), interfaces.end());
+    EXPECT_EQ((std::vector<std::string>{"IDataTransmitter", "IDesktopCapture", "IDesktopCaster",
+                                        "IDesktopIPCServer", "IDesktopReader", "IDesktopReceiver",
+                                        "IDesktopRecorder", "IDesktopRender", "IFrameBuffer"}),
+              interfaces);
 }
 
 TEST_F(TypeLibTest, ResourcesHoldIconAndVersion) {

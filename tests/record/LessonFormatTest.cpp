@@ -1,17 +1,13 @@
-// The lesson file module: header checks, record heads, the record walk and recovery, in memory
-// and on files, and the file class underneath.
-#include <gtest/gtest.h>
-
+// The lesson file module: header checks, the record walk and recovery, in memory and on files,
+// and the file class underneath.
 #include <random>
 
-#include "LessonTestSupport.h"
+#include "RecordTestSupport.h"
 #include "lesson/LessonFile.h"
-#include "wincom/File.h"
 
 using namespace vantrel;
 using namespace vantrel::test;
 using lesson::HeaderCheck;
-using lesson::RecordStep;
 using lesson::WalkEnd;
 
 namespace {
@@ -35,13 +31,17 @@ Bytes Concat(std::initializer_list<Bytes> parts) {
     return out;
 }
 
+Bytes WithLength(Bytes record, uint32_t length) {
+    lesson::StoreU32(record.data() + 4, length);
+    return record;
+}
+
 }  // namespace
 
 TEST(LessonFormat, HeaderChecksInTheirOrder) {
     const Bytes closed = Lesson({Record(0)}, 10);
     Bytes badMagic = closed;
     badMagic[0] = 'X';
-    const Bytes unclosed = Lesson({Record(0)}, 0, 12);
     struct Case {
         const char* name;
         Bytes bytes;
@@ -50,7 +50,8 @@ TEST(LessonFormat, HeaderChecksInTheirOrder) {
         {"closed", closed, HeaderCheck::Ok, HeaderCheck::Ok},
         {"header only", Lesson({}, 0), HeaderCheck::Ok, HeaderCheck::Ok},
         {"damaged magic", badMagic, HeaderCheck::BadMagic, HeaderCheck::Ok},
-        {"never closed", unclosed, HeaderCheck::LengthMismatch, HeaderCheck::LengthMismatch},
+        {"never closed", Lesson({Record(0)}, 0, 12), HeaderCheck::LengthMismatch,
+         HeaderCheck::LengthMismatch},
         {"eleven bytes", Bytes(closed.begin(), closed.begin() + 11), HeaderCheck::TooShort,
          HeaderCheck::TooShort},
         {"empty", Bytes(), HeaderCheck::TooShort, HeaderCheck::TooShort},
@@ -69,37 +70,10 @@ TEST(LessonFormat, HeaderChecksInTheirOrder) {
     EXPECT_EQ(HeaderCheck::LengthMismatch, lesson::CheckForPlayback(h.data(), 0x100000000ull + 12));
 }
 
-TEST(LessonFormat, RecordHeadsByLengthAndBytesAvailable) {
-    struct Case {
-        uint32_t length;
-        size_t got;
-        RecordStep step;
-    } cases[] = {
-        {12, 12, RecordStep::Record},        {0x180000, 12, RecordStep::Record},
-        {0x180001, 12, RecordStep::TooLong}, {0xFFFFFFFF, 12, RecordStep::TooLong},
-        {11, 12, RecordStep::TooShort},      {0, 12, RecordStep::TooShort},
-        {64, 11, RecordStep::End},           {64, 0, RecordStep::End},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.length);
-        Bytes head = Record(77, 12);
-        lesson::StoreU32(head.data() + 4, c.length);
-        lesson::RecordHead out{1, 2, 3};
-        EXPECT_EQ(c.step, lesson::ParseRecordHead(head.data(), c.got, &out));
-        if (c.step != RecordStep::End) {
-            EXPECT_EQ(kHmrf, out.magic);
-            EXPECT_EQ(c.length, out.length);
-            EXPECT_EQ(77u, out.time);
-        }
-    }
-}
-
 TEST(LessonFormat, WalkCountsWholeRecordsAndStopsAtTheFirstFault) {
     const Bytes a = Record(0, 100), b = Record(40, 30, kHruc), c = Record(35, 12), d = Record(90);
-    Bytes tooLong = Record(50, 64);
-    lesson::StoreU32(tooLong.data() + 4, 0x180001);
-    Bytes tooShort = Record(50, 64);
-    lesson::StoreU32(tooShort.data() + 4, 11);
+    // The longest record a player holds is whole; one byte more is not.
+    const Bytes biggest = Record(95, lesson::kMaxRecordLength);
     const size_t abc = 12 + a.size() + b.size() + c.size();
     struct Case {
         const char* name;
@@ -117,10 +91,16 @@ TEST(LessonFormat, WalkCountsWholeRecordsAndStopsAtTheFirstFault) {
          HeaderCheck::LengthMismatch, WalkEnd::TrailingBytes, 3, 2, 1, 35, 40, 1, abc},
         {"cut record", Concat({Lesson({a, b, c}, 0, 12), Bytes(d.begin(), d.end() - 1)}),
          HeaderCheck::LengthMismatch, WalkEnd::CutRecord, 3, 2, 1, 35, 40, 1, abc},
-        {"too long", Lesson({a, tooLong, d}, 100), HeaderCheck::Ok, WalkEnd::TooLong, 1, 1, 0, 0, 0,
-         0, 12 + a.size()},
-        {"too short", Lesson({a, b, tooShort}, 100), HeaderCheck::Ok, WalkEnd::TooShort, 2, 1, 1,
-         40, 40, 0, 12 + a.size() + b.size()},
+        {"0x180000 bytes", Lesson({a, biggest}, 100), HeaderCheck::Ok, WalkEnd::Clean, 2, 2, 0, 95,
+         95, 0, 12 + a.size() + biggest.size()},
+        {"0x180001 bytes", Lesson({a, WithLength(d, 0x180001), d}, 100), HeaderCheck::Ok,
+         WalkEnd::TooLong, 1, 1, 0, 0, 0, 0, 12 + a.size()},
+        {"length 0xFFFFFFFF", Lesson({WithLength(d, 0xFFFFFFFF)}, 100), HeaderCheck::Ok,
+         WalkEnd::TooLong, 0, 0, 0, 0, 0, 0, 12},
+        {"length 11", Lesson({a, b, WithLength(d, 11)}, 100), HeaderCheck::Ok, WalkEnd::TooShort, 2,
+         1, 1, 40, 40, 0, 12 + a.size() + b.size()},
+        {"length 0", Lesson({WithLength(d, 0)}, 100), HeaderCheck::Ok, WalkEnd::TooShort, 0, 0, 0,
+         0, 0, 0, 12},
         {"header only", Lesson({}, 0), HeaderCheck::Ok, WalkEnd::Clean, 0, 0, 0, 0, 0, 0, 12},
         {"no header", Bytes(7, 0), HeaderCheck::TooShort, WalkEnd::NoHeader, 0, 0, 0, 0, 0, 0, 0},
     };
@@ -141,55 +121,75 @@ TEST(LessonFormat, WalkCountsWholeRecordsAndStopsAtTheFirstFault) {
 }
 
 // A recording that was never closed, cut at every byte of its last record (the process died
-// while writing it): recovery keeps every whole record and nothing else, and the player's
-// checks then pass.
-TEST(LessonFormat, RepairOfAFileCutAtEveryByteOfItsLastRecord) {
+// while writing it): recovery on disk keeps the header and every whole record, byte for byte,
+// and nothing else; the player's checks then pass and a second repair finds nothing to do.
+TEST(LessonFile, RepairOfAFileCutAtEveryByteOfItsLastRecord) {
     const std::vector<Bytes> records = {Record(0, 80), Record(120, 40, kHruc), Record(300, 97)};
     const Bytes whole = Lesson(records, 0, 12);
     const size_t lastStart = whole.size() - records.back().size();
+    TempFile temp("repair");
     for (size_t cut = lastStart; cut <= whole.size(); ++cut) {
         SCOPED_TRACE(cut);
-        const Bytes file(whole.begin(), whole.begin() + cut);
-        const lesson::RepairPlan plan = lesson::PlanRepair(Scan(file));
+        ASSERT_TRUE(temp.Write(Bytes(whole.begin(), whole.begin() + cut)));
+        lesson::RepairPlan plan;
+        ASSERT_EQ(lesson::FileResult::Ok, lesson::RepairLesson(temp.Path(), &plan));
         const bool complete = cut == whole.size();
-        ASSERT_TRUE(plan.possible);
         EXPECT_TRUE(plan.needed);
-        EXPECT_EQ(complete ? whole.size() : lastStart, plan.newLength);
         EXPECT_EQ(cut - plan.newLength, plan.droppedBytes);
-        EXPECT_EQ(complete ? 300u : 120u, plan.header.duration);
-        const Bytes fixed = Repaired(file, plan);
-        const lesson::LessonScan again = Scan(fixed);
-        EXPECT_EQ(HeaderCheck::Ok, again.playable);
-        EXPECT_EQ(WalkEnd::Clean, again.end);
-        EXPECT_EQ(complete ? 3u : 2u, again.records);
-        EXPECT_FALSE(lesson::PlanRepair(again).needed);
-        EXPECT_TRUE(std::equal(fixed.begin() + 12, fixed.end(), whole.begin() + 12));
+        Bytes expected = Bytes(whole.begin(), whole.begin() + (complete ? cut : lastStart));
+        lesson::WriteHeader(expected.data(),
+                            lesson::Header{lesson::kMagic, static_cast<uint32_t>(expected.size()),
+                                           complete ? 300u : 120u});
+        EXPECT_EQ(expected, temp.Read());
+        lesson::LessonScan scan;
+        ASSERT_EQ(lesson::FileResult::Ok, lesson::InspectLesson(temp.Path(), &scan));
+        EXPECT_EQ(HeaderCheck::Ok, scan.playable);
+        EXPECT_EQ(WalkEnd::Clean, scan.end);
+        ASSERT_EQ(lesson::FileResult::Ok, lesson::RepairLesson(temp.Path(), &plan));
+        EXPECT_FALSE(plan.needed);
+        EXPECT_EQ(expected, temp.Read());
     }
 }
 
-TEST(LessonFormat, RepairKeepsAnAppendedDurationAndRefusesWhatHasNoHeader) {
-    // Closed at 500 ms, appended to, never closed again: the stored duration was the clock's
-    // start, the new records continue it.
-    Bytes appended = Lesson({Record(100), Record(450)}, 500);
-    const Bytes more = Concat({Record(520), Record(610)});
-    appended.insert(appended.end(), more.begin(), more.end());
-    EXPECT_EQ(610u, lesson::PlanRepair(Scan(appended)).header.duration);
-    // Stopped long after its last record, closed, then cut: the stored duration stays.
-    Bytes stopped = Lesson({Record(100), Record(450)}, 2000);
-    stopped.push_back(0);
-    EXPECT_EQ(2000u, lesson::PlanRepair(Scan(stopped)).header.duration);
-    // A damaged magic: the stored duration is not trusted, the magic is written again.
-    Bytes foreign = Lesson({Record(100)}, 99999, 12, 0x12345678);
-    const lesson::RepairPlan plan = lesson::PlanRepair(Scan(foreign));
-    EXPECT_EQ(lesson::kMagic, plan.header.magic);
-    EXPECT_EQ(100u, plan.header.duration);
-    // Nothing to repair, or nothing to repair from.
-    EXPECT_FALSE(lesson::PlanRepair(Scan(Lesson({Record(5)}, 5))).needed);
-    EXPECT_FALSE(lesson::PlanRepair(Scan(Bytes(11, 0))).possible);
+TEST(LessonFile, RepairKeepsTheLongerDurationAndRefusesWhatItCannotDo) {
+    // Closed at 500 ms, appended to, never closed again: the new records continue the stored
+    // duration. Stopped long after its last record, then cut: the stored duration stays. A
+    // damaged magic: the stored duration is not trusted, the magic is written again.
+    const struct {
+        const char* name;
+        Bytes file;
+        uint32_t duration;
+    } durations[] = {
+        {"appended", Concat({Lesson({Record(100), Record(450)}, 500), Record(520), Record(610)}),
+         610},
+        {"stopped late", Concat({Lesson({Record(100), Record(450)}, 2000), Bytes(1, 0)}), 2000},
+        {"damaged magic", Lesson({Record(100)}, 99999, 12, 0x12345678), 100},
+    };
+    for (const auto& c : durations) {
+        const lesson::RepairPlan plan = lesson::PlanRepair(Scan(c.file));
+        EXPECT_EQ(lesson::kMagic, plan.header.magic) << c.name;
+        EXPECT_EQ(c.duration, plan.header.duration) << c.name;
+    }
+
+    TempFile temp("repair-cases");
+    const Bytes good = Lesson({Record(10)}, 20);
+    ASSERT_TRUE(temp.Write(good));
+    {
+        // Not while another party holds the file without sharing it.
+        File holder;
+        ASSERT_TRUE(holder.Open(temp.Path(), File::modeReadWrite));
+        EXPECT_EQ(lesson::FileResult::OpenFailed, lesson::RepairLesson(temp.Path(), nullptr));
+    }
+    ASSERT_TRUE(temp.Write(Bytes(5, 'H')));
+    EXPECT_EQ(lesson::FileResult::NotRepairable, lesson::RepairLesson(temp.Path(), nullptr));
+    EXPECT_EQ(Bytes(5, 'H'), temp.Read());
+    TempFile missing("missing");
+    EXPECT_EQ(lesson::FileResult::OpenFailed, lesson::RepairLesson(missing.Path(), nullptr));
+    EXPECT_EQ(lesson::FileResult::OpenFailed, lesson::InspectLesson(missing.Path(), nullptr));
 }
 
 // Whatever follows a header, the walk stays inside the bytes, and recovery always yields a file
-// that the player accepts and that walks cleanly.
+// that the player accepts and that walks cleanly to the same records.
 TEST(LessonFormat, RandomTailsWalkSafelyAndRepairToPlayableFiles) {
     std::mt19937 random(11);
     for (int round = 0; round < 400; ++round) {
@@ -217,52 +217,6 @@ TEST(LessonFormat, RandomTailsWalkSafelyAndRepairToPlayableFiles) {
     }
 }
 
-// The same recovery on disk, at every byte of the last record: what RepairLesson leaves is the
-// header and the whole records, byte for byte.
-TEST(LessonFile, RepairOnDiskAtEveryByteOfTheLastRecord) {
-    const std::vector<Bytes> records = {Record(0, 300), Record(250, 61)};
-    const Bytes whole = Lesson(records, 0, 12);
-    const size_t lastStart = whole.size() - records.back().size();
-    TempFile temp("repair");
-    for (size_t cut = lastStart; cut <= whole.size(); ++cut) {
-        SCOPED_TRACE(cut);
-        ASSERT_TRUE(temp.Write(Bytes(whole.begin(), whole.begin() + cut)));
-        lesson::RepairPlan plan;
-        ASSERT_EQ(lesson::FileResult::Ok, lesson::RepairLesson(temp.Path(), &plan));
-        const bool complete = cut == whole.size();
-        Bytes expected = complete ? whole : Lesson({records[0]}, 0);
-        lesson::WriteHeader(expected.data(),
-                            lesson::Header{lesson::kMagic, static_cast<uint32_t>(expected.size()),
-                                           complete ? 250u : 0u});
-        EXPECT_EQ(expected, temp.Read());
-        lesson::LessonScan scan;
-        ASSERT_EQ(lesson::FileResult::Ok, lesson::InspectLesson(temp.Path(), &scan));
-        EXPECT_EQ(HeaderCheck::Ok, scan.playable);
-    }
-}
-
-TEST(LessonFile, RepairLeavesGoodFilesAloneAndReportsWhatItCannotDo) {
-    TempFile temp("repair-cases");
-    const Bytes good = Lesson({Record(10)}, 20);
-    ASSERT_TRUE(temp.Write(good));
-    lesson::RepairPlan plan;
-    EXPECT_EQ(lesson::FileResult::Ok, lesson::RepairLesson(temp.Path(), &plan));
-    EXPECT_FALSE(plan.needed);
-    EXPECT_EQ(good, temp.Read());
-    {
-        // Not while another party holds the file without sharing it.
-        File holder;
-        ASSERT_TRUE(holder.Open(temp.Path(), File::modeReadWrite));
-        EXPECT_EQ(lesson::FileResult::OpenFailed, lesson::RepairLesson(temp.Path(), nullptr));
-    }
-    ASSERT_TRUE(temp.Write(Bytes(5, 'H')));
-    EXPECT_EQ(lesson::FileResult::NotRepairable, lesson::RepairLesson(temp.Path(), nullptr));
-    EXPECT_EQ(Bytes(5, 'H'), temp.Read());
-    TempFile missing("missing");
-    EXPECT_EQ(lesson::FileResult::OpenFailed, lesson::RepairLesson(missing.Path(), nullptr));
-    EXPECT_EQ(lesson::FileResult::OpenFailed, lesson::InspectLesson(missing.Path(), nullptr));
-}
-
 TEST(LessonFile, FileClassCreationSharingAndShortReads) {
     TempFile temp("file");
     File f;
@@ -288,26 +242,17 @@ TEST(LessonFile, FileClassCreationSharingAndShortReads) {
     ASSERT_TRUE(f.Length(&length));
     EXPECT_EQ(3u, length);
     f.Close();
+    ASSERT_TRUE(f.Open(temp.Path(), File::modeCreate | File::modeReadWrite));
+    ASSERT_TRUE(f.Length(&length));
+    EXPECT_EQ(0u, length);
+    f.Close();
 
-    struct Case {
-        unsigned first, second;
-        bool secondOpens;
-    } cases[] = {
-        {File::modeReadWrite, File::modeRead | File::shareDenyNone, false},
-        {File::modeRead | File::shareDenyNone, File::modeReadWrite | File::modeCreate, false},
-        {File::modeRead | File::shareDenyNone, File::modeRead | File::shareDenyNone, true},
-        {File::modeRead | File::shareDenyWrite, File::modeRead | File::shareDenyNone, true},
-        {File::modeRead | File::shareDenyWrite, File::modeReadWrite | File::shareDenyNone, false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << std::hex << c.first << " then " << c.second);
-        File a, b;
-        ASSERT_TRUE(a.Open(temp.Path(), c.first));
-        EXPECT_EQ(c.secondOpens, b.Open(temp.Path(), c.second));
-        if (!c.secondOpens) {
-            EXPECT_EQ(static_cast<DWORD>(ERROR_SHARING_VIOLATION), b.LastError());
-        }
-    }
-    ASSERT_TRUE(f.Open(temp.Path(), File::modeRead));
+    // Sharing as the recorder (none) and the reader (all) ask for it is checked through COM
+    // (RecordTest.ReaderAndRecorderExcludeEachOther); the refusal is a sharing violation.
+    File reader, recorder;
+    ASSERT_TRUE(reader.Open(temp.Path(), File::modeRead | File::shareDenyNone));
+    EXPECT_FALSE(recorder.Open(temp.Path(), File::modeCreate | File::modeReadWrite));
+    EXPECT_EQ(static_cast<DWORD>(ERROR_SHARING_VIOLATION), recorder.LastError());
+    ASSERT_TRUE(f.Open(temp.Path(), File::modeRead | File::shareDenyNone));
     EXPECT_FALSE(f.Write("x", 1));  // read-only access
 }

@@ -4,7 +4,7 @@
 // render registered with the reader as sink and frame buffer is not fed its own picture.
 #include "common/ScreenTestSupport.h"
 
-#include "LessonTestSupport.h"
+#include "RecordTestSupport.h"
 
 using namespace vantrel;
 using namespace vantrel::test;
@@ -20,46 +20,25 @@ struct Render {
                                          IID_IDesktopRender, render.PutVoid()));
         EXPECT_EQ(S_OK, render.As(&sink));
         EXPECT_EQ(S_OK, render.As(&frameBuffer));
-        EXPECT_EQ(S_OK, render->SetNotifyWindow(notify.Window(), NotifySink::kMessage, 0));
+        EXPECT_EQ(S_OK, render->SetNotifyWindow(notify.Handle(), kNotifyMessage, 0));
     }
-    size_t Notes(WPARAM code) const {
-        size_t n = 0;
-        for (const auto& note : notify.Notes())
-            n += note.wParam == code;
-        return n;
-    }
-    // The picture as 5-5-5 pixels, top row first; empty without one.
-    std::vector<uint16_t> Picture(LONG* width, LONG* height) {
+    // The picture as GetCurrectImage gives it, made into an image of its own; false without one.
+    bool Picture(DesktopImage* image) {
         unsigned long size = 0;
         if (render->GetCurrectImage(&size, nullptr) != S_OK)
-            return {};
+            return false;
         std::vector<BYTE> bytes(size);
         if (render->GetCurrectImage(&size, bytes.data()) != S_OK)
-            return {};
-        const auto* header = reinterpret_cast<const BITMAPINFOHEADER*>(bytes.data());
-        *width = header->biWidth;
-        *height = header->biHeight < 0 ? -header->biHeight : header->biHeight;
-        const int bpp = header->biBitCount;
-        const size_t pixels = static_cast<size_t>(*width) * *height;
-        const BYTE* rows = bytes.data() + size - pixels * bpp / 8;
-        const DWORD* masks = reinterpret_cast<const DWORD*>(bytes.data() + header->biSize);
-        const bool is565 = bpp == 16 && header->biCompression == BI_BITFIELDS && masks[0] == 0xF800;
-        std::vector<uint16_t> out(pixels);
-        for (size_t i = 0; i < pixels; ++i) {
-            if (bpp == 32) {
-                out[i] = To555(packet::LoadU32(rows + 4 * i));
-            } else {
-                uint16_t v = packet::LoadU16(rows + 2 * i);
-                if (is565)
-                    v = static_cast<uint16_t>(((v >> 11) << 10) | (((v >> 6) & 0x1F) << 5) |
-                                              (v & 0x1F));
-                out[i] = v;
-            }
-        }
-        return out;
+            return false;
+        const auto* bmi = reinterpret_cast<const BITMAPINFO*>(bytes.data());
+        if (!image->CreateFromBitmapInfo(bmi))
+            return false;
+        RECT whole;
+        image->GetScreenRect(&whole);
+        return image->PutRows(&whole, bytes.data() + DesktopImage::GetBitmapInfoSize(bmi));
     }
 
-    NotifySink notify;
+    NotifyWindow notify{kNotifyMessage};
     ComPtr<IDesktopRender> render;
     ComPtr<IDataTransmitter> sink;
     ComPtr<IFrameBuffer> frameBuffer;
@@ -110,7 +89,7 @@ class RecordPlaybackTest : public CaptureTest {
     void StartReader(Render& render, IDataTransmitter* extra = nullptr) {
         ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopReader, nullptr, CLSCTX_INPROC_SERVER,
                                          IID_IDesktopReader, reader_.PutVoid()));
-        ASSERT_EQ(S_OK, reader_->SetNotifyWindow(readerNotify_.Window(), NotifySink::kMessage, 0));
+        ASSERT_EQ(S_OK, reader_->SetNotifyWindow(readerNotify_.Handle(), kNotifyMessage, 0));
         ASSERT_EQ(S_OK, reader_->Open(file_.Name()));
         readerSinks_ = {render.sink.Get()};
         if (extra)
@@ -123,23 +102,25 @@ class RecordPlaybackTest : public CaptureTest {
     // Pixels where the render's picture and the one the capture sent differ (5-5-5), leaving
     // out the pointer's corner.
     long Differences(Render& render) {
-        LONG w = 0, h = 0;
-        const std::vector<uint16_t> played = render.Picture(&w, &h);
-        RECT sent;
+        DesktopImage played;
+        RECT shown, sent;
         sink_->image.GetScreenRect(&sent);
-        if (played.empty() || w != sent.right || h != sent.bottom)
+        if (!render.Picture(&played))
+            return -1;
+        played.GetScreenRect(&shown);
+        if (!EqualRect(&shown, &sent))
             return -1;
         long wrong = 0;
-        for (LONG y = 0; y < h; ++y)
-            for (LONG x = 0; x < w; ++x)
-                wrong += !(x >= 960 && y >= 700) &&
-                         played[static_cast<size_t>(y) * w + x] != sink_->PixelAt(x, y);
+        for (LONG y = 0; y < sent.bottom; ++y)
+            for (LONG x = 0; x < sent.right; ++x)
+                wrong += !(x >= 960 && y >= 700) && Pixel555(played, x, y) != sink_->PixelAt(x, y);
         return wrong;
     }
 
+    FakeSink other_{"other"};  // outlives the registration TearDown undoes
     TempFile file_{"lesson"};
     unsigned long duration_ = 0;
-    NotifySink readerNotify_;
+    NotifyWindow readerNotify_{kNotifyMessage};
     ComPtr<IDesktopReader> reader_;
     std::vector<IDataTransmitter*> readerSinks_;
 };
@@ -164,7 +145,7 @@ TEST_F(RecordPlaybackTest, PlayedLessonEndsWithTheRecordedPictureAtTheRecordedPa
         EXPECT_EQ(0u, readerNotify_.Notes()[0].wParam);
         EXPECT_GE(took + 16, duration_ / factor) << "GetTickCount steps up to 16 ms";
         EXPECT_LE(took, duration_ / factor + 250);
-        EXPECT_EQ(1u, render.Notes(kPictureComplete));
+        EXPECT_EQ(1, render.notify.Count(kPictureComplete, 0));
         EXPECT_EQ(0, Differences(render));
         ASSERT_EQ(S_OK, reader_->Stop());
         ASSERT_EQ(S_OK, reader_->UnregisterFrameBuffer());
@@ -180,10 +161,10 @@ TEST_F(RecordPlaybackTest, RenderAsSinkAndFrameBufferIsNotFedItsOwnPicture) {
     RecordLesson(2500);
     Render render;
     ASSERT_NE(static_cast<void*>(render.sink.Get()), static_cast<void*>(render.frameBuffer.Get()));
-    FakeSink other("other");
+    FakeSink& other = other_;
     StartReader(render, &other);
     ASSERT_EQ(S_OK, reader_->Run());
-    ASSERT_TRUE(WaitUntil([&] { return render.Notes(kPictureComplete) == 1; }));
+    ASSERT_TRUE(WaitUntil([&] { return render.notify.Count(kPictureComplete, 0) == 1; }));
     // Past the recorded changes, into the quiet tail.
     PumpFor(1500);
     ASSERT_TRUE(readerNotify_.Notes().empty()) << "the lesson ended too soon";
@@ -192,7 +173,7 @@ TEST_F(RecordPlaybackTest, RenderAsSinkAndFrameBufferIsNotFedItsOwnPicture) {
     ASSERT_EQ(S_OK, reader_->RequestFullScreen());
     ASSERT_TRUE(WaitUntil([&] { return other.PacketCount() > before; }));
     PumpFor(300);
-    EXPECT_EQ(1u, render.Notes(kPictureComplete));
+    EXPECT_EQ(1, render.notify.Count(kPictureComplete, 0));
     // Every full-screen packet is a frame of the whole width.
     const auto packets = other.Packets();
     for (size_t i = before; i < packets.size(); ++i) {

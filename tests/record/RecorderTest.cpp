@@ -1,7 +1,6 @@
 // DesktopRecorder through COM: the file it writes, the recording clock across Run/Stop, the
 // append rules, write failures, and the file's sharing with readers.
-#include "RecordObjectSupport.h"
-
+#include "RecordTestSupport.h"
 #include "lesson/LessonFile.h"
 
 using namespace vantrel;
@@ -50,16 +49,24 @@ TEST_F(RecordTest, RecorderWritesHeaderOnOpenRecordsOnlyWhileRunningAndRefusesBr
     for (const Broken& b : broken)
         EXPECT_EQ(b.hr, sink->Transfer(b.data, b.size, FALSE));
     EXPECT_EQ(S_OK, Send(sink.Get(), headOnly));  // the shortest packet there is
-    EXPECT_EQ(S_OK, recorder->Stop());
+    // Closed while recording: the header gets the time the recording has reached; the object's
+    // own duration waits for Stop, and packets now fail to be written.
+    Sleep(100);
     EXPECT_EQ(S_OK, recorder->Close());
     const Bytes written = file.Read();
     ASSERT_EQ(2u * 12, written.size());
     EXPECT_EQ(lesson::kMagic, HeaderOf(written).magic);
     EXPECT_EQ(24u, HeaderOf(written).fileLength);
+    EXPECT_GE(HeaderOf(written).duration, 80u);
+    EXPECT_LT(HeaderOf(written).duration, 5000u);
     EXPECT_EQ(S_OK, recorder->GetDuration(&duration));
-    EXPECT_EQ(duration, HeaderOf(written).duration);
-    EXPECT_LT(duration, 1000u);
+    EXPECT_EQ(0u, duration);
+    EXPECT_EQ(S_FALSE, Send(sink.Get(), early));
+    EXPECT_EQ(S_OK, recorder->Stop());
+    EXPECT_EQ(S_OK, recorder->GetDuration(&duration));
+    EXPECT_GE(duration, HeaderOf(written).duration);
     EXPECT_EQ(E_FAIL, recorder->Run());
+    EXPECT_EQ(written, file.Read());
 }
 
 // Run at T, packets stamped T+100 and T+250, Stop at T+400; the time while stopped is not
@@ -237,10 +244,10 @@ TEST_F(RecordTest, WriteFailureNotifiesOncePerPacket) {
                             lesson::Header{lesson::kMagic, static_cast<uint32_t>(size), 700});
         ASSERT_TRUE(f.Seek(0, File::From::Begin) && f.Write(header.data(), 12));
     }
-    NotifySink notify;
+    NotifyWindow notify(kNotifyMessage);
     auto recorder = NewRecorder();
     auto sink = SinkOf(recorder);
-    ASSERT_EQ(S_OK, recorder->SetNotifyWindow(notify.Window(), NotifySink::kMessage, 77));
+    ASSERT_EQ(S_OK, recorder->SetNotifyWindow(notify.Handle(), kNotifyMessage, 77));
     ASSERT_EQ(S_OK, recorder->Open(file.Name(), TRUE));
     ASSERT_EQ(S_OK, recorder->Run());
     Bytes fits = Record(GetTickCount(), 40), tooMuch = Record(GetTickCount(), 12);
@@ -249,10 +256,7 @@ TEST_F(RecordTest, WriteFailureNotifiesOncePerPacket) {
     EXPECT_EQ(S_FALSE, Send(sink.Get(), tooMuch));
     PumpFor(100);
     ASSERT_EQ(2u, notify.Notes().size());
-    for (const auto& note : notify.Notes()) {
-        EXPECT_EQ(0u, note.wParam);
-        EXPECT_EQ(0, note.lParam);
-    }
+    EXPECT_EQ(2, notify.Count(0, 0));
     notify.Destroy();
     EXPECT_EQ(S_FALSE, Send(sink.Get(), tooMuch)) << "no window: nothing posted, still refused";
     ASSERT_EQ(S_OK, recorder->Stop());

@@ -1,7 +1,8 @@
-// DesktopRender through COM as a host uses it, fed by a synthetic desktop: the window and its
-// placement, the notifications of a picture's life, broken packets, asynchronous hand-over,
-// the frame-buffer export, the input drain, the idle timer, dragging, and release from another
-// thread.
+// DesktopRender through COM as a host uses it, fed by a synthetic desktop: the window, its
+// placement, background, cursor and close request; the notifications of a picture's life and the
+// idle timer; broken packets and asynchronous hand-over; the frame-buffer export; the input drain;
+// the view rectangles, drag and scroll bars; the cursor move modes; palettes; release from
+// another thread.
 #include "render/RenderTestSupport.h"
 
 #include <process.h>
@@ -11,7 +12,16 @@ namespace {
 
 constexpr RECT kWhole{0, 0, 1024, 768};
 
-TEST_F(RenderTest, WindowIsAHiddenPopupOfItsOwnClassUntilTheHostParentsIt) {
+// WM_SETCURSOR messages the render window has posted to itself (taken out of its queue).
+int PostedSetCursors(HWND w) {
+    int n = 0;
+    MSG msg;
+    while (PeekMessageA(&msg, w, WM_SETCURSOR, WM_SETCURSOR, PM_REMOVE))
+        n += msg.wParam == 1 && msg.lParam == 0x200;
+    return n;
+}
+
+TEST_F(RenderTest, WindowClassPlacementStylesCursorAndClose) {
     const HWND w = RenderWindow();
     ASSERT_TRUE(IsWindow(w));
     char title[64] = {};
@@ -26,7 +36,6 @@ TEST_F(RenderTest, WindowIsAHiddenPopupOfItsOwnClassUntilTheHostParentsIt) {
     long visible = 0xdeadbeef;
     ASSERT_EQ(S_OK, render_->GetVisible(&visible));
     EXPECT_EQ(0, visible);
-
     // A second render shares the class.
     ComPtr<IDesktopRender> other = MakeRender();
     HWND w2 = nullptr;
@@ -36,38 +45,108 @@ TEST_F(RenderTest, WindowIsAHiddenPopupOfItsOwnClassUntilTheHostParentsIt) {
     GetClassNameA(w2, c2, sizeof c2);
     EXPECT_STREQ(c1, c2);
 
-    ASSERT_EQ(S_OK, render_->SetParentWindow(host_.Handle()));
-    EXPECT_EQ(S_FALSE, render_->SetParentWindow(host_.Handle()));
-    EXPECT_EQ(host_.Handle(), GetParent(w));
+    // Tracking limits apply to the top-level window only: 50 x 50 up to the screen by default.
+    MINMAXINFO mmi{};
+    SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
+    EXPECT_EQ(
+        RECT({50, 50, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)}),
+        RECT({mmi.ptMinTrackSize.x, mmi.ptMinTrackSize.y, mmi.ptMaxTrackSize.x, mmi.ptMaxSize.y}));
+    ASSERT_EQ(S_OK, render_->SetMaxMinSize(800, 600, 120, 90));
+    SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
+    EXPECT_EQ(RECT({120, 90, 800, 600}), RECT({mmi.ptMinTrackSize.x, mmi.ptMinTrackSize.y,
+                                               mmi.ptMaxTrackSize.x, mmi.ptMaxSize.y}));
+
+    HostWindow parent({100, 50, 500, 350}, true);
+    ASSERT_EQ(S_OK, render_->SetParentWindow(parent.Handle()));
+    EXPECT_EQ(S_FALSE, render_->SetParentWindow(parent.Handle()));
+    EXPECT_EQ(parent.Handle(), GetParent(w));
     EXPECT_EQ(static_cast<LONG>(WS_CHILD), GetWindowLongA(w, GWL_STYLE) & (WS_POPUP | WS_CHILD));
-    HWND parent = reinterpret_cast<HWND>(0xdeadbeef);
-    ASSERT_EQ(S_OK, render_->GetParentWindow(&parent));
-    EXPECT_EQ(host_.Handle(), parent);
+    HWND got = reinterpret_cast<HWND>(0xdeadbeef);
+    ASSERT_EQ(S_OK, render_->GetParentWindow(&got));
+    EXPECT_EQ(parent.Handle(), got);
+    mmi = MINMAXINFO{};
+    SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
+    EXPECT_NE(120, mmi.ptMinTrackSize.x);
 
     // Placement in the parent's client coordinates, read back in screen coordinates.
-    SetWindowPos(host_.Handle(), nullptr, 100, 50, 400, 300, SWP_NOZORDER | SWP_NOACTIVATE);
     ASSERT_EQ(S_OK, render_->SetWindowPosition(10, 20, 210, 170));
     long l = 0xdeadbeef, t = 0xdeadbeef, r = 0xdeadbeef, b = 0xdeadbeef;
     ASSERT_EQ(S_OK, render_->GetWindowPosition(&l, &t, &r, &b));
     EXPECT_EQ(RECT({110, 70, 310, 220}), RECT({l, t, r, b}));
-
     ASSERT_EQ(S_OK, render_->SetVisible(TRUE));
     ASSERT_EQ(S_OK, render_->GetVisible(&visible));
     EXPECT_EQ(0x10000000, visible);  // the style bit itself
+    // Without a picture the client area shows nothing but the background colour, also once Run
+    // has dropped the picture held (here in manual mode, the whole picture in the whole client).
+    auto notBackground = [&] {
+        InvalidateRect(w, nullptr, TRUE);
+        PumpFor(50);
+        const std::vector<uint32_t> shown = GrabScreen32({110, 70, 310, 220});
+        return std::count_if(shown.begin(), shown.end(),
+                             [](uint32_t px) { return To555(px) != To555(0x008080); });
+    };
+    EXPECT_EQ(0, notBackground());
+    PacketSource desk(codec_.Get(), 320, 240, 5);
+    desk.Register(transmitter_.Get());
+    desk.SendAll();
+    ASSERT_EQ(S_OK, render_->SetScrollMode(0));
+    ASSERT_EQ(S_OK, render_->SetDefaultSourcePosition());
+    ASSERT_EQ(S_OK, render_->SetDefaultDestinationPosition());
+    EXPECT_LT(29000, notBackground());
+    ASSERT_EQ(S_OK, render_->Run());
+    EXPECT_EQ(0, notBackground());
+    desk.Unregister(transmitter_.Get());
+
+    ASSERT_EQ(S_OK, render_->ModifyStyle(0, WS_BORDER, 0));
+    ASSERT_EQ(S_OK, render_->ModifyStyleEx(0, WS_EX_TOOLWINDOW, SWP_FRAMECHANGED));
+    unsigned long style = 0, exStyle = 0;
+    ASSERT_EQ(S_OK, render_->GetStyle(&style, &exStyle));
+    EXPECT_EQ(static_cast<unsigned long>(GetWindowLongA(w, GWL_STYLE)), style);
+    EXPECT_TRUE(style & WS_BORDER);
+    EXPECT_TRUE(exStyle & WS_EX_TOOLWINDOW);
+    char caption[] = "teacher";
+    ASSERT_EQ(S_OK, render_->SetWindowCaption(caption));
+    GetWindowTextA(w, title, sizeof title);
+    EXPECT_STREQ("teacher", title);
+
+    // A new cursor shape is shown at once through a posted WM_SETCURSOR; the same shape again
+    // posts nothing.
+    PostedSetCursors(w);
+    const HCURSOR cross = LoadCursor(nullptr, IDC_CROSS);
+    ASSERT_EQ(S_OK, render_->SetCursor(cross, cross, cross));
+    EXPECT_EQ(1, PostedSetCursors(w));
+    ASSERT_EQ(S_OK, render_->SetCursor(cross, cross, cross));
+    EXPECT_EQ(0, PostedSetCursors(w));
+
+    // WM_CLOSE only asks, and asks nobody when no notify window is set.
+    ClearCodes();
+    SendMessageA(w, WM_CLOSE, 0, 0);
+    EXPECT_EQ(std::vector<WPARAM>{RN_CLOSEREQUEST}, Codes({RN_CLOSEREQUEST}));
+    ASSERT_EQ(S_OK, render_->SetNotifyWindow(nullptr, kNotifyMessage, kNotifyParam));
+    PostMessageA(w, WM_CLOSE, 0, 0);
+    EXPECT_EQ(std::vector<WPARAM>{RN_CLOSEREQUEST}, Codes({RN_CLOSEREQUEST}));
+    EXPECT_TRUE(IsWindow(w));
 
     // Back to top level.
     ASSERT_EQ(S_OK, render_->SetParentWindow(nullptr));
     EXPECT_EQ(static_cast<LONG>(WS_POPUP), GetWindowLongA(w, GWL_STYLE) & (WS_POPUP | WS_CHILD));
 }
 
-TEST_F(RenderTest, ThreeBandsPostFormatChangedThenPictureCompleteOnceRightAfterTheLast) {
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 7);
+// The idle timer ticks until a picture is complete; three bands then post RN_FORMATCHANGED and
+// RN_PICTURECOMPLETE once, right after the last; a new desktop size is announced alone; Run and
+// ResetContent start a picture's life again.
+TEST_F(RenderTest, PictureLifeNotificationsAndReadBack) {
+    ASSERT_EQ(S_OK, render_->SetIdleTimeout(30));
+    PumpFor(200);
+    EXPECT_GE(Codes({RN_IDLE}).size(), 2u);
+    PacketSource desk(codec_.Get(), 1024, 768, 7);
     ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
     long w = 0xdeadbeef, h = 0xdeadbeef, bpp = 0xdeadbeef;
     EXPECT_EQ(E_FAIL, render_->GetDesktopInfomation(&w, &h, &bpp));
     EXPECT_EQ(0xdeadbeef, static_cast<unsigned long>(w));
     unsigned long size = 0xdeadbeef;
     EXPECT_EQ(E_FAIL, render_->GetCurrectImage(&size, nullptr));
+    EXPECT_EQ(0xdeadbeefu, size);
 
     const std::vector<WPARAM> picture = {RN_FORMATCHANGED, RN_PICTURECOMPLETE};
     ASSERT_EQ(1, desk.Send({0, 0, 1024, 256}));
@@ -76,6 +155,10 @@ TEST_F(RenderTest, ThreeBandsPostFormatChangedThenPictureCompleteOnceRightAfterT
     ASSERT_EQ(1, desk.Send({0, 512, 1024, 768}));
     EXPECT_EQ(picture, Codes(picture));
     EXPECT_TRUE(host_.AllCarryTheParam());
+    PumpFor(100);
+    ClearCodes();
+    PumpFor(200);
+    EXPECT_EQ(std::vector<WPARAM>(), Codes({RN_IDLE}));
 
     ASSERT_EQ(S_OK, render_->GetDesktopInfomation(&w, &h, &bpp));
     EXPECT_EQ(1024, w);
@@ -93,10 +176,10 @@ TEST_F(RenderTest, ThreeBandsPostFormatChangedThenPictureCompleteOnceRightAfterT
     EXPECT_EQ(desk.Rows(kWhole), std::vector<BYTE>(got.begin() + 40, got.end()));
 
     // Repeated bands add nothing; a new desktop size is announced alone.
-    host_.Clear();
+    ClearCodes();
     desk.SendAll();
     EXPECT_EQ(std::vector<WPARAM>(), Codes(picture));
-    SyntheticDesktop smaller(codec_.Get(), 800, 600, 8);
+    PacketSource smaller(codec_.Get(), 800, 600, 8);
     smaller.Register(transmitter_.Get());
     smaller.Send({0, 0, 800, 300});
     EXPECT_EQ(std::vector<WPARAM>{RN_FORMATCHANGED}, Codes(picture));
@@ -104,7 +187,7 @@ TEST_F(RenderTest, ThreeBandsPostFormatChangedThenPictureCompleteOnceRightAfterT
     EXPECT_EQ(std::vector<WPARAM>{RN_FORMATCHANGED}, Codes(picture));
 
     // Run forgets the picture: overlapping bands complete it again by their union only.
-    host_.Clear();
+    ClearCodes();
     ASSERT_EQ(S_OK, render_->Run());
     EXPECT_EQ(E_FAIL, render_->GetDesktopInfomation(&w, &h, &bpp));
     smaller.Send({0, 0, 800, 296});
@@ -113,19 +196,22 @@ TEST_F(RenderTest, ThreeBandsPostFormatChangedThenPictureCompleteOnceRightAfterT
     EXPECT_EQ(std::vector<WPARAM>(), Codes(picture));
     smaller.Send({0, 296, 800, 600});
     EXPECT_EQ(picture, Codes(picture));
+    // ResetContent keeps the picture painted over, and arms the idle timer again.
+    ASSERT_EQ(S_OK, render_->ResetContent());
+    ASSERT_EQ(S_OK, render_->GetDesktopInfomation(&w, &h, &bpp));
+    PumpFor(200);
+    EXPECT_GE(Codes({RN_IDLE}).size(), 2u);
+    ClearCodes();
+    smaller.SendAll();
+    EXPECT_EQ(picture, Codes(picture));
     smaller.Unregister(transmitter_.Get());
     desk.Unregister(transmitter_.Get());
 }
 
-TEST_F(RenderTest, BrokenPacketsChangeNothingAndStillSucceed) {
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 1);
+TEST_F(RenderTest, BrokenPacketsChangeNothingAsynchronousOnesWaitTheirTurn) {
+    PacketSource desk(codec_.Get(), 1024, 768, 1);
     // A cursor packet before any frame is ignored.
-    const std::vector<BYTE> record = CursorRecordBytes(7, 10, 10, 32, 32, 0xFF0000);
-    std::vector<BYTE> cursor(packet::kBufferSize);
-    ULONG out = packet::kMaxCursorPayload;
-    ASSERT_EQ(S_OK, codec_->Compress(record.data(), static_cast<ULONG>(record.size()),
-                                     cursor.data() + 12, &out, 2));
-    cursor.resize(packet::WriteCursorHeader(cursor.data(), 0, out));
+    std::vector<BYTE> cursor = desk.CursorPacket(3, 10, 10);
     EXPECT_EQ(S_OK, transmitter_->Transfer(cursor.data(), static_cast<ULONG>(cursor.size()), 0));
     EXPECT_TRUE(Picture(render_.Get()).empty());
 
@@ -171,30 +257,19 @@ TEST_F(RenderTest, BrokenPacketsChangeNothingAndStillSucceed) {
         PumpFor(20);
         EXPECT_TRUE(before == Picture(render_.Get())) << c.what;
     }
-    // The unspoilt packet does change it.
+    // The unspoilt packet, handed over asynchronously, is applied once this thread pumps. A
+    // second one waits for the first (which cannot run while this thread is busy) and is
+    // dropped after its second.
     std::vector<BYTE> p = good;
-    EXPECT_EQ(S_OK, transmitter_->Transfer(p.data(), static_cast<ULONG>(p.size()), 0));
-    EXPECT_FALSE(before == Picture(render_.Get()));
-    EXPECT_EQ(S_OK, transmitter_->Flush());
-}
-
-TEST_F(RenderTest, AsynchronousPacketsAreAppliedOnTheWindowThreadOneAtATime) {
-    SyntheticDesktop desk(codec_.Get(), 640, 480, 3);
-    desk.SendAll();
-    const auto packets = desk.recorder.Packets();
-    ASSERT_EQ(1u, packets.size());
-    std::vector<BYTE> p = packets[0].bytes;
     EXPECT_EQ(S_OK, transmitter_->Transfer(p.data(), static_cast<ULONG>(p.size()), 1));
-    // Posted, not applied: nothing until this thread pumps.
-    EXPECT_TRUE(Picture(render_.Get()).empty());
-    // A second asynchronous packet waits for the first (which cannot run while this thread is
-    // busy) and is dropped after its second.
+    EXPECT_TRUE(before == Picture(render_.Get()));
     const DWORD start = GetTickCount();
     EXPECT_EQ(S_OK, transmitter_->Transfer(p.data(), static_cast<ULONG>(p.size()), 1));
     EXPECT_GE(GetTickCount() - start, 900u);
-    ASSERT_TRUE(WaitUntil([&] { return !Picture(render_.Get()).empty(); }));
-    const std::vector<BYTE> shown = Picture(render_.Get());
-    EXPECT_EQ(desk.Rows({0, 0, 640, 480}), std::vector<BYTE>(shown.begin() + 40, shown.end()));
+    ASSERT_TRUE(WaitUntil([&] { return !(before == Picture(render_.Get())); }));
+    const std::vector<BYTE> after = Picture(render_.Get()), band = desk.Rows({0, 0, 1024, 64});
+    EXPECT_TRUE(std::equal(band.begin(), band.end(), after.begin() + 40));
+    EXPECT_EQ(S_OK, transmitter_->Flush());
 }
 
 TEST_F(RenderTest, FullScreenDataRebuildsTheSamePictureInASecondRender) {
@@ -209,7 +284,7 @@ TEST_F(RenderTest, FullScreenDataRebuildsTheSamePictureInASecondRender) {
     ASSERT_EQ(S_OK, frames->GetBitmapInfo(&info));
     EXPECT_EQ(nullptr, info);
 
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 11);
+    PacketSource desk(codec_.Get(), 1024, 768, 11);
     ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
     desk.SendAll();
     desk.Unregister(transmitter_.Get());
@@ -245,7 +320,14 @@ TEST_F(RenderTest, FullScreenDataRebuildsTheSamePictureInASecondRender) {
     size = 0xdeadbeef;
     EXPECT_EQ(S_FALSE, frames->GetFullScreenData(buffer.data(), &size, FALSE));
     EXPECT_EQ(0xdeadbeefu, size);
+    // One row counter for every render of the process: the second goes on where the first was.
     EXPECT_EQ(S_OK, frames->GetFullScreenData(buffer.data(), &size, TRUE));
+    ComPtr<IFrameBuffer> secondFrames;
+    ASSERT_EQ(S_OK, second.As(&secondFrames));
+    ASSERT_EQ(S_OK, secondFrames->GetFullScreenData(buffer.data(), &size, FALSE));
+    packet::FrameHeader next;
+    ASSERT_TRUE(packet::ReadFrameHeader(buffer.data(), size, &next));
+    EXPECT_LT(0, next.band.top);
 
     // Uncompressed: bottom row first, whole rows only.
     const std::vector<BYTE> rows = desk.Rows(kWhole);
@@ -285,121 +367,31 @@ TEST_F(RenderTest, DrainGetsCopiesOfExactlyTheInputMessages) {
     EXPECT_EQ(want, drain.Messages());
 }
 
-TEST_F(RenderTest, IdleTicksUntilThePictureIsCompleteAndCloseOnlyAsks) {
-    ASSERT_EQ(S_OK, render_->SetIdleTimeout(30));
-    PumpFor(200);
-    EXPECT_GE(Codes({RN_IDLE}).size(), 2u);
-    SyntheticDesktop desk(codec_.Get(), 320, 240, 5);
-    desk.Register(transmitter_.Get());
-    desk.SendAll();
-    desk.Unregister(transmitter_.Get());
-    PumpFor(100);
-    host_.Clear();
-    PumpFor(200);
-    EXPECT_EQ(std::vector<WPARAM>(), Codes({RN_IDLE}));
-    // ResetContent arms it again.
-    ASSERT_EQ(S_OK, render_->ResetContent());
-    PumpFor(200);
-    EXPECT_GE(Codes({RN_IDLE}).size(), 2u);
-
-    const HWND w = RenderWindow();
-    host_.Clear();
-    SendMessageA(w, WM_CLOSE, 0, 0);
-    EXPECT_EQ(std::vector<WPARAM>{RN_CLOSEREQUEST}, Codes({RN_CLOSEREQUEST}));
-    EXPECT_TRUE(IsWindow(w));
-}
-
-TEST_F(RenderTest, DragInScrollModeStopsAtTheEdgesAndScrollBarsFollow) {
+// The view rectangles answer as the scroll mode allows; a pass without a picture, or in manual
+// mode, changes nothing but reports the view; a drag in scroll mode stops at the edges and the
+// scroll bars, only when shown, follow it; outside scroll mode a drag does nothing at all.
+TEST_F(RenderTest, ViewRectanglesDragAndScrollBarsFollowTheScrollMode) {
     HostWindow parent({0, 0, 400, 300}, true);
     ASSERT_EQ(S_OK, render_->SetParentWindow(parent.Handle()));
     ASSERT_EQ(S_OK, render_->SetWindowPosition(0, 0, 400, 300));
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 5);
-    desk.Register(transmitter_.Get());
-    desk.SendAll();
-    desk.Unregister(transmitter_.Get());
-    ASSERT_EQ(S_OK, render_->SetScrollMode(2));
+    ASSERT_EQ(S_OK, render_->SetVisible(TRUE));
     const HWND w = RenderWindow();
-    auto source = [&] {
-        long l, t, r, b;
-        EXPECT_EQ(S_OK, render_->GetSourcePosition(&l, &t, &r, &b));
-        return RECT{l, t, r, b};
-    };
-    auto drag = [&](POINT from, POINT to) {
-        SendMessageA(w, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(from.x, from.y));
-        SendMessageA(w, WM_MOUSEMOVE, MK_LBUTTON, MAKELPARAM(to.x, to.y));
-        SendMessageA(w, WM_LBUTTONUP, 0, MAKELPARAM(to.x, to.y));
-    };
-    EXPECT_EQ(RECT({0, 0, 400, 300}), source());
-    drag({300, 250}, {200, 150});  // the picture follows the mouse: the view moves right-down
-    EXPECT_EQ(RECT({100, 100, 500, 400}), source());
-    drag({200, 150}, {300, 250});
-    drag({200, 150}, {300, 250});  // past the top-left edge: stops there
-    EXPECT_EQ(RECT({0, 0, 400, 300}), source());
-    drag({390, 290}, {-400, -400});
-    EXPECT_EQ(RECT({624, 468, 1024, 768}), source());
-
-    // Drag disabled: the button neither captures nor moves.
-    ASSERT_EQ(S_OK, render_->EnableDragMove(FALSE));
-    drag({390, 290}, {10, 10});
-    EXPECT_EQ(RECT({624, 468, 1024, 768}), source());
-    EXPECT_NE(w, GetCapture());
-    ASSERT_EQ(S_OK, render_->EnableDragMove(TRUE));
-
-    // Scroll bars: range 0..1024, a page of the client width; one line to the right moves one
-    // pixel unless the view is at the limit.
-    ASSERT_EQ(S_OK, render_->ShowScrollBar(TRUE));
-    PumpFor(30);
-    ASSERT_EQ(WS_HSCROLL | WS_VSCROLL,
-              static_cast<DWORD>(GetWindowLongA(w, GWL_STYLE)) & (WS_HSCROLL | WS_VSCROLL));
-    RECT client;
-    GetClientRect(w, &client);
-    SCROLLINFO si{};
-    si.cbSize = sizeof si;
-    si.fMask = SIF_ALL;
-    ASSERT_TRUE(GetScrollInfo(w, SB_HORZ, &si));
-    EXPECT_EQ(0, si.nMin);
-    EXPECT_EQ(1024, si.nMax);
-    EXPECT_EQ(static_cast<UINT>(client.right), si.nPage);
-    SendMessageA(w, WM_HSCROLL, SB_LEFT, 0);
-    EXPECT_EQ(0, source().left);
-    SendMessageA(w, WM_HSCROLL, SB_LINERIGHT, 0);
-    EXPECT_EQ(1, source().left);
-    SendMessageA(w, WM_VSCROLL, MAKEWPARAM(SB_THUMBTRACK, 100), 0);
-    EXPECT_EQ(100, source().top);
-    // Outside the scroll mode a drag does nothing.
-    ASSERT_EQ(S_OK, render_->SetScrollMode(1));
-    EXPECT_EQ(0, GetWindowLongA(w, GWL_STYLE) & (WS_HSCROLL | WS_VSCROLL));
-    const RECT follow = source();
-    drag({200, 150}, {100, 100});
-    EXPECT_EQ(follow, source());
-    render_->SetParentWindow(nullptr);
-}
-
-// A cursor packet of a 16 x 16 opaque pointer in colour (0x00RRGGBB) at (x, y).
-std::vector<BYTE> CursorPacket(IScreenCodec* codec, uint32_t flags, int x, int y, uint32_t colour) {
-    const std::vector<BYTE> record = CursorRecordBytes(flags, x, y, 16, 16, colour);
-    std::vector<BYTE> p(packet::kBufferSize);
-    ULONG out = packet::kMaxCursorPayload;
-    EXPECT_EQ(S_OK, codec->Compress(record.data(), static_cast<ULONG>(record.size()),
-                                    p.data() + packet::kCursorHeaderSize, &out, 2));
-    p.resize(packet::WriteCursorHeader(p.data(), 0, out));
-    return p;
-}
-
-TEST_F(RenderTest, ViewMethodsAnswerAsTheScrollModeAllows) {
-    long l = 0xdeadbeef, t = 0xdeadbeef, r = 0xdeadbeef, b = 0xdeadbeef;
-    // Follow mode (the default) places the view itself.
-    EXPECT_EQ(S_FALSE, render_->SetSourcePosition(1, 2, 3, 4));
+    EXPECT_EQ(S_FALSE, render_->SetSourcePosition(1, 2, 3, 4));  // follow mode, the default
     EXPECT_EQ(S_FALSE, render_->SetDestinationPosition(1, 2, 3, 4));
-    EXPECT_EQ(S_OK, render_->IsUsingDefaultSource());
-    EXPECT_EQ(S_OK, render_->IsUsingDefaultDestination());
+    ClearCodes();
+    ASSERT_EQ(S_OK, render_->SetScrollMode(1));
+    EXPECT_EQ(std::vector<WPARAM>{RN_VIEWCHANGED}, Codes({RN_VIEWCHANGED}));
+
     ASSERT_EQ(S_OK, render_->SetScrollMode(0));
+    long l = 0xdeadbeef, t = 0xdeadbeef, r = 0xdeadbeef, b = 0xdeadbeef;
+    using Set = HRESULT (STDMETHODCALLTYPE IDesktopRender::*)(long, long, long, long);
+    using Get = HRESULT (STDMETHODCALLTYPE IDesktopRender::*)(long*, long*, long*, long*);
+    using Act = HRESULT (STDMETHODCALLTYPE IDesktopRender::*)();
     const struct {
         const char* what;
-        HRESULT (STDMETHODCALLTYPE IDesktopRender::*set)(long, long, long, long);
-        HRESULT (STDMETHODCALLTYPE IDesktopRender::*get)(long*, long*, long*, long*);
-        HRESULT (STDMETHODCALLTYPE IDesktopRender::*reset)();
-        HRESULT (STDMETHODCALLTYPE IDesktopRender::*isDefault)();
+        Set set;
+        Get get;
+        Act reset, isDefault;
     } rects[] = {
         {"source", &IDesktopRender::SetSourcePosition, &IDesktopRender::GetSourcePosition,
          &IDesktopRender::SetDefaultSourcePosition, &IDesktopRender::IsUsingDefaultSource},
@@ -409,6 +401,7 @@ TEST_F(RenderTest, ViewMethodsAnswerAsTheScrollModeAllows) {
     };
     for (const auto& c : rects) {
         IDesktopRender* p = render_.Get();
+        EXPECT_EQ(S_OK, (p->*c.isDefault)()) << c.what;
         EXPECT_EQ(S_OK, (p->*c.set)(10, 20, 110, 220)) << c.what;
         EXPECT_EQ(S_FALSE, (p->*c.isDefault)()) << c.what;
         ASSERT_EQ(S_OK, (p->*c.get)(&l, &t, &r, &b));
@@ -418,63 +411,107 @@ TEST_F(RenderTest, ViewMethodsAnswerAsTheScrollModeAllows) {
         ASSERT_EQ(S_OK, (p->*c.get)(&l, &t, &r, &b));
         EXPECT_EQ(RECT({0, 0, 0, 0}), RECT({l, t, r, b})) << c.what;
     }
-
+    // Placing the destination does not repaint; reading it back does.
+    ValidateRect(w, nullptr);
+    ASSERT_EQ(S_OK, render_->SetDestinationPosition(0, 0, 200, 150));
+    EXPECT_FALSE(GetUpdateRect(w, nullptr, FALSE));
+    ASSERT_EQ(S_OK, render_->GetDestinationPosition(&l, &t, &r, &b));
+    EXPECT_TRUE(GetUpdateRect(w, nullptr, FALSE));
+    ASSERT_EQ(S_OK, render_->SetDefaultDestinationPosition());
     int retrieved = 0x5EED;
     PALETTEENTRY entries[4] = {};
     EXPECT_EQ(S_OK, render_->GetPaletteEntries(0, 4, &retrieved, entries));
     EXPECT_EQ(0x5EED, retrieved);
 
-    const HWND w = RenderWindow();
-    ASSERT_EQ(S_OK, render_->ModifyStyle(0, WS_BORDER, 0));
-    ASSERT_EQ(S_OK, render_->ModifyStyleEx(0, WS_EX_TOOLWINDOW, SWP_FRAMECHANGED));
-    unsigned long style = 0, exStyle = 0;
-    ASSERT_EQ(S_OK, render_->GetStyle(&style, &exStyle));
-    EXPECT_EQ(static_cast<unsigned long>(GetWindowLongA(w, GWL_STYLE)), style);
-    EXPECT_TRUE(style & WS_BORDER);
-    EXPECT_TRUE(exStyle & WS_EX_TOOLWINDOW);
-    char caption[] = "teacher";
-    ASSERT_EQ(S_OK, render_->SetWindowCaption(caption));
-    char text[32] = {};
-    GetWindowTextA(w, text, sizeof text);
-    EXPECT_STREQ("teacher", text);
-
     // The outer size that shows the picture 1:1 in the current style; 0 without a picture.
     long iw = 0xdeadbeef, ih = 0xdeadbeef;
     ASSERT_EQ(S_OK, render_->GetIdelWindowSize(&iw, &ih));
-    EXPECT_EQ(0, iw);
-    EXPECT_EQ(0, ih);
-    SyntheticDesktop desk(codec_.Get(), 320, 240, 5);
+    EXPECT_EQ(RECT({0, 0, 0, 0}), RECT({0, 0, iw, ih}));
+    PacketSource desk(codec_.Get(), 1024, 768, 5);
     desk.Register(transmitter_.Get());
-    host_.Clear();
-    desk.Send({0, 0, 320, 120});
-    desk.Send({0, 120, 320, 240});
+    ClearCodes();
+    desk.Send({0, 0, 1024, 384});
+    desk.Send({0, 384, 1024, 768});
     desk.Unregister(transmitter_.Get());
-    // Manual mode: every packet's layout pass reports the view.
-    EXPECT_EQ(2u, Codes({RN_VIEWCHANGED}).size());
-    RECT outer{0, 0, 320, 240};
+    EXPECT_EQ(2u, Codes({RN_VIEWCHANGED}).size());  // one per packet in manual mode
+    RECT outer{0, 0, 1024, 768};
     AdjustWindowRectEx(&outer, static_cast<DWORD>(GetWindowLongA(w, GWL_STYLE)), FALSE,
                        static_cast<DWORD>(GetWindowLongA(w, GWL_EXSTYLE)));
     ASSERT_EQ(S_OK, render_->GetIdelWindowSize(&iw, &ih));
-    EXPECT_EQ(outer.right - outer.left, iw);
-    EXPECT_EQ(outer.bottom - outer.top, ih);
+    EXPECT_EQ(RECT({0, 0, outer.right - outer.left, outer.bottom - outer.top}),
+              RECT({0, 0, iw, ih}));
 
-    // Tracking limits apply to the top-level window only.
-    ASSERT_EQ(S_OK, render_->SetMaxMinSize(800, 600, 120, 90));
-    MINMAXINFO mmi{};
-    SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
-    EXPECT_EQ(120, mmi.ptMinTrackSize.x);
-    EXPECT_EQ(90, mmi.ptMinTrackSize.y);
-    EXPECT_EQ(800, mmi.ptMaxTrackSize.x);
-    EXPECT_EQ(600, mmi.ptMaxSize.y);
-    ASSERT_EQ(S_OK, render_->SetParentWindow(host_.Handle()));
-    mmi = MINMAXINFO{};
-    SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
-    EXPECT_NE(120, mmi.ptMinTrackSize.x);
+    ASSERT_EQ(S_OK, render_->SetScrollMode(2));
+    auto source = [&] {
+        EXPECT_EQ(S_OK, render_->GetSourcePosition(&l, &t, &r, &b));
+        return RECT{l, t, r, b};
+    };
+    auto drag = [&](POINT from, POINT to) {
+        SendMessageA(w, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(from.x, from.y));
+        SendMessageA(w, WM_MOUSEMOVE, MK_LBUTTON, MAKELPARAM(to.x, to.y));
+        SendMessageA(w, WM_LBUTTONUP, 0, MAKELPARAM(to.x, to.y));
+    };
+    auto bars = [&] { return GetWindowLongA(w, GWL_STYLE) & (WS_HSCROLL | WS_VSCROLL); };
+    EXPECT_EQ(RECT({0, 0, 400, 300}), source());
+    drag({300, 250}, {200, 150});  // the picture follows the mouse: the view moves right-down
+    EXPECT_EQ(RECT({100, 100, 500, 400}), source());
+    drag({200, 150}, {300, 250});
+    drag({200, 150}, {300, 250});  // past the top-left edge: stops there
+    EXPECT_EQ(RECT({0, 0, 400, 300}), source());
+    drag({390, 290}, {-400, -400});
+    EXPECT_EQ(RECT({624, 468, 1024, 768}), source());
+    // With the bars off, passes neither add bars nor remove the host's.
+    EXPECT_EQ(0, bars());
+    ASSERT_EQ(S_OK, render_->ModifyStyle(0, WS_HSCROLL, 0));
+    drag({100, 100}, {110, 110});
+    EXPECT_EQ(static_cast<LONG>(WS_HSCROLL), bars());
+    ASSERT_EQ(S_OK, render_->ModifyStyle(WS_HSCROLL, 0, 0));
+
+    // Drag disabled: the button neither captures nor moves.
+    ASSERT_EQ(S_OK, render_->EnableDragMove(FALSE));
+    const RECT before = source();
+    drag({390, 290}, {10, 10});
+    EXPECT_EQ(before, source());
+    EXPECT_NE(w, GetCapture());
+    ASSERT_EQ(S_OK, render_->EnableDragMove(TRUE));
+
+    // Scroll bars: range 0..1024, a page of the client width; one line to the right moves one
+    // pixel unless the view is at the limit.
+    ASSERT_EQ(S_OK, render_->ShowScrollBar(TRUE));
+    PumpFor(30);
+    ASSERT_EQ(static_cast<LONG>(WS_HSCROLL | WS_VSCROLL), bars());
+    RECT client;
+    GetClientRect(w, &client);
+    SCROLLINFO si{};
+    si.cbSize = sizeof si;
+    si.fMask = SIF_ALL;
+    ASSERT_TRUE(GetScrollInfo(w, SB_HORZ, &si));
+    EXPECT_EQ(RECT({0, 1024, static_cast<LONG>(client.right), 0}),
+              RECT({si.nMin, si.nMax, static_cast<LONG>(si.nPage), 0}));
+    SendMessageA(w, WM_HSCROLL, SB_RIGHT, 0);
+    EXPECT_EQ(1024 - client.right, source().left);
+    SendMessageA(w, WM_HSCROLL, SB_LINERIGHT, 0);
+    EXPECT_EQ(1024 - client.right, source().left);
+    SendMessageA(w, WM_HSCROLL, SB_LEFT, 0);
+    EXPECT_EQ(0, source().left);
+    SendMessageA(w, WM_HSCROLL, SB_LINERIGHT, 0);
+    EXPECT_EQ(1, source().left);
+    SendMessageA(w, WM_VSCROLL, MAKEWPARAM(SB_THUMBTRACK, 100), 0);
+    EXPECT_EQ(100, source().top);
+
+    // Follow mode takes the bars away; a drag there neither moves the view nor reports it.
+    ASSERT_EQ(S_OK, render_->SetScrollMode(1));
+    EXPECT_EQ(0, bars());
+    const RECT follow = source();
+    ClearCodes();
+    drag({200, 150}, {100, 100});
+    EXPECT_EQ(follow, source());
+    EXPECT_EQ(std::vector<WPARAM>(), Codes({RN_VIEWCHANGED}));
     render_->SetParentWindow(nullptr);
 }
 
 TEST_F(RenderTest, CursorMoveModesDecideWhoMovesTheDrawnPointer) {
-    SyntheticDesktop desk(codec_.Get(), 1024, 768, 5);
+    PacketSource desk(codec_.Get(), 1024, 768, 5);
     desk.Register(transmitter_.Get());
     desk.SendAll();
     desk.Unregister(transmitter_.Get());
@@ -489,7 +526,7 @@ TEST_F(RenderTest, CursorMoveModesDecideWhoMovesTheDrawnPointer) {
         return packet::LoadU16(&pic[40 + (y + 4) * 2048 + 2 * (x + 4)]) == 0x7C00;
     };
     auto stream = [&](uint32_t flags, int x, int y) {
-        std::vector<BYTE> p = CursorPacket(codec_.Get(), flags, x, y, 0xFF0000);
+        std::vector<BYTE> p = desk.CursorPacket(flags, x, y);
         transmitter_->Transfer(p.data(), static_cast<ULONG>(p.size()), FALSE);
     };
     auto local = [&](int x, int y) { SendMessageA(w, WM_MOUSEMOVE, 0, MAKELPARAM(x, y)); };
@@ -504,6 +541,9 @@ TEST_F(RenderTest, CursorMoveModesDecideWhoMovesTheDrawnPointer) {
     EXPECT_TRUE(pointerAt(600, 600));
     stream(packet::kCursorNewPosition, 200, 200);
     EXPECT_TRUE(pointerAt(600, 600));
+    ASSERT_EQ(S_OK, render_->EnableDragMove(FALSE));  // mouse moves still reach the pointer
+    local(100, 100);
+    EXPECT_TRUE(pointerAt(200, 200));
 
     ASSERT_EQ(S_OK, render_->SetCursorMoveMode(2, 60000));  // CMM_SWITCH, long time-out
     local(50, 50);
@@ -522,10 +562,10 @@ TEST_F(RenderTest, PaletteStreamPaintsWhileAnotherThreadDecodes) {
     ASSERT_EQ(S_OK, render_->SetWindowPosition(0, 0, 256, 128));
     ASSERT_EQ(S_OK, render_->SetVisible(TRUE));
     ShowWindow(host_.Handle(), SW_SHOWNOACTIVATE);
-    SyntheticDesktop desk(codec_.Get(), 256, 128, 9, 8);
+    PacketSource desk(codec_.Get(), 256, 128, 9, 8);
     ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
     struct Sender {
-        SyntheticDesktop* desk;
+        PacketSource* desk;
         volatile LONG stop;
         static unsigned __stdcall Run(void* p) {
             auto* self = static_cast<Sender*>(p);
@@ -566,7 +606,7 @@ TEST_F(RenderTest, PaletteStreamPaintsWhileAnotherThreadDecodes) {
 // The apartment's own thread keeps pumping while another thread lets go of the render, as a
 // source's worker does after Unregister.
 TEST_F(RenderTest, ReleasedOnAnotherThreadTheWindowClosesOnItsOwnThread) {
-    SyntheticDesktop desk(codec_.Get(), 320, 240, 5);
+    PacketSource desk(codec_.Get(), 320, 240, 5);
     desk.Register(transmitter_.Get());
     desk.SendAll();
     desk.Unregister(transmitter_.Get());
@@ -585,10 +625,18 @@ TEST_F(RenderTest, ReleasedOnAnotherThreadTheWindowClosesOnItsOwnThread) {
     const UniqueHandle worker(
         reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, Worker::Release, last, 0, nullptr)));
     ASSERT_TRUE(worker);
-    // The worker must not wait for this thread, which is not pumping yet.
+    // The worker must not wait for this thread, which is not pumping yet. Until the window has
+    // closed, the library that holds its procedure stays loaded.
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(worker.get(), kPatience));
+    using CanUnload = HRESULT(STDAPICALLTYPE*)();
+    const auto canUnload = reinterpret_cast<CanUnload>(reinterpret_cast<void*>(
+        GetProcAddress(GetModuleHandleA("Vantrel.dll"), "DllCanUnloadNow")));
+    ASSERT_TRUE(canUnload);
+    EXPECT_TRUE(IsWindow(w));
+    EXPECT_EQ(S_FALSE, canUnload());
     EXPECT_TRUE(WaitUntil([&] { return !IsWindow(w); })) << "the render window stayed";
     EXPECT_EQ(nullptr, FindWindowExA(host_.Handle(), nullptr, nullptr, nullptr));
+    EXPECT_EQ(S_OK, canUnload());
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // What the render tests share: a host window that records the render's notifications (and
-// serves as parent or drain), a synthetic 16-bit desktop that sends its bands through the
-// shared encoder, and a fixture holding a DesktopRender made through COM.
+// serves as parent or drain) and a fixture holding a DesktopRender made through COM.
 #pragma once
 
 #include <windows.h>
@@ -9,8 +8,6 @@
 #include <vector>
 
 #include "common/ScreenTestSupport.h"
-#include "stream/SinkTable.h"
-#include "stream/StreamEncoder.h"
 #include "wincom/Window.h"
 
 namespace vantrel::test {
@@ -71,55 +68,6 @@ class HostWindow {
     Window window_;  // last: its destruction still reaches the observer
 };
 
-// A desktop of 5-5-5 pixels that sends its regions as frame packets to the registered sinks (and
-// to a recording sink, whose packets a test may alter).
-class SyntheticDesktop {
-  public:
-    // bpp 16 (5-5-5) or 8 (a grey colour table).
-    SyntheticDesktop(IScreenCodec* codec, int width, int height, uint32_t seed, int bpp = 16)
-        : encoder_(image_, sinks_) {
-        std::vector<DWORD> greys;
-        for (DWORD i = 0; bpp == 8 && i < 256; ++i)
-            greys.push_back(i * 0x010101);
-        image_.CreateFromBitmapInfo(AsBmi(Bmi(width, height, bpp, BI_RGB, greys)));
-        Paint(seed);
-        encoder_.SetCodec(codec);
-        sinks_.RegisterDataTransmitter(&recorder);
-    }
-    ~SyntheticDesktop() { sinks_.UnregisterDataTransmitter(&recorder); }
-    void Paint(uint32_t seed) {
-        RECT whole;
-        image_.GetScreenRect(&whole);
-        std::vector<BYTE> px(image_.GetRectBytes(&whole));
-        for (auto& p : px)
-            p = static_cast<BYTE>((seed = seed * 1664525u + 1013904223u) >> 16);
-        for (size_t i = 1; image_.GetBitsPixel() == 16 && i < px.size(); i += 2)
-            px[i] &= 0x7F;  // 5-5-5: the top bit stays clear
-        image_.PutRows(&whole, px.data());
-    }
-    HRESULT Register(IDataTransmitter* sink) { return sinks_.RegisterDataTransmitter(sink); }
-    HRESULT Unregister(IDataTransmitter* sink) { return sinks_.UnregisterDataTransmitter(sink); }
-    int Send(const RECT& r) { return encoder_.SendRegion(&r); }
-    int SendAll() {
-        RECT whole;
-        image_.GetScreenRect(&whole);
-        return Send(whole);
-    }
-    // Rows of r, top row first, unpadded.
-    std::vector<BYTE> Rows(const RECT& r) {
-        std::vector<BYTE> out(image_.GetRectBytes(&r));
-        UINT size = static_cast<UINT>(out.size()), lines = 0;
-        image_.CopyRows(&r, out.data(), &size, 0, &lines);
-        return out;
-    }
-    FakeSink recorder{"recorder"};
-
-  private:
-    DesktopImage image_;
-    SinkTable sinks_;
-    StreamEncoder encoder_;
-};
-
 // COM, a codec, a host window and one render made by its class object.
 class RenderTest : public ScreenTest {
   protected:
@@ -160,6 +108,11 @@ class RenderTest : public ScreenTest {
     std::vector<WPARAM> Codes(std::vector<WPARAM> only = {}) {
         PumpFor(30);
         return host_.Codes(std::move(only));
+    }
+    // Forgets the notifications posted so far, also those not delivered yet.
+    void ClearCodes() {
+        PumpFor(30);
+        host_.Clear();
     }
 
     HostWindow host_;

@@ -1,9 +1,10 @@
-// The view geometry without a window: the layouts of the three scroll modes, the mappings
+// The view geometry without a window: the layouts of the follow and scroll modes, the mappings
 // between client and picture, the drag, the local mouse, the cursor move modes and the scroll
 // bar requests, each as a table of worked cases.
 #include <windows.h>
 
 #include <ostream>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -19,185 +20,109 @@ inline std::ostream& operator<<(std::ostream& os, const RECT& r) {
 namespace vantrel::view {
 namespace {
 
-TEST(ViewGeometry, FollowPansToKeepThePointerInsideAndCentresSmallAxes) {
+TEST(ViewGeometry, FollowAndScrollLayouts) {
     const struct {
         SIZE client, image;
-        RECT source, destination;
+        POINT at;  // the current source's position; it has the client's size
         POINT cursor;
         RECT wantSource, wantDestination;
-    } cases[] = {
+    } follow[] = {
         // A pointer past the right edge pulls the view along: 732 - 640 = 92.
-        {{640, 480},
-         {1024, 768},
-         {0, 0, 640, 480},
-         {},
-         {700, 100},
-         {92, 0, 732, 480},
-         {0, 0, 640, 480}},
+        {{640, 480}, {1024, 768}, {0, 0}, {700, 100}, {92, 0, 732, 480}, {0, 0, 640, 480}},
         // Back to the left: L = 20 - 32 = -12, clamped to 0.
-        {{640, 480},
-         {1024, 768},
-         {92, 0, 732, 480},
-         {},
-         {20, 100},
-         {0, 0, 640, 480},
-         {0, 0, 640, 480}},
+        {{640, 480}, {1024, 768}, {92, 0}, {20, 100}, {0, 0, 640, 480}, {0, 0, 640, 480}},
         // Inside the margin the view stays where it is.
-        {{640, 480},
-         {1024, 768},
-         {92, 100, 732, 580},
-         {},
-         {400, 300},
-         {92, 100, 732, 580},
-         {0, 0, 640, 480}},
-        // The far edge is a stop: a pointer at the bottom-right corner shows the last pixels.
-        {{640, 480},
-         {1024, 768},
-         {0, 0, 640, 480},
-         {},
-         {1023, 767},
-         {384, 288, 1024, 768},
-         {0, 0, 640, 480}},
+        {{640, 480}, {1024, 768}, {92, 100}, {400, 300}, {92, 100, 732, 580}, {0, 0, 640, 480}},
+        // The far edge is a stop.
+        {{640, 480}, {1024, 768}, {0, 0}, {1023, 767}, {384, 288, 1024, 768}, {0, 0, 640, 480}},
         // A desktop narrower than the client is centred: 800 in 1000 gives 100..900.
-        {{1000, 480}, {800, 768}, {}, {}, {700, 700}, {0, 252, 800, 732}, {100, 0, 900, 480}},
+        {{1000, 480}, {800, 768}, {0, 0}, {700, 700}, {0, 252, 800, 732}, {100, 0, 900, 480}},
         // Both axes smaller: whole and centred, odd margins rounded down.
-        {{1001, 801}, {800, 600}, {}, {}, {0, 0}, {0, 0, 800, 600}, {100, 100, 900, 700}},
+        {{1001, 801}, {800, 600}, {0, 0}, {0, 0}, {0, 0, 800, 600}, {100, 100, 900, 700}},
     };
-    for (const auto& c : cases) {
-        const Placement p = FollowLayout(c.client, c.image, c.source, c.destination, c.cursor);
+    for (const auto& c : follow) {
+        const RECT source{c.at.x, c.at.y, c.at.x + c.client.cx, c.at.y + c.client.cy};
+        const Placement p = FollowLayout(c.client, c.image, source, c.cursor);
         EXPECT_EQ(c.wantSource, p.source) << "cursor " << c.cursor.x << "," << c.cursor.y;
         EXPECT_EQ(c.wantDestination, p.destination) << "cursor " << c.cursor.x << "," << c.cursor.y;
     }
-}
 
-TEST(ViewGeometry, ScrollKeepsItsPositionInsideThePictureAndJudgesBarsWithoutThem) {
-    const SIZE bars{17, 17};
+    // Bars 17 pixels thick; "H", "V": the bars the window has, and the bars wanted.
     const struct {
-        RECT client;
-        SIZE image;
-        RECT source;
-        bool hasH, hasV;
+        SIZE client, image;
+        POINT at;  // the source's position
+        const char* has;
         RECT wantSource, wantDestination;
-        bool needH, needV;
-    } cases[] = {
+        const char* need;
+    } scroll[] = {
         // Smaller client: a 1:1 view at the source's corner.
-        {{0, 0, 400, 300},
-         {1024, 768},
-         {100, 50, 500, 350},
-         false,
-         false,
-         {100, 50, 500, 350},
-         {0, 0, 400, 300},
-         true,
-         true},
+        {{400, 300}, {1024, 768}, {100, 50}, "", {100, 50, 500, 350}, {0, 0, 400, 300}, "HV"},
         // A position past the end is pulled back so that the view stays whole.
-        {{0, 0, 400, 300},
-         {1024, 768},
-         {900, 700, 1300, 1000},
-         true,
-         true,
-         {624, 468, 1024, 768},
-         {0, 0, 400, 300},
-         true,
-         true},
-        // Both bars shown, but without them the client would hold the whole picture: none is
-        // needed any more.
-        {{0, 0, 1007, 751},
-         {1024, 768},
-         {},
-         true,
-         true,
-         {0, 0, 1024, 768},
-         {0, 0, 1024, 768},
-         false,
-         false},
+        {{400, 300}, {1024, 768}, {900, 700}, "HV", {624, 468, 1024, 768}, {0, 0, 400, 300}, "HV"},
+        // Both bars shown, but without them the picture fits: none is needed any more.
+        {{1007, 751}, {1024, 768}, {0, 0}, "HV", {0, 0, 1024, 768}, {0, 0, 1024, 768}, ""},
         // Height short: the vertical bar keeps its room, which makes the width short too.
-        {{0, 0, 1013, 760},
-         {1024, 768},
-         {},
-         false,
-         true,
-         {0, 0, 1013, 760},
-         {0, 0, 1013, 760},
-         true,
-         true},
+        {{1013, 760}, {1024, 768}, {0, 0}, "V", {0, 0, 1013, 760}, {0, 0, 1013, 760}, "HV"},
         // Everything fits: centred on both axes (800 in 1000 gives 100..900).
-        {{0, 0, 1000, 700},
-         {800, 600},
-         {},
-         false,
-         false,
-         {0, 0, 800, 600},
-         {100, 50, 900, 650},
-         false,
-         false},
+        {{1000, 700}, {800, 600}, {0, 0}, "", {0, 0, 800, 600}, {100, 50, 900, 650}, ""},
     };
-    for (const auto& c : cases) {
-        const ScrollPlacement p =
-            ScrollLayout(c.client, c.image, c.source, {}, c.hasH, c.hasV, bars);
-        SCOPED_TRACE(testing::Message() << "client " << c.client << " source " << c.source);
-        EXPECT_EQ(c.needH, p.needH);
-        EXPECT_EQ(c.needV, p.needV);
+    for (const auto& c : scroll) {
+        const std::string has = c.has;
+        const RECT client{0, 0, c.client.cx, c.client.cy};
+        const RECT source{c.at.x, c.at.y, c.at.x + c.client.cx, c.at.y + c.client.cy};
+        const ScrollPlacement p = ScrollLayout(client, c.image, source, has.find('H') != has.npos,
+                                               has.find('V') != has.npos, {17, 17});
+        SCOPED_TRACE(testing::Message() << "client " << client << " source " << source);
+        EXPECT_EQ(c.need, std::string(p.needH ? "H" : "") + (p.needV ? "V" : ""));
         EXPECT_EQ(c.wantSource, p.source);
         EXPECT_EQ(c.wantDestination, p.destination);
     }
 }
 
-TEST(ViewGeometry, DragStopsAtTheEdgesKeepingTheSourceSize) {
-    const RECT image{0, 0, 1024, 768};
-    const struct {
-        RECT source;
-        int dx, dy;
-        RECT want;
-    } cases[] = {
-        {{100, 100, 500, 400}, 10, 20, {90, 80, 490, 380}},  // the picture follows the mouse
-        {{100, 100, 500, 400}, 300, 300, {0, 0, 400, 300}},  // past the top-left edge
-        {{100, 100, 500, 400}, -2000, -2000, {624, 468, 1024, 768}},  // past the bottom-right
-        {{0, 0, 400, 300}, 0, 0, {0, 0, 400, 300}},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.want, SpanSource(c.source, image, c.dx, c.dy)) << c.dx << "," << c.dy;
-}
-
-TEST(ViewGeometry, ClientAndPictureMapBothWaysTruncatingAndClipping) {
+TEST(ViewGeometry, MappingsDragAndTheLocalMouse) {
     const struct {
         RECT in, S, D, toSource, toClient;
-    } cases[] = {
-        // 1:1 with offsets.
-        {{10, 10, 50, 30},
-         {100, 200, 500, 500},
-         {0, 0, 400, 300},
-         {110, 210, 150, 230},
-         {0, 0, 0, 0}},
+    } maps[] = {
+        // 1:1 with offsets; the client rectangle lies outside the source when mapped back.
+        {{10, 10, 50, 30}, {100, 200, 500, 500}, {0, 0, 400, 300}, {110, 210, 150, 230}, {}},
         // Halved: client 0..201 is picture 0..402, clipped to the 400-wide source.
         {{0, 0, 201, 101}, {0, 0, 400, 300}, {0, 0, 200, 150}, {0, 0, 400, 202}, {0, 0, 100, 50}},
         // A third, truncated toward zero: 10 / 3 = 3.33 gives 3.
         {{10, 10, 20, 20}, {0, 0, 100, 100}, {0, 0, 300, 300}, {3, 3, 6, 6}, {30, 30, 60, 60}},
     };
-    for (const auto& c : cases) {
+    for (const auto& c : maps) {
         EXPECT_EQ(c.toSource, ClientToSource(c.in, c.S, c.D)) << c.in;
-        if (!IsRectEmpty(&c.toClient)) {
-            EXPECT_EQ(c.toClient, SourceToClient(c.in, c.S, c.D)) << c.in;
-        }
+        const RECT back = SourceToClient(c.in, c.S, c.D);
+        EXPECT_TRUE(IsRectEmpty(&c.toClient) ? IsRectEmpty(&back) : c.toClient == back) << c.in;
     }
-    // Out of the source nothing maps.
-    const RECT outside = SourceToClient({0, 0, 50, 50}, {100, 100, 200, 200}, {0, 0, 100, 100});
-    EXPECT_TRUE(IsRectEmpty(&outside));
-}
 
-TEST(ViewGeometry, TheLocalMouseMapsTheWholeClientOntoTheView) {
+    // A drag moves the source against the mouse and stops at the picture's edges, whole.
     const RECT image{0, 0, 1024, 768};
+    const struct {
+        RECT source;
+        int dx, dy;
+        RECT want;
+    } drags[] = {
+        {{100, 100, 500, 400}, 10, 20, {90, 80, 490, 380}},
+        {{100, 100, 500, 400}, 300, 300, {0, 0, 400, 300}},
+        {{100, 100, 500, 400}, -2000, -2000, {624, 468, 1024, 768}},
+        {{0, 0, 400, 300}, 0, 0, {0, 0, 400, 300}},
+    };
+    for (const auto& c : drags)
+        EXPECT_EQ(c.want, SpanSource(c.source, image, c.dx, c.dy)) << c.dx << "," << c.dy;
+
+    // The whole client area maps onto the view, whatever the destination.
     const struct {
         RECT source, client;
         int x, y;
         POINT want;
-    } cases[] = {
+    } mice[] = {
         {{}, {0, 0, 512, 384}, 100, 100, {200, 200}},                // default source, halved
         {{100, 50, 500, 350}, {0, 0, 400, 300}, 10, 20, {110, 70}},  // 1:1 scrolled
         {{100, 50, 500, 350}, {0, 0, 800, 600}, 11, 11, {105, 55}},  // truncated
     };
-    for (const auto& c : cases) {
-        POINT p{};
+    for (const auto& c : mice) {
+        POINT p{-1, -1};
         ASSERT_TRUE(LocalToDesktop(c.source, image, c.client, c.x, c.y, &p));
         EXPECT_EQ(c.want.x, p.x);
         EXPECT_EQ(c.want.y, p.y);
@@ -206,13 +131,13 @@ TEST(ViewGeometry, TheLocalMouseMapsTheWholeClientOntoTheView) {
     EXPECT_FALSE(LocalToDesktop({}, image, {0, 0, 0, 0}, 5, 5, &p));  // no client area
 }
 
-TEST(ViewGeometry, CursorMoveModesDecideWhoMovesThePointer) {
+TEST(ViewGeometry, CursorMoveModesAndScrollBarRequests) {
     const DWORD last = 0xFFFFF000;  // the switch time-out is counted across the tick wrap
     const struct {
         int mode;
         DWORD sinceLocal;
         bool local, stream;
-    } cases[] = {
+    } modes[] = {
         {CMM_LOCAL, 5000, true, false},
         {CMM_REMOTE, 0, false, true},
         {CMM_SWITCH, 1500, true, false},  // 1500 ms after a local move: ignored
@@ -220,18 +145,16 @@ TEST(ViewGeometry, CursorMoveModesDecideWhoMovesThePointer) {
         {CMM_SWITCH, 2500, true, true},   // 2500 ms after: drawn
         {7, 0, true, true},               // any other mode: both, no time-out
     };
-    for (const auto& c : cases) {
+    for (const auto& c : modes) {
         EXPECT_EQ(c.local, LocalMovesPointer(c.mode)) << c.mode;
         EXPECT_EQ(c.stream, StreamMovesPointer(c.mode, last + c.sinceLocal, last, 2000))
             << c.mode << " after " << c.sinceLocal;
     }
-}
 
-TEST(ViewGeometry, ScrollBarRequestsStayBetweenMinimumAndLimit) {
     const int min = 0, limit = 624, page = 400;
     const struct {
         int code, pos, thumb, want;
-    } cases[] = {
+    } requests[] = {
         {SB_LINERIGHT, min, 0, 1},        // at the minimum a line right moves one step
         {SB_LINERIGHT, limit, 0, limit},  // at the limit nothing
         {SB_LINELEFT, min, 0, min},      {SB_LINELEFT, 10, 0, 9},
@@ -241,7 +164,7 @@ TEST(ViewGeometry, ScrollBarRequestsStayBetweenMinimumAndLimit) {
         {SB_LEFT, 300, 0, min},          {SB_RIGHT, 300, 0, limit},
         {SB_ENDSCROLL, 300, 0, 300},
     };
-    for (const auto& c : cases)
+    for (const auto& c : requests)
         EXPECT_EQ(c.want, ScrollRequest(c.code, c.pos, min, limit, page, c.thumb))
             << "code " << c.code << " at " << c.pos;
 }

@@ -276,4 +276,20 @@ TEST(DesktopImageCursor, LargeAndOddShapesAreSavedWholeAndDrawnAtTheirOwnSize) {
                   std::vector<BYTE>(image.GetBits(), image.GetBits() + image.GetStride() * 256))
             << size;
     }
+    // A 24-pixel monochrome pointer: AND rows of 3 and of 4 bytes, XOR rows of 3 bytes each
+    // (white on the diagonal, black elsewhere), padded to 4 for CreateIcon.
+    for (const uint16_t andRow : {3, 4}) {
+        std::vector<BYTE> rec(packet::kCursorMasksOffset + (andRow + 3) * 24 + 4, 0);
+        packet::WriteCursorRecord(rec.data(),
+                                  packet::CursorRecord{1, 1, 0, 0, 0, 0, 24, 24, andRow, 1, 1});
+        for (int y = 0; y < 24; ++y)
+            rec[packet::kCursorMasksOffset + andRow * 24 + 3 * y + y / 8] = 0x80 >> (y % 8);
+        const auto view = ViewOf(rec);
+        image.SetCursorShape(&view);
+        ASSERT_TRUE(image.MoveCursor(101, 101)) << andRow;
+        for (int i = 0; i < 24; ++i) {
+            EXPECT_EQ(0x7FFF, Pixel555(image, 101 + i, 101 + i)) << andRow << " row " << i;
+            EXPECT_EQ(0, Pixel555(image, 101 + (i + 1) % 24, 101 + i)) << andRow << " row " << i;
+        }
+    }
 }

@@ -224,16 +224,6 @@ TEST(PayloadView, RefusesBrokenHeadersAndLeavesTheViewAlone) {
     }
 }
 
-TEST(PayloadView, BandHeightsAnEncoderCutsTo) {
-    // 1024 x 768 at 16 bpp: two bands of 767 and 1 rows; at 8 bpp one band.
-    EXPECT_EQ(767u, RowsThatFit(40, 2048));
-    EXPECT_GE(RowsThatFit(1064, 1024), 768u);
-    EXPECT_EQ(0u, RowsThatFit(40, 0));
-    EXPECT_EQ(0u, RowBytes(RECT{16, 0, 8, 8}, 16));
-    // The largest payload an encoder makes fits the packet buffer.
-    EXPECT_EQ(767u, RowsThatFit(52, 2048));
-}
-
 TEST(PayloadView, DesktopsADecoderBuilds) {
     const struct {
         RECT desktop;
@@ -357,6 +347,7 @@ TEST(CursorRecordView, RefusesRecordsWhoseShapeCannotBeRead) {
         {"zero height", Shape(1, 32, 0, 1, 4), 400, CursorError::BadShape},
         {"3 bpp", Shape(1, 32, 32, 3, 4), 400, CursorError::BadShape},
         {"AND rows too short", Shape(1, 32, 32, 1, 3), 400, CursorError::BadShape},
+        {"XOR rows end inside a byte", Shape(1, 20, 20, 1, 4), 400, CursorError::BadShape},
         {"only the mask", Shape(1, 32, 32, 1, 4), 28 + 128, CursorError::MasksDoNotFit},
         // What the sender sends for a 256 x 256 x 8 shape: the truncated count leaves no XOR bits.
         {"truncated count", Shape(1, 256, 256, 8, 32), 32 + 8192, CursorError::MasksDoNotFit},

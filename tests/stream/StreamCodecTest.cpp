@@ -1,9 +1,8 @@
-// The encoder and the decoder on images built from a BITMAPINFO, with the real ScreenCodec:
-// merging and order, band cuts, header fix-up, colour tables, rebuilds, completion, damaged
-// packets, cursor packets and the frame-buffer export.
+// The encoder and the decoder on images built from a BITMAPINFO, with the real ScreenCodec and
+// no screen: the round trip through a sink table, merging and order, band cuts, header fix-up,
+// colour tables, rebuilds, completion, damaged packets, cursor packets and the frame-buffer
+// export.
 #include "common/ScreenTestSupport.h"
-#include "stream/SinkTable.h"
-#include "stream/StreamEncoder.h"
 
 using namespace vantrel;
 using namespace vantrel::test;
@@ -11,46 +10,11 @@ using Outcome = StreamDecoder::Outcome;
 
 namespace {
 
-void FillNoise(DesktopImage& image, uint32_t seed) {
-    RECT all;
-    image.GetScreenRect(&all);
-    std::vector<BYTE> rows(image.GetRectBytes(&all));
-    for (auto& b : rows)
-        b = static_cast<BYTE>((seed = seed * 1664525u + 1013904223u) >> 24);
-    ASSERT_TRUE(image.PutRows(&all, rows.data()));
-}
-
 std::vector<BYTE> Snapshot(const DesktopImage& image) {
     RECT all;
     image.GetScreenRect(&all);
     return std::vector<BYTE>(image.GetBits(), image.GetBits() + image.GetStride() * all.bottom);
 }
-
-// An image, an encoder and a recording sink.
-struct Sender {
-    Sender(IScreenCodec* codec, const std::vector<BYTE>& bmi, uint32_t noise = 0)
-        : encoder(image, sinks) {
-        EXPECT_TRUE(image.CreateFromBitmapInfo(AsBmi(bmi)));
-        if (noise)
-            FillNoise(image, noise);
-        encoder.SetCodec(codec);
-        sinks.RegisterDataTransmitter(&sink);
-    }
-    ~Sender() { sinks.UnregisterDataTransmitter(&sink); }
-    std::vector<RECT> Bands() const {
-        std::vector<RECT> out;
-        for (const auto& p : sink.Packets()) {
-            packet::FrameHeader h;
-            EXPECT_TRUE(packet::ReadFrameHeader(p.bytes.data(), p.cbData, &h));
-            out.push_back(h.band);
-        }
-        return out;
-    }
-    DesktopImage image;
-    SinkTable sinks;
-    FakeSink sink;
-    StreamEncoder encoder;
-};
 
 // A frame packet for band of desktop at bpp whose payload is a BITMAPINFO of that desktop and
 // the band's rows, each byte fill.
@@ -70,6 +34,58 @@ FakeSink::Packet FramePacket(IScreenCodec* codec, const RECT& desktop, uint32_t 
 
 }  // namespace
 
+// A source's stream as a host wires it: the whole desktop, the pointer, then changes merged by
+// the encoder's region and pointer moves, fanned out by a sink table to a counting and a
+// decoding sink, and two broken packets. The decoder rebuilds desktop and pointer exactly.
+TEST_F(ScreenTest, RoundTripThroughASinkTableRebuildsDesktopAndPointer) {
+    PacketSource s(codec_.Get(), 1024, 768, 17);
+    DecodingSink r(codec_.Get());
+    ASSERT_EQ(S_OK, s.Register(&r));
+    size_t frames = s.SendAll(), cursors = 0;
+    auto cursor = [&](uint32_t flags, int x, int y) {
+        auto rec = CursorRecordBytes(flags, x, y, 32, 32, 0x00FF00);
+        cursors += s.encoder.SendCursorRecord(rec.data(), static_cast<uint32_t>(rec.size()));
+    };
+    cursor(3, 300, 300);
+    for (LONG i = 0; i < 3; ++i) {
+        const RECT typed[] = {{101, 120 + 14 * i, 229 + 40 * i, 130 + 14 * i},
+                              {952, 744, 1016, 764}};
+        for (const RECT& t : typed) {
+            std::vector<uint16_t> ink(static_cast<size_t>(t.right - t.left) * (t.bottom - t.top),
+                                      static_cast<uint16_t>(0x0842 * (i + 1)));
+            ASSERT_TRUE(s.image.PutRows(&t, ink.data()));
+        }
+        frames += s.encoder.EncodeUpdate(typed, 2);
+        cursor(2, 320 + 40 * i, 310 + 12 * i);
+    }
+    s.sinks.Flush();
+    BYTE broken[packet::kCursorHeaderSize + 4] = {};
+    packet::WriteHead(broken, packet::Head{packet::kCursorMagic, sizeof broken + 1, 0});
+    s.sinks.Deliver(broken, sizeof broken);
+    packet::WriteHead(broken, packet::Head{0x58585858, sizeof broken, 0});
+    s.sinks.Deliver(broken, sizeof broken);
+    ASSERT_EQ(S_OK, s.Unregister(&r));
+
+    EXPECT_EQ(frames + cursors + 2, s.recorder.PacketCount());
+    EXPECT_EQ(1, s.recorder.Flushes());
+    size_t got[3] = {0, 0, 0};  // frames, cursors, refused
+    for (const Arrival& a : r.Arrivals())
+        ++got[a.IsFrame() ? 0 : a.IsCursor() ? 1 : 2];
+    EXPECT_EQ(4u, cursors);
+    EXPECT_EQ((std::vector<size_t>{frames, cursors, 2}), std::vector<size_t>(got, got + 3));
+    RECT pointer;  // the decoder draws the pointer over its picture
+    r.image.GetCursorRect(&pointer);
+    EXPECT_EQ((RECT{400, 328, 432, 368}), pointer);
+    long wrong = 0;
+    for (LONG y = 0; y < 768; ++y)
+        for (LONG x = 0; x < 1024; ++x)
+            wrong += !PtInRect(&pointer, POINT{x, y}) &&
+                     Pixel555(r.image, x, y) != Pixel555(s.image, x, y);
+    EXPECT_EQ(0, wrong) << "pixels of the rebuilt desktop differ from the sent one";
+    EXPECT_EQ(0x03E0, Pixel555(r.image, 401, 335));
+    EXPECT_TRUE(s.recorder.Faults().empty());
+}
+
 TEST_F(ScreenTest, UpdatesMergeOnTheGridInRegionOrder) {
     // Small bounding boxes go out whole; larger ones as the region's rectangles, lowest first.
     const struct {
@@ -82,12 +98,12 @@ TEST_F(ScreenTest, UpdatesMergeOnTheGridInRegionOrder) {
         {{}, {}},
     };
     for (const auto& c : cases) {
-        Sender s(codec_.Get(), Bmi(1024, 768, 16));
+        PacketSource s(codec_.Get(), Bmi(1024, 768, 16));
         const DWORD before = GetTickCount();
         EXPECT_EQ(static_cast<int>(c.bands.size()),
                   s.encoder.EncodeUpdate(c.in.data(), static_cast<UINT>(c.in.size())));
         EXPECT_EQ(c.bands, s.Bands()) << c.in.size();
-        for (const auto& p : s.sink.Packets()) {
+        for (const auto& p : s.recorder.Packets()) {
             EXPECT_EQ(p.cbData, packet::ReadHead(p.bytes.data()).length);
             EXPECT_LE(packet::ReadHead(p.bytes.data()).time - before, 1000u);
         }
@@ -111,7 +127,7 @@ TEST_F(ScreenTest, BandsCutTheFixedUpPayloadAtTheBufferSize) {
         {k565, true, {{1360, 0, 1366, 64}}, 16, BI_RGB, 40 + 12 * 64},
     };
     for (const auto& c : cases) {
-        Sender s(codec_.Get(), c.bmi, 7);
+        PacketSource s(codec_.Get(), c.bmi, 7);
         s.image.SetConvert565(c.fix565);
         RECT all;
         s.image.GetScreenRect(&all);
@@ -119,7 +135,7 @@ TEST_F(ScreenTest, BandsCutTheFixedUpPayloadAtTheBufferSize) {
         const RECT r = all.right == 1366 ? RECT{1361, 3, 1366, 64} : all;
         s.encoder.SendRegion(&r);
         ASSERT_EQ(c.bands, s.Bands());
-        const auto p = s.sink.Packets().back();
+        const auto p = s.recorder.Packets().back();
         packet::FrameHeader h;
         packet::ReadFrameHeader(p.bytes.data(), p.cbData, &h);
         EXPECT_EQ(all, h.desktop);
@@ -145,14 +161,14 @@ TEST_F(ScreenTest, ColourTableTravelsWithEveryPacket) {
     std::vector<DWORD> t1(256, 0), t2(256, 0);
     t1[7] = 0x00102030;
     t2[7] = 0x00C0B0A0;
-    Sender s(codec_.Get(), Bmi(64, 32, 8, BI_RGB, t1));
+    PacketSource s(codec_.Get(), Bmi(64, 32, 8, BI_RGB, t1));
     const RECT all{0, 0, 64, 32}, corner{0, 0, 8, 8};
     std::vector<BYTE> sevens(64 * 32, 7);
     s.image.PutRows(&all, sevens.data());
     s.encoder.SendRegion(&all);
     ASSERT_TRUE(s.image.LoadBitmapInfo(AsBmi(Bmi(64, 32, 8, BI_RGB, t2))));
     s.encoder.SendRegion(&corner);
-    ASSERT_EQ(2u, s.sink.PacketCount());
+    ASSERT_EQ(2u, s.recorder.PacketCount());
 
     DecodingSink r(codec_.Get());
     auto shown = [&](int x, int y) {
@@ -163,19 +179,19 @@ TEST_F(ScreenTest, ColourTableTravelsWithEveryPacket) {
         r.image.BltTo(dc.get(), 0, 0, &all);
         return GetPixel(dc.get(), x, y);
     };
-    ASSERT_EQ(Outcome::Frame, r.Take(s.sink.Packets()[0]));
+    ASSERT_EQ(Outcome::Frame, r.Take(s.recorder.Packets()[0]));
     EXPECT_EQ(RGB(0x10, 0x20, 0x30), shown(40, 20));
-    ASSERT_EQ(Outcome::Frame, r.Take(s.sink.Packets()[1]));
+    ASSERT_EQ(Outcome::Frame, r.Take(s.recorder.Packets()[1]));
     EXPECT_EQ(RGB(0xC0, 0xB0, 0xA0), shown(40, 20));  // outside the second band too
     EXPECT_EQ(1, r.rebuilds);
 }
 
 TEST_F(ScreenTest, DecoderRebuildsOnFormatChangeAndCompletesOnCoverage) {
-    Sender s(codec_.Get(), Bmi(1024, 768, 16), 3);
+    PacketSource s(codec_.Get(), Bmi(1024, 768, 16), 3);
     const RECT top{0, 0, 1024, 8}, bottom{0, 760, 1024, 768}, middle{0, 8, 1024, 760};
     for (const RECT& r : {top, bottom, middle, top})
         s.encoder.SendRegion(&r);
-    const auto packets = s.sink.Packets();
+    const auto packets = s.recorder.Packets();
     DecodingSink r(codec_.Get());
     for (size_t i = 0; i < packets.size(); ++i) {
         EXPECT_EQ(Outcome::Frame, r.Take(packets[i]));
@@ -184,10 +200,10 @@ TEST_F(ScreenTest, DecoderRebuildsOnFormatChangeAndCompletesOnCoverage) {
     EXPECT_EQ(1, r.completions);
     EXPECT_EQ(Snapshot(s.image), Snapshot(r.image));
 
-    Sender wide(codec_.Get(), Bmi(1280, 1024, 16), 4);
+    PacketSource wide(codec_.Get(), Bmi(1280, 1024, 16), 4);
     const RECT band{8, 8, 16, 16};
     wide.encoder.SendRegion(&band);
-    ASSERT_EQ(Outcome::Frame, r.Take(wide.sink.Packets()[0]));
+    ASSERT_EQ(Outcome::Frame, r.Take(wide.recorder.Packets()[0]));
     EXPECT_EQ(2, r.rebuilds);
     EXPECT_EQ((RECT{0, 0, 1280, 1024}), r.decoder.GetDesktopRect());
     EXPECT_EQ(0x0210, Pixel555(r.image, 7, 8));
@@ -204,11 +220,11 @@ TEST_F(ScreenTest, DecoderRebuildsOnFormatChangeAndCompletesOnCoverage) {
 }
 
 TEST_F(ScreenTest, DamagedPacketsChangeNothing) {
-    Sender s(codec_.Get(), Bmi(256, 64, 16), 9);
+    PacketSource s(codec_.Get(), Bmi(256, 64, 16), 9);
     const RECT all{0, 0, 256, 64}, small{0, 0, 16, 16};
     s.encoder.SendRegion(&all);
     s.encoder.SendRegion(&small);
-    const auto good = s.sink.Packets();
+    const auto good = s.recorder.Packets();
     // A packet of kind magic whose compressed body is the first size bytes of body.
     auto pack = [&](uint32_t magic, const std::vector<BYTE>& body, size_t size) {
         const uint32_t header = magic == packet::kFrameMagic ? 48 : 12;
@@ -257,7 +273,7 @@ TEST_F(ScreenTest, DamagedPacketsChangeNothing) {
 }
 
 TEST_F(ScreenTest, CursorRecordsTravelAndApplyShapeThenPosition) {
-    Sender s(codec_.Get(), Bmi(1024, 768, 32));
+    PacketSource s(codec_.Get(), Bmi(1024, 768, 32));
     const RECT all{0, 0, 8, 8};
     s.encoder.SendRegion(&all);
     for (const uint32_t flags : {0u, 4u}) {
@@ -266,17 +282,17 @@ TEST_F(ScreenTest, CursorRecordsTravelAndApplyShapeThenPosition) {
     }
     auto moveOnly = CursorRecordBytes(6, 300, 200, 32, 32, 0xFF0000);
     ASSERT_TRUE(s.encoder.SendCursorRecord(moveOnly.data(), 4256));
-    auto body = Body(s.sink.Packets().back().bytes, packet::kCursorHeaderSize);
+    auto body = Body(s.recorder.Packets().back().bytes, packet::kCursorHeaderSize);
     EXPECT_EQ(32u, body.size());
     EXPECT_EQ(2u, packet::LoadU32(body.data()));      // sender's flags
     EXPECT_EQ(1u, packet::LoadU32(body.data() + 4));  // shape present
     auto both = CursorRecordBytes(3, 100, 100, 32, 32, 0xFF0000);
     EXPECT_FALSE(s.encoder.SendCursorRecord(both.data(), 100));
     ASSERT_TRUE(s.encoder.SendCursorRecord(both.data(), static_cast<uint32_t>(both.size())));
-    EXPECT_EQ(both.size(), Body(s.sink.Packets().back().bytes, 12).size());
+    EXPECT_EQ(both.size(), Body(s.recorder.Packets().back().bytes, 12).size());
 
     DecodingSink r(codec_.Get());
-    const auto packets = s.sink.Packets();
+    const auto packets = s.recorder.Packets();
     ASSERT_EQ(Outcome::Frame, r.Take(packets[0]));
     ASSERT_TRUE(r.image.MoveCursor(300, 200));  // the default arrow
     RECT arrow, expected;
@@ -295,11 +311,11 @@ TEST_F(ScreenTest, CursorRecordsTravelAndApplyShapeThenPosition) {
 }
 
 TEST_F(ScreenTest, FrameBufferExportRebuildsTheSamePicture) {
-    Sender s(codec_.Get(), Bmi(1024, 768, 16), 11);
+    PacketSource s(codec_.Get(), Bmi(1024, 768, 16), 11);
     RECT all{0, 0, 1024, 768};
     s.encoder.SendRegion(&all);
     DecodingSink first(codec_.Get()), second(codec_.Get());
-    for (const auto& p : s.sink.Packets())
+    for (const auto& p : s.recorder.Packets())
         ASSERT_EQ(Outcome::Frame, first.Take(p));
     std::vector<BYTE> staging(packet::kBufferSize), out(packet::kBufferSize);
     uint32_t counter = 0, length = 0;
@@ -389,12 +405,12 @@ TEST_F(ScreenTest, IncompressibleFullBandsStillCompleteThePicture) {
             const uint32_t n = DesktopImage::GetBitmapInfoSize(AsBmi(format(8)));
             // Two full bands and a short one.
             const int height = static_cast<int>(2 * packet::RowsThatFit(n, width * c.bpp / 8) + 5);
-            Sender s(codec_.Get(), format(height), 1234 + width);
+            PacketSource s(codec_.Get(), format(height), 1234 + width);
             const RECT all{0, 0, width, height};
             EXPECT_GE(s.encoder.SendRegion(&all), 3);
             DecodingSink r(codec_.Get());
             LONG next = 0;
-            for (const auto& p : s.sink.Packets()) {
+            for (const auto& p : s.recorder.Packets()) {
                 ASSERT_EQ(Outcome::Frame, r.Take(p));
                 const RECT band = r.Arrivals().back().band;
                 EXPECT_EQ(next, band.top);
@@ -410,7 +426,7 @@ TEST_F(ScreenTest, IncompressibleFullBandsStillCompleteThePicture) {
 // A record whose shape fails its checks still moves the pointer; the old pointer goes and none is
 // drawn until a shape that can be read arrives.
 TEST_F(ScreenTest, UnreadableShapeLeavesNoPointerButThePositionApplies) {
-    Sender s(codec_.Get(), Bmi(256, 64, 16));
+    PacketSource s(codec_.Get(), Bmi(256, 64, 16));
     const RECT all{0, 0, 256, 64};
     s.encoder.SendRegion(&all);
     auto good = CursorRecordBytes(3, 40, 40, 32, 32, 0xFF0000);
@@ -418,7 +434,7 @@ TEST_F(ScreenTest, UnreadableShapeLeavesNoPointerButThePositionApplies) {
     auto shapeOnly = CursorRecordBytes(1, 0, 0, 32, 32, 0x00FF00);
     for (auto* rec : {&good, &narrowRows, &shapeOnly})
         ASSERT_TRUE(s.encoder.SendCursorRecord(rec->data(), static_cast<uint32_t>(rec->size())));
-    const auto packets = s.sink.Packets();
+    const auto packets = s.recorder.Packets();
     DecodingSink r(codec_.Get());
     ASSERT_EQ(Outcome::Frame, r.Take(packets[0]));
     ASSERT_EQ(Outcome::Cursor, r.Take(packets[1]));

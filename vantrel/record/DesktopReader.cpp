@@ -161,15 +161,21 @@ HRESULT DesktopReader::RequestFullScreen() noexcept {
     return S_OK;
 }
 
+// An object that does not answer for its identity is known by the pointer it was registered
+// with: a sink registered with that same pointer is still kept from its own picture.
 HRESULT DesktopReader::RegisterFrameBuffer(IFrameBuffer* pFrameBuffer) noexcept {
     RETURN_HR_IF_NULL(E_POINTER, pFrameBuffer);
-    ComPtr<IUnknown> identity;
-    RETURN_IF_FAILED(pFrameBuffer->QueryInterface(IID_IUnknown, identity.PutVoid()));
+    IUnknown* identity = pFrameBuffer;
+    IUnknown* unknown = nullptr;
+    if (SUCCEEDED(pFrameBuffer->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&unknown))) &&
+        unknown) {
+        identity = unknown;
+        unknown->Release();  // the object lives as long as frameBuffer_'s reference
+    }
     std::lock_guard<CriticalSection> guard(frameBufferLock_);
     RETURN_HR_IF(E_FAIL, frameBuffer_);
     frameBuffer_ = ComPtr<IFrameBuffer>(pFrameBuffer);
-    // Held by frameBuffer_'s reference.
-    frameBufferIdentity_ = identity.Get();
+    frameBufferIdentity_ = identity;
     return S_OK;
 }
 

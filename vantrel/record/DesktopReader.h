@@ -2,7 +2,10 @@
 // the recorded pace times a speed factor, on a playback thread of its own. The thread shares the
 // flags, the position and the speed factor with the host's thread without a lock: each is one
 // 32-bit word. A speed factor of 0 holds playback where it is, as a pause does, until another
-// factor is set.
+// factor is set. Open and Close during playback, and the last Release, end the playback first
+// (as Stop does); registered sinks and the frame buffer stay the host's to unregister. A record
+// whose length is below its own head, or whose body the file does not hold, is damage: playback
+// ends with the file-error notification.
 #pragma once
 
 #include <windows.h>

@@ -1,6 +1,11 @@
 // DesktopRecorder: a sink of the desktop stream that stores the packets it is given in a lesson
 // file, only between Run and Stop. Stop keeps the recording time continuous across several
 // Run/Stop pairs; Close finishes the file by rewriting its header.
+//
+// Choices where the contract leaves them open: Open while a file is open is refused (E_FAIL);
+// Stop while not recording changes nothing; Close while recording gives the header the time the
+// recording has reached (never less than its last record); the last Release with a file open
+// closes it without rewriting the header, which the lesson repair can then bring back.
 #pragma once
 
 #include <windows.h>

@@ -86,13 +86,13 @@ void DesktopRenderBase::RecalcLayout() noexcept {
     {
         Guard guard(viewLock_);
         if (mode == view::RSM_FOLLOW) {
-            placement = view::FollowLayout(SizeOf(client), SizeOf(image), source_, destination_,
-                                           {cursorX_, cursorY_});
+            placement =
+                view::FollowLayout(SizeOf(client), SizeOf(image), source_, {cursorX_, cursorY_});
             shape = hCursorNormal_;
         } else if (mode == view::RSM_SCROLL) {
             const LONG style = GetWindowLongA(hwnd, GWL_STYLE);
             scroll = view::ScrollLayout(
-                client, SizeOf(image), source_, destination_, (style & WS_HSCROLL) != 0,
+                client, SizeOf(image), source_, (style & WS_HSCROLL) != 0,
                 (style & WS_VSCROLL) != 0,
                 {GetSystemMetrics(SM_CXVSCROLL), GetSystemMetrics(SM_CYHSCROLL)});
             placement = scroll;
@@ -109,7 +109,7 @@ void DesktopRenderBase::RecalcLayout() noexcept {
     if (bars) {
         // Style and bar changes send messages to the window: only its own thread makes them.
         if (!window_.OnOwnThread())
-            PostMessageA(hwnd, RenderWindow::kRelayoutMessage, 0, 0);
+            window_.RequestRelayout();
         else if (!UpdateScrollBars(scroll, image))
             return;
     }

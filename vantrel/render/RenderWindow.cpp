@@ -142,6 +142,7 @@ void RenderWindow::MapHandlers() {
         return DefWindowProcA(Handle(), WM_VSCROLL, w, l);
     });
     window_.On(kRelayoutMessage, [this](WPARAM, LPARAM) -> R {
+        relayoutPending_ = false;
         owner_->RecalcLayout();
         return 0;
     });
@@ -203,6 +204,12 @@ void RenderWindow::InvalidateAll() const noexcept {
         InvalidateRect(hwnd, nullptr, TRUE);
 }
 
+void RenderWindow::RequestRelayout() noexcept {
+    const HWND hwnd = Handle();
+    if (hwnd && !relayoutPending_.exchange(true) && !PostMessageA(hwnd, kRelayoutMessage, 0, 0))
+        relayoutPending_ = false;
+}
+
 void RenderWindow::SetViewCursor(HCURSOR h) noexcept {
     if (cursor_.exchange(h) == h)
         return;
@@ -242,6 +249,9 @@ void RenderWindow::Paint() noexcept {
     const RECT S = view::OrDefault(v.source, v.imageRect);
     const RECT D = view::OrDefault(v.destination, ClientRect());
     const RECT part = view::ClientToSource(clip, S, D);
+    // Nothing of the picture lies under the clip box (no picture held): the background stays.
+    if (IsRectEmpty(&part))
+        return;
     HPALETTE previous = nullptr;
     if (palette_) {
         previous = SelectPalette(dc.get(), palette_.get(), FALSE);

@@ -63,6 +63,8 @@ class RenderWindow {
     void InvalidateSourceRect(const RECT& r) const noexcept;
     // The whole client area, with erasing.
     void InvalidateAll() const noexcept;
+    // A layout pass on the window's thread, asked from any thread; one waits at a time.
+    void RequestRelayout() noexcept;
     RECT ClientRect() const noexcept;
 
   private:
@@ -86,6 +88,7 @@ class RenderWindow {
     bool timerActive_ = false;
     std::atomic<HCURSOR> cursor_{nullptr};
     std::atomic<bool> dragEnabled_{true};
+    std::atomic<bool> relayoutPending_{false};
     UniquePalette palette_;
     CriticalSection paintLock_;  // painting against palette replacement
     Window window_;

@@ -97,17 +97,15 @@ RECT SourceToClient(const RECT& in, const RECT& S, const RECT& D) noexcept {
     return out;
 }
 
-Placement FollowLayout(SIZE client, SIZE image, const RECT& source, const RECT& destination,
-                       POINT cursor) noexcept {
-    Span sx, dx{destination.left, destination.right};
-    Span sy, dy{destination.top, destination.bottom};
+Placement FollowLayout(SIZE client, SIZE image, const RECT& source, POINT cursor) noexcept {
+    Span sx, dx, sy, dy;
     FollowAxis(client.cx, image.cx, cursor.x, {source.left, source.right}, &sx, &dx);
     FollowAxis(client.cy, image.cy, cursor.y, {source.top, source.bottom}, &sy, &dy);
     return {{sx.lo, sy.lo, sx.hi, sy.hi}, {dx.lo, dy.lo, dx.hi, dy.hi}};
 }
 
-ScrollPlacement ScrollLayout(const RECT& client, SIZE image, const RECT& source,
-                             const RECT& destination, bool hasH, bool hasV, SIZE bars) noexcept {
+ScrollPlacement ScrollLayout(const RECT& client, SIZE image, const RECT& source, bool hasH,
+                             bool hasV, SIZE bars) noexcept {
     RECT area = client;
     if (hasV)
         area.right += bars.cx;
@@ -123,8 +121,7 @@ ScrollPlacement ScrollLayout(const RECT& client, SIZE image, const RECT& source,
     needH = needH || Width(area) < image.cx;
     needV = needV || Height(area) < image.cy;
 
-    Span sx, dx{destination.left, destination.right};
-    Span sy, dy{destination.top, destination.bottom};
+    Span sx, dx, sy, dy;
     if (needH)
         area = client;
     ScrollAxis(needH, Width(client), Width(area), image.cx, source.left, &sx, &dx);

@@ -41,9 +41,8 @@ struct Placement {
 
 // RSM_FOLLOW: a 1:1 view of client size that pans to keep the pointer (cursor, desktop pixels)
 // kFollowMargin pixels inside it; an axis on which the picture is smaller is shown whole and
-// centred. image is the picture's size, source and destination the current rectangles.
-Placement FollowLayout(SIZE client, SIZE image, const RECT& source, const RECT& destination,
-                       POINT cursor) noexcept;
+// centred. image is the picture's size, source the current source rectangle.
+Placement FollowLayout(SIZE client, SIZE image, const RECT& source, POINT cursor) noexcept;
 
 struct ScrollPlacement : Placement {
     bool needH = false;  // the picture is wider than the view: a horizontal bar is wanted
@@ -53,8 +52,8 @@ struct ScrollPlacement : Placement {
 // RSM_SCROLL: a 1:1 view at the current source position (kept inside the picture), centred on an
 // axis where the picture is smaller. hasH, hasV: the window has the bars now; bars: their
 // thickness (SM_CXVSCROLL, SM_CYHSCROLL), so the need is judged on the client area without them.
-ScrollPlacement ScrollLayout(const RECT& client, SIZE image, const RECT& source,
-                             const RECT& destination, bool hasH, bool hasV, SIZE bars) noexcept;
+ScrollPlacement ScrollLayout(const RECT& client, SIZE image, const RECT& source, bool hasH,
+                             bool hasV, SIZE bars) noexcept;
 
 // A drag by (dx, dy) client pixels: the source moved against the mouse, kept inside imageRect
 // with its size.

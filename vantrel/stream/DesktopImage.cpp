@@ -289,8 +289,8 @@ BOOL DesktopImage::Grab(const RECT* r) noexcept {
     if (!memDc_ || !screenDc_ || !screenDc_->get())
         return FALSE;
     // The platform reads a large screen area through a temporary image it allocates afresh for
-    // every call; strips that stay below kGrabStripBytes (at 4 bytes a pixel) cost a quarter
-    // as much per pixel, so a big area goes in strips.
+    // every call; strips that stay below kGrabStripBytes (at 4 bytes a pixel) cost a third as
+    // much per pixel, so a big area goes in strips.
     const LONG width = r->right - r->left;
     const LONG stripRows =
         std::max<LONG>(1, static_cast<LONG>(kGrabStripBytes) / std::max<LONG>(1, 4 * width));
@@ -617,13 +617,13 @@ BOOL DesktopImage::PlaceCursor() noexcept {
     return TRUE;
 }
 
-// The record's rows are as the sender's hook laid them out; CreateIcon wants both masks in rows
+// The record's rows are unpadded (CursorRecordLayout.h); CreateIcon wants both masks in rows
 // padded to 16 bits, which they already are for the usual widths (multiples of 16).
 HICON DesktopImage::MakeIcon(const packet::CursorRecordView& shape) noexcept {
     const packet::CursorRecord& f = shape.record;
     const UINT andRow = ((f.width + 15u) / 16u) * 2u;
     const UINT xorRow = ((static_cast<UINT>(f.width) * f.bitsPerPixel + 15u) / 16u) * 2u;
-    const UINT xorSrcRow = shape.xorBitsSize / f.height;
+    const UINT xorSrcRow = static_cast<UINT>(f.width) * f.bitsPerPixel / 8u;
     std::unique_ptr<BYTE[]> andPadded, xorPadded;
     const BYTE* andBits = shape.andMask;
     const BYTE* xorBits = shape.xorBits;

@@ -264,7 +264,8 @@ CursorError ParseCursorRecord(const void* record, uint32_t size, CursorRecordVie
         v.newShape = false;
         *out = v;
         if (f.width == 0 || f.height == 0 || !IsDibDepth(f.bitsPerPixel) ||
-            static_cast<uint32_t>(f.andBytesPerRow) * 8 < f.width)
+            static_cast<uint32_t>(f.andBytesPerRow) * 8 < f.width ||
+            static_cast<uint32_t>(f.width) * f.bitsPerPixel % 8 != 0)
             return CursorError::BadShape;
         const uint64_t andBytes = static_cast<uint64_t>(f.andBytesPerRow) * f.height;
         const uint64_t xorBytes = static_cast<uint64_t>(f.bitsPerPixel) * f.width * f.height / 8;
@@ -289,7 +290,7 @@ const char* CursorErrorName(CursorError e) noexcept {
         case CursorError::TooShort:
             return "shorter than the record's fixed part";
         case CursorError::BadShape:
-            return "shape of no size, unknown depth or short AND rows";
+            return "shape of no size, unknown depth, short AND rows or part-byte XOR rows";
         case CursorError::MasksDoNotFit:
             return "masks run past the record";
     }

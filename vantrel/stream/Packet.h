@@ -175,15 +175,14 @@ uint32_t WriteCursorHeader(void* packet, uint32_t time, uint32_t recordSize) noe
 enum class CursorError {
     None,
     TooShort,       // not even the 28 bytes in front of the masks
-    BadShape,       // new shape of zero size, unknown depth, or AND rows too short for the width
+    BadShape,       // new shape of zero size, unknown depth, AND rows too short for the width,
+                    // or XOR rows that do not end on a byte
     MasksDoNotFit,  // AND mask + XOR bits run past the record
 };
 
-// A checked look into a decompressed cursor record. The XOR bits begin AND bytes per row x
-// height bytes behind the AND mask: the count the sender's length rule uses, so both ends agree
-// for every width (the two usual counts differ only when width is not a multiple of 16). Rows
-// are as the record holds them; a caller that feeds CreateIcon with a width that is not a
-// multiple of 16 pads them to 16 bits itself.
+// A checked look into a decompressed cursor record, masks laid out as CursorRecordLayout.h says:
+// the XOR bits begin AND bytes per row x height bytes behind the AND mask and hold unpadded rows
+// of width x bpp / 8 bytes. A caller that feeds CreateIcon pads both to 16-bit rows.
 struct CursorRecordView {
     CursorRecord record;
     bool newShape = false;     // kCursorNewShape or kCursorShapeAlias, and shape present

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "CaptureSession.h"
+#include "ChangeDetector.h"
 #include "CursorChanges.h"
 #include "CursorRecord.h"
 #include "CursorShape.h"
@@ -22,11 +23,6 @@ using namespace vantrel;
 using namespace vantrel::pavlex;
 
 namespace {
-
-FrameView View(const std::vector<std::uint32_t>& pixels, int width, int height) {
-    return FrameView{reinterpret_cast<const std::uint8_t*>(pixels.data()), width, height,
-                     width * 4};
-}
 
 // A source of width x height, all transparent (AND 1, XOR 0).
 CursorShape::Source Transparent(int width, int height, bool monochrome) {
@@ -77,28 +73,6 @@ CursorShape Fit(const CursorShape::Source& source) {
 }
 
 }  // namespace
-
-TEST(TileMap, OneChangedPixelMarksExactlyItsTile) {
-    // Corners, tile edges, the alpha byte alone, and the partial last column and row of a screen
-    // whose size is not a multiple of the tile size.
-    const struct {
-        int width, height, x, y;
-        std::uint32_t value;
-    } cases[] = {{1024, 768, 0, 0, 1},      {1024, 768, 15, 15, 1},
-                 {1024, 768, 16, 16, 1},    {1024, 768, 1023, 767, 0xFF102030},
-                 {1366, 770, 1365, 769, 1}, {1366, 770, 1360, 3, 1}};
-    for (const auto& c : cases) {
-        std::vector<std::uint32_t> before(static_cast<size_t>(c.width) * c.height, 0x00102030);
-        std::vector<std::uint32_t> after = before;
-        TileMap map(c.width, c.height, 16);
-        map.markChanges(View(before, c.width, c.height), View(after, c.width, c.height));
-        EXPECT_FALSE(map.any());
-        after[static_cast<size_t>(c.y) * c.width + c.x] = c.value;
-        map.markChanges(View(before, c.width, c.height), View(after, c.width, c.height));
-        EXPECT_EQ(1, map.dirtyCount()) << c.x << "," << c.y;
-        EXPECT_TRUE(map.dirty(c.x / 16, c.y / 16)) << c.x << "," << c.y;
-    }
-}
 
 // The detector keeps check values per tile row instead of the old pixels: every visible
 // change of one pixel, and two pixels exchanged, must still mark exactly their tile, read in
@@ -209,18 +183,19 @@ TEST(RectMerger, RectanglesStayOnTheScreenWithinTheLimitAndCoverEveryTile) {
 TEST(GrabRate, RegistryValueSetsTheIntervalWithinLimits) {
     const char* path = "Software\\Vantrel\\Pavlex";
     RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
-    EXPECT_EQ(25u, CaptureSession::ReadGrabInterval());
+    const DWORD standard = ChangeDetector::kDefaultInterval;
+    EXPECT_EQ(standard, CaptureSession::ReadGrabInterval());
     HKEY key = nullptr;
     ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_WRITE,
                                              nullptr, &key, nullptr));
-    const DWORD cases[][2] = {{5, 200}, {100, 10}, {5000, 10}, {0, 25}};  // rate, interval
+    const DWORD cases[][2] = {{5, 200}, {100, 10}, {5000, 10}, {0, standard}};  // rate, interval
     for (const auto& c : cases) {
         RegSetValueExA(key, "GrabsPerSecond", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&c[0]),
                        sizeof c[0]);
         EXPECT_EQ(c[1], CaptureSession::ReadGrabInterval()) << c[0];
     }
     RegSetValueExA(key, "GrabsPerSecond", 0, REG_SZ, reinterpret_cast<const BYTE*>("5"), 2);
-    EXPECT_EQ(25u, CaptureSession::ReadGrabInterval());
+    EXPECT_EQ(standard, CaptureSession::ReadGrabInterval());
     RegCloseKey(key);
     RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
 }

@@ -201,6 +201,22 @@ TEST_F(PavlexCapture, RepaintedWindowIsCoveredByRectanglesNearItThenNothingComes
     EXPECT_EQ(reinterpret_cast<PavlexScreenUpdate*>(0xdeadbeef), update);
 }
 
+// The reference is read inside the registration, on the caller's thread: a change made as soon
+// as it returns (the capture grabs its first picture then) is reported, whenever the detector's
+// thread gets to run.
+TEST_F(PavlexCapture, ChangeRightAfterRegistrationIsReported) {
+    const RECT area{400, 300, 560, 420};
+    TestWindow window(area, RGB(10, 90, 200));
+    for (COLORREF colour : {RGB(240, 200, 10), RGB(30, 160, 90), RGB(150, 20, 20)}) {
+        ASSERT_TRUE(Settle());
+        ASSERT_TRUE(DispUnRegisterScreenUpdate());
+        ASSERT_TRUE(DispRegisterScreenUpdate(&screenEvent_, kPavlexScreenBufferSize));
+        window.repaint(colour);
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, 0, QS_ALLINPUT);  // puts it on the screen
+        EXPECT_TRUE(CollectScreen(kPatience, [&] { return Covers(rects_, {area}); }));
+    }
+}
+
 TEST_F(PavlexCapture, ScatteredDotsComeInListsOfAtMost513ThatCoverEveryDot) {
     const RECT screen{0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)};
     TestWindow window(screen, RGB(0, 0, 0));

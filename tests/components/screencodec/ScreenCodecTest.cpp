@@ -56,7 +56,8 @@ enum class Content { Text, Photo, Photo565, TextAndPhoto565 };
 // the 16-bit rows of one band. Text is anti-aliased glyphs on white, few colours (what the
 // palette is for); a photograph is noisy waves, many colours (what the delta filter is for);
 // text beside a photograph strip a sixth of the width takes the palette with escapes.
-// The first three are also what the blocks of the deflate format in v1/ were made from.
+// The first three are also what the blocks of the earlier formats in v1/ and v2/ were made
+// from.
 Bytes MakePayload(Content content, int width, int rows, unsigned seed) {
     const bool is565 = content == Content::Photo565 || content == Content::TextAndPhoto565;
     BITMAPINFOHEADER h{};
@@ -254,8 +255,9 @@ TEST_F(Codec, DamagedTruncatedAndForeignBlocksAreRefused) {
         const Bytes& original = originals[i];
         Bytes block;
         ASSERT_EQ(S_OK, Compress(original, i == 0 ? 1 : 2, kPacketCapacity, &block));
-        // Every bit of the fixed header (28 bytes), then bits spread over the rest.
-        for (std::size_t bit = 0; bit < 8 * block.size(); bit += bit < 8 * 28 ? 1 : 37) {
+        // Every bit of the fixed header (28 bytes), then bits spread over the rest (a prime
+        // step lands on every bit position of a byte in turn).
+        for (std::size_t bit = 0; bit < 8 * block.size(); bit += bit < 8 * 28 ? 1 : 389) {
             Bytes damaged = block;
             damaged[bit / 8] ^= static_cast<std::uint8_t>(1u << (bit % 8));
             const std::string what = "block " + std::to_string(i) + " bit " + std::to_string(bit);
@@ -332,22 +334,29 @@ TEST_F(Codec, LevelsArePerModeAndPerObject) {
     EXPECT_EQ(fast, level);
 }
 
-// Lesson files keep the blocks of the earlier deflate format (version 1): each restores to the
-// payload it was made from, and damage to it is still refused.
-TEST_F(Codec, BlocksOfTheDeflateFormatStillDecode) {
+// Lesson files keep the blocks of the earlier formats, deflate (version 1, v1/) and zstd with a
+// check of the original bytes (version 2, v2/): each restores to the payload it was made from,
+// and damage to it is still refused.
+TEST_F(Codec, BlocksOfTheEarlierFormatsStillDecode) {
     const struct {
         const char* file;
+        int version;
         Bytes original;
-    } cases[] = {{"text-mode2.vsc1", MakePayload(Content::Text, 256, 30, 7)},
-                 {"photo-mode1.vsc1", MakePayload(Content::Photo, 320, 24, 7)},
-                 {"photo565-mode2.vsc1", MakePayload(Content::Photo565, 160, 20, 8)},
-                 {"stored.vsc1", RandomBytes(300, 5)}};
+    } cases[] = {{"v1\\text-mode2.vsc1", 1, MakePayload(Content::Text, 256, 30, 7)},
+                 {"v1\\photo-mode1.vsc1", 1, MakePayload(Content::Photo, 320, 24, 7)},
+                 {"v1\\photo565-mode2.vsc1", 1, MakePayload(Content::Photo565, 160, 20, 8)},
+                 {"v1\\stored.vsc1", 1, RandomBytes(300, 5)},
+                 {"v2\\text-mode2.vsc2", 2, MakePayload(Content::Text, 256, 30, 7)},
+                 {"v2\\photo-mode1.vsc2", 2, MakePayload(Content::Photo, 320, 24, 7)},
+                 {"v2\\photo565-mode2.vsc2", 2, MakePayload(Content::Photo565, 160, 20, 8)},
+                 {"v2\\photo-delta-mode2.vsc2", 2, MakePayload(Content::Photo, 640, 80, 9)},
+                 {"v2\\stored.vsc2", 2, RandomBytes(300, 5)}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
-        std::ifstream in(std::string(VANTREL_CODEC_V1_DIR "\\") + c.file, std::ios::binary);
+        std::ifstream in(std::string(VANTREL_CODEC_VECTORS_DIR "\\") + c.file, std::ios::binary);
         const Bytes block((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
         ASSERT_GT(block.size(), 28u);
-        EXPECT_EQ(1, block[4]);  // the old version
+        EXPECT_EQ(c.version, block[4]);
         Bytes restored;
         EXPECT_EQ(S_OK, Decompress(block, kBufferSize, &restored));
         EXPECT_TRUE(restored == c.original);

@@ -16,6 +16,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/Screen.h"
 #include "wincom/ComPtr.h"
 
 namespace {
@@ -55,14 +56,8 @@ struct Collector {
         std::lock_guard<std::mutex> hold(lock);
         return datagrams.size();
     }
-    bool WaitFor(std::size_t n, DWORD timeoutMs) {
-        const DWORD start = GetTickCount();
-        while (Count() < n) {
-            if (GetTickCount() - start > timeoutMs)
-                return false;
-            Sleep(5);
-        }
-        return true;
+    bool WaitFor(std::size_t n) {
+        return vantrel::test::WaitUntil([&] { return Count() >= n; }, 5000);
     }
 };
 
@@ -72,10 +67,10 @@ class Multicast : public testing::Test {
         ASSERT_HRESULT_SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
         ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(CLSID_MulticastSender, nullptr,
                                                   CLSCTX_INPROC_SERVER, IID_IMulticastSender,
-                                                  reinterpret_cast<void**>(sender_.Put())));
+                                                  sender_.PutVoid()));
         ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(CLSID_MulticastReceiver, nullptr,
                                                   CLSCTX_INPROC_SERVER, IID_IMulticastReceiver,
-                                                  reinterpret_cast<void**>(receiver_.Put())));
+                                                  receiver_.PutVoid()));
     }
     void TearDown() override {
         if (receiver_)
@@ -105,6 +100,17 @@ Bytes Datagram(int serial, std::size_t length) {
     return d;
 }
 
+std::vector<int> Serials(const std::vector<Bytes>& datagrams) {
+    std::vector<int> serials;
+    for (const Bytes& d : datagrams) {
+        int serial = -1;
+        if (d.size() >= 4)
+            std::memcpy(&serial, d.data(), 4);
+        serials.push_back(serial);
+    }
+    return serials;
+}
+
 TEST_F(Multicast, DatagramsArriveWholeInOrderFromTheSendersAddress) {
     Collector collector;
     Connect(41001, &collector);
@@ -116,7 +122,7 @@ TEST_F(Multicast, DatagramsArriveWholeInOrderFromTheSendersAddress) {
         if (i % 8 == 7)
             Sleep(1);
     }
-    ASSERT_TRUE(collector.WaitFor(sent.size(), 5000)) << collector.Count();
+    ASSERT_TRUE(collector.WaitFor(sent.size())) << collector.Count();
     ASSERT_EQ(S_OK, receiver_->Stop());
     EXPECT_EQ(sent, collector.datagrams);
     const ULONG loopback = inet_addr(kLocal);
@@ -140,7 +146,7 @@ TEST_F(Multicast, NoCallbackRunsOnceStopOrLeaveReturns) {
                 Sleep(1);
             }
         });
-        ASSERT_TRUE(collector.WaitFor(10, 5000));
+        ASSERT_TRUE(collector.WaitFor(10));
         ASSERT_EQ(S_OK, leave ? receiver_->Leave() : receiver_->Stop());
         EXPECT_EQ(0, collector.inside.load());
         const int calls = collector.calls.load();
@@ -154,9 +160,43 @@ TEST_F(Multicast, NoCallbackRunsOnceStopOrLeaveReturns) {
         }
         ASSERT_EQ(S_OK, receiver_->Start());
         ASSERT_EQ(S_OK, sender_->Send(d.data(), static_cast<USHORT>(d.size())));
-        EXPECT_TRUE(collector.WaitFor(calls + 1, 5000));
+        EXPECT_TRUE(collector.WaitFor(calls + 1));
         ASSERT_EQ(S_OK, receiver_->Leave());
     }
+}
+
+// Two groups on one port: each receiver hears its own group only, though this machine has
+// joined both (a socket bound to the port alone would hear both).
+TEST_F(Multicast, AReceiverHearsOnlyTheGroupItJoined) {
+    constexpr char kOtherGroup[] = "239.255.41.2";
+    constexpr USHORT kPort = 41004;
+    Collector mine, theirs;
+    Connect(kPort, &mine);
+    vantrel::ComPtr<IMulticastReceiver> neighbour;
+    vantrel::ComPtr<IMulticastSender> stranger;
+    ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(CLSID_MulticastReceiver, nullptr,
+                                              CLSCTX_INPROC_SERVER, IID_IMulticastReceiver,
+                                              neighbour.PutVoid()));
+    ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(CLSID_MulticastSender, nullptr, CLSCTX_INPROC_SERVER,
+                                              IID_IMulticastSender, stranger.PutVoid()));
+    ASSERT_EQ(S_OK, neighbour->Join(kLocal, kOtherGroup, kPort));
+    ASSERT_EQ(S_OK, neighbour->SetCallback(Collector::Callback, &theirs));
+    ASSERT_EQ(S_OK, neighbour->Start());
+    ASSERT_EQ(S_OK, stranger->Open(kLocal, kOtherGroup, kPort));
+    std::vector<Bytes> ours, others;
+    for (int i = 0; i < 20; ++i) {
+        ours.push_back(Datagram(i, 100));
+        others.push_back(Datagram(1000 + i, 100));
+        ASSERT_EQ(S_OK, stranger->Send(others.back().data(), 100));
+        ASSERT_EQ(S_OK, sender_->Send(ours.back().data(), 100));
+    }
+    ASSERT_TRUE(mine.WaitFor(ours.size())) << mine.Count();
+    ASSERT_TRUE(theirs.WaitFor(others.size())) << theirs.Count();
+    Sleep(100);
+    ASSERT_EQ(S_OK, neighbour->Leave());
+    ASSERT_EQ(S_OK, receiver_->Stop());
+    EXPECT_EQ(Serials(ours), Serials(mine.datagrams));
+    EXPECT_EQ(Serials(others), Serials(theirs.datagrams));
 }
 
 TEST_F(Multicast, ArgumentsAndOrderAreChecked) {
