@@ -55,7 +55,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint64_t xorBytes = uint64_t{f.bitsPerPixel} * f.width * f.height / 8;
     const uint64_t andBytes = uint64_t{f.andBytesPerRow} * f.height;
     const bool sound = (f.flags & kCursorNewShape) && f.shapePresent && f.width && f.height &&
-                       IsDibDepth(f.bitsPerPixel) && uint32_t{f.andBytesPerRow} * 8 >= f.width;
+                       IsDibDepth(f.bitsPerPixel) && uint32_t{f.andBytesPerRow} * 8 >= f.width &&
+                       uint32_t{f.width} * f.bitsPerPixel % 8 == 0;
     if (!(f.flags & kCursorNewShape))
         FUZZ_CHECK(length == kCursorRecordMinSize);
     if (sound && xorBytes < 0x10000 && andBytes < 0x10000 && length <= cb) {
