@@ -1,10 +1,14 @@
-# zstd, cross-built as a static library from its Debian source (scripts/zstd-source fetches it
-# into build/deps once; a build from a clean clone fetches it here when setup has not).
+# zstd, built as a static library from its Debian source (scripts/zstd-source fetches it into
+# build/deps once; a build from a clean clone fetches it here when setup has not): cross-built
+# for ScreenCodec.dll, and built natively with the same code by the fuzz build, which points
+# VANTREL_DEPS at the main build's cache.
 # Only what ScreenCodec.dll needs: the single-threaded compressor and decompressor.
-set(VANTREL_DEPS ${CMAKE_BINARY_DIR}/deps)
+if(NOT VANTREL_DEPS)
+  set(VANTREL_DEPS ${CMAKE_BINARY_DIR}/deps)
+endif()
 file(GLOB zstd_archive ${VANTREL_DEPS}/libzstd_*.orig.tar.xz)
 if(NOT zstd_archive)
-  execute_process(COMMAND ${CMAKE_SOURCE_DIR}/scripts/zstd-source ${VANTREL_DEPS}
+  execute_process(COMMAND ${CMAKE_CURRENT_LIST_DIR}/../scripts/zstd-source ${VANTREL_DEPS}
                   RESULT_VARIABLE zstd_fetch)
   file(GLOB zstd_archive ${VANTREL_DEPS}/libzstd_*.orig.tar.xz)
   if(NOT zstd_archive)

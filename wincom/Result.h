@@ -1,7 +1,9 @@
 // Early-return helpers that keep the happy path of COM methods straight. Nothing here throws.
+// The HRESULT macros also serve the pure parsers in their native build; the last-error ones are
+// Windows only.
 #pragma once
 
-#include <windows.h>
+#include "wincom/WinTypes.h"
 
 #define RETURN_IF_FAILED(expr)      \
     do {                            \
@@ -20,6 +22,7 @@
 
 #define RETURN_IF_NULL_ALLOC(ptr) RETURN_HR_IF(E_OUTOFMEMORY, (ptr) == nullptr)
 
+#ifdef _WIN32
 namespace vantrel {
 // The last Win32 error as an HRESULT, never S_OK (a failed call that left no error code still
 // failed).
@@ -36,3 +39,4 @@ inline HRESULT HResultFromLastError() noexcept {
     } while (0)
 
 #define RETURN_LAST_ERROR_IF_NULL(ptr) RETURN_LAST_ERROR_IF((ptr) == nullptr)
+#endif

@@ -17,6 +17,9 @@ const HRESULT kTooSmall = HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
 const HRESULT kInvalid = HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
 const HRESULT kBadCheck = HRESULT_FROM_WIN32(ERROR_CRC);
 
+// Scratch memory kept between calls: every payload of the stream fits (0x180000 bytes).
+constexpr std::size_t kKeptScratch = 2u << 20;
+
 // zstd level for each interface level 1-9.
 constexpr int kZstdLevels[9] = {1, 2, 3, 5, 7, 9, 12, 15, 19};
 
@@ -301,7 +304,14 @@ HRESULT BlockCodec::Check(const std::uint8_t* src, std::size_t cb) noexcept {
     RETURN_IF_FAILED(header.Read(src, cb));
     if (!checked_.Reserve(header.originalLength ? header.originalLength : 1))
         return E_OUTOFMEMORY;
-    return Restore(header, src, checked_.data.get());
+    const HRESULT hr = Restore(header, src, checked_.data.get());
+    // A block may claim far more than any payload (up to its body's limit): its memory is not
+    // kept for later calls.
+    if (checked_.size > kKeptScratch)
+        checked_ = Buffer();
+    if (transformed_.size > kKeptScratch)
+        transformed_ = Buffer();
+    return hr;
 }
 
 }  // namespace screencodec

@@ -5,7 +5,6 @@
 // lock.
 #pragma once
 
-#include <windows.h>
 #include <zlib.h>
 #include <zstd.h>
 #include <zstd_errors.h>
@@ -17,6 +16,7 @@
 #include "BlockHeader.h"
 #include "Palette.h"
 #include "PixelFilter.h"
+#include "wincom/WinTypes.h"
 
 namespace screencodec {
 

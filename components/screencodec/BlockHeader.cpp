@@ -12,6 +12,8 @@ namespace {
 
 // Deflate cannot expand data by more than this factor (a 258-byte match in about two bits).
 constexpr std::uint64_t kMaxDeflateRatio = 1032;
+// Nor zstd by more than this: at best a block of 128 KiB from 4 bytes (3 of header, 1 repeated).
+constexpr std::uint64_t kMaxZstdRatio = 32768;
 
 void PutU32(std::uint8_t* p, std::uint32_t v) noexcept {
     std::memcpy(p, &v, sizeof v);
@@ -100,6 +102,9 @@ HRESULT BlockHeader::Read(const std::uint8_t* block, std::size_t cb) noexcept {
     if (method == kStored && bodyLength != originalLength)
         return kInvalid;
     if (method == kDeflate && originalLength > bodyLength * kMaxDeflateRatio)
+        return kInvalid;
+    if (method == kZstd &&
+        (IsPalette() ? transformedLength : originalLength) > bodyLength * kMaxZstdRatio)
         return kInvalid;
     if (mapLength && !IsPalette()) {
         // Bits past the last chunk are never set by a writer.

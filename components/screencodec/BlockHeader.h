@@ -21,12 +21,11 @@
 //       u32 length of the transformed bytes (Palette); then the body.
 #pragma once
 
-#include <windows.h>
-
 #include <cstddef>
 #include <cstdint>
 
 #include "PixelFilter.h"
+#include "wincom/WinTypes.h"
 
 namespace screencodec {
 

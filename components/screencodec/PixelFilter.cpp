@@ -3,9 +3,9 @@
 // 0, -1, 1, -2, ... -> 0, 1, 2, 3, ... so that deflate sees small byte values.
 #include "PixelFilter.h"
 
-#include <windows.h>
-
 #include <cstring>
+
+#include "wincom/WinTypes.h"
 
 namespace screencodec {
 namespace {

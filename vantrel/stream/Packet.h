@@ -7,12 +7,11 @@
 // nothing here casts a packet to a struct.
 #pragma once
 
-#include <windows.h>
-
 #include <cstdint>
 #include <cstring>
 
 #include "contracts/CursorRecordLayout.h"
+#include "wincom/WinTypes.h"
 
 namespace vantrel::packet {
 

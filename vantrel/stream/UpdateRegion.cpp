@@ -1,10 +1,10 @@
-// Update region on GDI regions (see UpdateRegion.h).
+// Update region on the banded region engine (see UpdateRegion.h).
 #include "stream/UpdateRegion.h"
 
 #include <climits>
 #include <cstdint>
-#include <memory>
 #include <new>
+#include <utility>
 
 namespace vantrel {
 
@@ -15,87 +15,70 @@ LONG RoundUp8(LONG v) noexcept {
     return up > INT_MAX ? static_cast<LONG>(INT_MAX & ~7) : static_cast<LONG>(up);
 }
 
-bool IsEmpty(const RECT& r) noexcept {
-    return r.right <= r.left || r.bottom <= r.top;
-}
-
 }  // namespace
 
 RECT UpdateRegion::SnapToGrid(const RECT& r) noexcept {
-    return RECT{r.left & ~7L, r.top & ~7L, RoundUp8(r.right), RoundUp8(r.bottom)};
+    return RECT{r.left & ~LONG{7}, r.top & ~LONG{7}, RoundUp8(r.right), RoundUp8(r.bottom)};
 }
 
 void UpdateRegion::AddRect(const RECT* r) noexcept {
-    if (!r)
-        return;
-    const RECT s = SnapToGrid(*r);
-    // CreateRectRgn would turn an inverted rectangle the right way round and add it.
-    if (IsEmpty(s))
-        return;
-    if (!region_) {
-        region_.reset(CreateRectRgnIndirect(&s));
-        return;
-    }
-    UniqueRgn add(CreateRectRgnIndirect(&s));
-    if (!add)
-        return;
-    if (CombineRgn(region_.get(), region_.get(), add.get(), RGN_OR) == NULLREGION)
-        region_.reset();
+    // An empty or inverted rectangle adds nothing (a GDI rectangle region would have turned an
+    // inverted one the right way round); running out of memory keeps the previous area.
+    if (r)
+        region_.Union(SnapToGrid(*r));
 }
 
 void UpdateRegion::Empty() noexcept {
-    region_.reset();
+    region_.Clear();
 }
 
-bool UpdateRegion::PrependRects(HRGN region, RectList& list) noexcept {
-    if (!region)
+bool UpdateRegion::PrependRects(const BandedRegion& region, RectList& list) noexcept {
+    if (region.IsEmpty())
         return false;
-    const DWORD size = GetRegionData(region, 0, nullptr);
-    if (size < sizeof(RGNDATAHEADER))
+    // Built aside and spliced, so that running out of memory leaves the list as it was.
+    try {
+        RectList fresh;
+        for (const RECT& r : region.Rects())
+            fresh.push_front(r);
+        list.splice(list.begin(), fresh);
+    } catch (const std::bad_alloc&) {
         return false;
-    std::unique_ptr<BYTE[]> buffer(new (std::nothrow) BYTE[size]);
-    if (!buffer)
-        return false;
-    auto* data = reinterpret_cast<RGNDATA*>(buffer.get());
-    if (GetRegionData(region, size, data) && data->rdh.nCount > 0) {
-        const DWORD fit = (size - sizeof(RGNDATAHEADER)) / sizeof(RECT);
-        const DWORD count = data->rdh.nCount < fit ? data->rdh.nCount : fit;
-        const auto* rects = reinterpret_cast<const RECT*>(data->Buffer);
-        // Built aside and spliced, so that running out of memory leaves the list as it was.
-        try {
-            RectList fresh;
-            for (DWORD i = 0; i < count; ++i)
-                fresh.push_front(rects[i]);
-            list.splice(list.begin(), fresh);
-        } catch (const std::bad_alloc&) {
-            return false;
-        }
     }
-    return !list.empty();
+    return true;
 }
 
 bool UpdateRegion::GetRects(RectList& list) const noexcept {
-    return PrependRects(region_.get(), list);
+    return PrependRects(region_, list);
 }
 
 bool UpdateRegion::GetRectsIn(RectList& list, const RECT* clip) const noexcept {
     if (!clip)
         return false;
-    const RECT s = SnapToGrid(*clip);
-    UniqueRgn t(CreateRectRgnIndirect(&s));
-    if (region_ && t) {
-        const int kind = CombineRgn(t.get(), t.get(), region_.get(), RGN_AND);
-        if (kind == NULLREGION || kind == ERROR)
-            t.reset();
+    // The clip is taken as a rectangle region is made of it: snapped, then turned the right way
+    // round.
+    RECT s = SnapToGrid(*clip);
+    if (s.left > s.right)
+        std::swap(s.left, s.right);
+    if (s.top > s.bottom)
+        std::swap(s.top, s.bottom);
+    BandedRegion t;
+    if (region_.IsEmpty()) {
+        if (!t.Union(s))
+            return false;
+        // A clip of no area still makes a (empty) region: the list decides the answer.
+        if (t.IsEmpty())
+            return !list.empty();
+    } else if (!region_.Intersection(s, &t) || t.IsEmpty()) {
+        return false;
     }
-    return PrependRects(t.get(), list);
+    return PrependRects(t, list);
 }
 
 bool UpdateRegion::GetBoundingBox(RECT* box) const noexcept {
-    if (!region_ || !box)
+    if (region_.IsEmpty() || !box)
         return false;
-    const int kind = GetRgnBox(region_.get(), box);
-    return kind == SIMPLEREGION || kind == COMPLEXREGION;
+    *box = region_.Bounds();
+    return true;
 }
 
 }  // namespace vantrel

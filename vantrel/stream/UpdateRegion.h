@@ -1,14 +1,15 @@
-// Changed areas of a desktop, collected as one GDI region on the 8-pixel grid and handed back
-// as a list of rectangles. The encoder merges each screen update in one before grabbing; the
+// Changed areas of a desktop, collected as one region on the 8-pixel grid and handed back as a
+// list of rectangles. The encoder merges each screen update in one before grabbing; the
 // shared-memory server gathers what applied packets changed until its publishing thread takes
-// it. Not thread-safe: each owner uses it on one thread or under a lock of its own.
+// it. The region is a BandedRegion: the rectangles, their order and the bounding box are those a
+// GDI region of the same area gives. Not thread-safe: each owner uses it on one thread or under
+// a lock of its own.
 #pragma once
-
-#include <windows.h>
 
 #include <list>
 
-#include "wincom/UniqueHandle.h"
+#include "stream/BandedRegion.h"
+#include "wincom/WinTypes.h"
 
 namespace vantrel {
 
@@ -24,7 +25,7 @@ class UpdateRegion {
     virtual ~UpdateRegion() = default;
 
     // Adds r snapped outward to the grid (no clipping). A rectangle that snaps to nothing (empty
-    // or inverted) adds nothing; a failing region call leaves the previous area.
+    // or inverted) adds nothing; running out of memory leaves the previous area.
     void AddRect(const RECT* r) noexcept;
     void Empty() noexcept;
 
@@ -43,9 +44,9 @@ class UpdateRegion {
     static RECT SnapToGrid(const RECT& r) noexcept;
 
   private:
-    static bool PrependRects(HRGN region, RectList& list) noexcept;
+    static bool PrependRects(const BandedRegion& region, RectList& list) noexcept;
 
-    UniqueRgn region_;  // null: nothing collected, or the area became empty
+    BandedRegion region_;  // empty: nothing collected since construction or Empty
 };
 
 }  // namespace vantrel
