@@ -342,7 +342,8 @@ TEST(CursorRecordView, RefusesRecordsWhoseShapeCannotBeRead) {
         uint32_t size;
         CursorError expected;
     } cases[] = {
-        {"fixed part cut", Shape(2, 32, 32, 1, 4), 27, CursorError::TooShort},
+        {"position cut", Shape(2, 32, 32, 1, 4), 15, CursorError::TooShort},
+        {"shape header cut", Shape(3, 32, 32, 1, 4), 27, CursorError::BadShape},
         {"zero width", Shape(1, 0, 32, 1, 4), 400, CursorError::BadShape},
         {"zero height", Shape(1, 32, 0, 1, 4), 400, CursorError::BadShape},
         {"3 bpp", Shape(1, 32, 32, 3, 4), 400, CursorError::BadShape},
@@ -364,10 +365,14 @@ TEST(CursorRecordView, RefusesRecordsWhoseShapeCannotBeRead) {
         EXPECT_EQ(fixedPart ? 700 : 0, view.record.y) << c.what;
         EXPECT_FALSE(view.newShape) << c.what;
     }
-    // A position-only record needs no shape and ignores the shape fields.
+    // A position-only record needs no shape and ignores the shape fields; 16 bytes will do.
     const std::vector<BYTE> bytes = RecordBytes(Shape(2, 0, 0, 3, 0), 32);
     CursorRecordView view;
     EXPECT_EQ(CursorError::None, ParseCursorRecord(bytes.data(), 32, &view));
+    CursorRecordView shortView;
+    EXPECT_EQ(CursorError::None, ParseCursorRecord(bytes.data(), 16, &shortView));
+    EXPECT_TRUE(shortView.newPosition);
+    EXPECT_EQ(700, shortView.record.y);
     EXPECT_EQ(CursorError::TooShort, ParseCursorRecord(nullptr, 32, &view));
 }
 

@@ -1,6 +1,8 @@
 // Byte layout of the desktop stream packets (see Packet.h).
 #include "stream/Packet.h"
 
+#include <cstring>
+
 namespace vantrel::packet {
 
 namespace {
@@ -249,9 +251,15 @@ uint32_t WriteCursorHeader(void* packet, uint32_t time, uint32_t recordSize) noe
 }
 
 CursorError ParseCursorRecord(const void* record, uint32_t size, CursorRecordView* out) noexcept {
-    CursorRecord f;
-    if (!out || !ReadCursorRecord(record, size, &f))
+    // A record that carries no shape needs only flags, shape present and position; senders
+    // pad it to 32 bytes, but nothing behind the position is read, so a shorter one is taken
+    // with the shape header as zeros (a shape it then asks for fails its checks).
+    if (!out || !record || size < kCursorPositionRecordSize)
         return CursorError::TooShort;
+    BYTE fixed[kCursorMasksOffset] = {};
+    std::memcpy(fixed, record, size < kCursorMasksOffset ? size : kCursorMasksOffset);
+    CursorRecord f;
+    ReadCursorRecord(fixed, kCursorMasksOffset, &f);
     const bool newShape =
         (f.flags & (kCursorNewShape | kCursorShapeAlias)) != 0 && f.shapePresent != 0;
     CursorRecordView v;

@@ -172,9 +172,12 @@ const char* PayloadErrorName(PayloadError e) noexcept;
 // Returns the packet's length, 12 + recordSize.
 uint32_t WriteCursorHeader(void* packet, uint32_t time, uint32_t recordSize) noexcept;
 
+// Flags, shape present, x and y: the least a record can be.
+constexpr uint32_t kCursorPositionRecordSize = 16;
+
 enum class CursorError {
     None,
-    TooShort,       // not even the 28 bytes in front of the masks
+    TooShort,       // not even flags, shape present and position (16 bytes)
     BadShape,       // new shape of zero size, unknown depth, AND rows too short for the width,
                     // or XOR rows that do not end on a byte
     MasksDoNotFit,  // AND mask + XOR bits run past the record
@@ -196,7 +199,8 @@ struct CursorRecordView {
 };
 
 // BadShape and MasksDoNotFit still fill *out with the fixed part (flags, position; newShape
-// false); TooShort leaves it untouched.
+// false); TooShort leaves it untouched. A record shorter than the 28 bytes in front of the
+// masks reads as if zeros followed it.
 CursorError ParseCursorRecord(const void* record, uint32_t size, CursorRecordView* out) noexcept;
 const char* CursorErrorName(CursorError e) noexcept;
 
