@@ -7,6 +7,8 @@
 
 #include <process.h>
 
+#include <algorithm>
+
 namespace vantrel::test {
 namespace {
 
@@ -296,10 +298,18 @@ TEST_F(RenderTest, FullScreenDataRebuildsTheSamePictureInASecondRender) {
     EXPECT_EQ(768, nextRow);
     EXPECT_GE(packets, 2);  // 1.5 MB of rows do not fit one packet
     EXPECT_TRUE(CurrentImage(render_.Get()) == CurrentImage(second.Get()));
-    // After the last band S_FALSE stays until a new first call.
+    // After the last band S_FALSE stays until a new first call; the packet still names the
+    // desktop, its length and band stay as they were.
     size = 0xdeadbeef;
+    std::fill(buffer.begin(), buffer.begin() + 48, BYTE{0xAB});
     EXPECT_EQ(S_FALSE, frames->GetFullScreenData(buffer.data(), &size, FALSE));
     EXPECT_EQ(0xdeadbeefu, size);
+    EXPECT_EQ(packet::kFrameMagic, packet::LoadU32(&buffer[0]));
+    EXPECT_EQ(0xABABABABu, packet::LoadU32(&buffer[4]));
+    EXPECT_EQ(0u, packet::LoadU32(&buffer[8]));
+    EXPECT_EQ(768, packet::LoadI32(&buffer[24]));
+    EXPECT_EQ(16u, packet::LoadU32(&buffer[28]));
+    EXPECT_EQ(0xABABABABu, packet::LoadU32(&buffer[32]));
     // One row counter for every render of the process: the second goes on where the first was.
     EXPECT_EQ(S_OK, frames->GetFullScreenData(buffer.data(), &size, TRUE));
     ComPtr<IFrameBuffer> secondFrames;
