@@ -176,6 +176,18 @@ TEST_F(RenderTest, PictureLifeNotificationsAndReadBack) {
     EXPECT_EQ(std::vector<WPARAM>{RN_FORMATCHANGED}, Codes(picture));
     smaller.Send({0, 300, 800, 600});
     EXPECT_EQ(std::vector<WPARAM>{RN_FORMATCHANGED}, Codes(picture));
+    // New colour masks alone remake the picture without a word.
+    PacketSource k565(codec_.Get(), Bmi(800, 600, 16, BI_BITFIELDS, {0xF800, 0x07E0, 0x001F}), 9);
+    PacketSource k555(codec_.Get(), Bmi(800, 600, 16, BI_BITFIELDS, {0x7C00, 0x03E0, 0x001F}), 9);
+    k565.Register(transmitter_.Get());
+    k555.Register(transmitter_.Get());
+    ClearCodes();
+    k565.Send({0, 0, 800, 8});
+    k555.Send({0, 0, 800, 8});
+    EXPECT_EQ(std::vector<WPARAM>{RN_FORMATCHANGED}, Codes(picture));
+    EXPECT_EQ(0x7C00u, packet::LoadU32(&CurrentImage(render_.Get())[40]));
+    k565.Unregister(transmitter_.Get());
+    k555.Unregister(transmitter_.Get());
 
     // Run forgets the picture: overlapping bands complete it again by their union only.
     ClearCodes();

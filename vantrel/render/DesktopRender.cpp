@@ -121,8 +121,9 @@ void DesktopRender::ProcessPacket(const void* data, DWORD size) noexcept {
     SetEvent(packetDone_.get());
 }
 
-void DesktopRender::OnFormatChanged(bool wasComplete) noexcept {
-    if (wasComplete)
+// New masks alone remake the picture silently: the host's view of the desktop is unchanged.
+void DesktopRender::OnFormatChanged(bool wasComplete, bool masksOnly) noexcept {
+    if (wasComplete && !masksOnly)
         PostNotify(RN_FORMATCHANGED);
 }
 

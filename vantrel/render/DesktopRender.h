@@ -60,7 +60,7 @@ class DesktopRender final : public ComObjectRoot,
     void ForgetCompletion() noexcept override;
 
     // StreamDecoder::Owner
-    void OnFormatChanged(bool wasComplete) noexcept override;
+    void OnFormatChanged(bool wasComplete, bool masksOnly) noexcept override;
     void OnBandApplied(const RECT& band) noexcept override;
     void OnPictureComplete() noexcept override;
     bool AcceptCursorPosition(int x, int y) noexcept override;

@@ -67,6 +67,7 @@ StreamDecoder::Outcome StreamDecoder::DecodeFrame(const void* data, uint32_t cbD
     const LONGLONG start = Now();
     const auto* bmi = reinterpret_cast<const BITMAPINFO*>(payload.bitmapInfo);
     if (!FormatMatches(frame, payload)) {
+        const bool masksOnly = FormatMatches(frame, payload, false);
         received_.reset();
         desktop_ = frame.desktop;
         bitsPixel_ = frame.bitsPerPixel;
@@ -78,7 +79,7 @@ StreamDecoder::Outcome StreamDecoder::DecodeFrame(const void* data, uint32_t cbD
             bitsPixel_ = 0;
             return Outcome::RebuildFailed;
         }
-        owner_.OnFormatChanged(pictureComplete_);
+        owner_.OnFormatChanged(pictureComplete_, masksOnly);
     }
     // Every packet brings the sender's palette of its grab.
     image_.LoadBitmapInfo(bmi);
@@ -94,7 +95,8 @@ StreamDecoder::Outcome StreamDecoder::DecodeFrame(const void* data, uint32_t cbD
 }
 
 bool StreamDecoder::FormatMatches(const packet::FrameHeader& frame,
-                                  const packet::FramePayloadView& payload) const noexcept {
+                                  const packet::FramePayloadView& payload,
+                                  bool compareMasks) const noexcept {
     const BITMAPINFO* own = image_.GetBitmapInfo();
     if (!own || !EqualRect(&frame.desktop, &desktop_) || frame.bitsPerPixel != bitsPixel_)
         return false;
@@ -102,7 +104,7 @@ bool StreamDecoder::FormatMatches(const packet::FrameHeader& frame,
     if (h.biCompression != payload.header.biCompression || h.biWidth != payload.header.biWidth ||
         h.biHeight != payload.header.biHeight || h.biBitCount != payload.header.biBitCount)
         return false;
-    return h.biCompression != BI_BITFIELDS ||
+    return !compareMasks || h.biCompression != BI_BITFIELDS ||
            std::memcmp(Masks(own), payload.masks, sizeof payload.masks) == 0;
 }
 

@@ -34,8 +34,11 @@ class StreamDecoder {
             return image.CreateFromBitmapInfo(bmi) != FALSE;
         }
         // The image was rebuilt in a new format; wasComplete tells whether a picture had been
-        // complete before.
-        virtual void OnFormatChanged(bool wasComplete) noexcept { (void)wasComplete; }
+        // complete before, masksOnly whether only the BI_BITFIELDS masks differed.
+        virtual void OnFormatChanged(bool wasComplete, bool masksOnly) noexcept {
+            (void)wasComplete;
+            (void)masksOnly;
+        }
         // A band was applied (written, or outside the image and not written).
         virtual void OnBandApplied(const RECT& band) noexcept { (void)band; }
         // The applied bands cover the desktop for the first time since the last reset.
@@ -103,8 +106,9 @@ class StreamDecoder {
     Outcome DecodeCursor(const void* data, uint32_t cbData) noexcept;
     // Decompresses the body of an accepted packet into the buffer; the restored size, or 0.
     uint32_t Decompress(const void* data, uint32_t cbData, packet::Verdict verdict) noexcept;
-    bool FormatMatches(const packet::FrameHeader& frame,
-                       const packet::FramePayloadView& payload) const noexcept;
+    // With compareMasks false, the BI_BITFIELDS masks are left out of the comparison.
+    bool FormatMatches(const packet::FrameHeader& frame, const packet::FramePayloadView& payload,
+                       bool compareMasks = true) const noexcept;
     void CountReceived(const RECT& band) noexcept;
     void ReportCursorChange(const POINT* position) noexcept;
 
