@@ -125,11 +125,15 @@ std::string EventLoop::Run(DWORD tickMs, const std::function<void()>& tick) {
             return "stop event";
         if (console_ && woke == WAIT_OBJECT_0 + consoleIndex)
             ReadConsoleKeys();
-        MSG msg;
-        while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) {
-            TranslateMessage(&msg);
-            DispatchMessageA(&msg);
-        }
+        DispatchPending();
+    }
+}
+
+void DispatchPending() noexcept {
+    MSG msg;
+    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) {
+        TranslateMessage(&msg);
+        DispatchMessageA(&msg);
     }
 }
 

@@ -19,6 +19,9 @@ namespace vantrel::host {
 // Prints a line to the standard output at once (scripts and tests read it while we run).
 void Say(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
 
+// Dispatches every message waiting for this thread's windows.
+void DispatchPending() noexcept;
+
 class EventLoop {
   public:
     EventLoop() noexcept;

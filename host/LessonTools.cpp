@@ -190,9 +190,7 @@ Outcome Snapshot(int argc, char** argv) {
         }
         const HANDLE passed = gate->Passed();
         MsgWaitForMultipleObjects(1, &passed, FALSE, 20, QS_ALLINPUT);
-        MSG msg;
-        while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
-            DispatchMessageA(&msg);
+        DispatchPending();
     }
     reader->Stop();
     if (gate)

@@ -241,6 +241,10 @@ TEST_F(CaptureTest, LogoIsStampedBottomLeftFromTheNextRun) {
         EXPECT_EQ(To555(kColour), sink_->PixelAt(p.x, p.y)) << p.x << "," << p.y;
     const RECT beside{kW, screen.bottom - kH - 1, kW + 1, screen.bottom - kH};
     EXPECT_EQ(To555(GrabScreen32(beside)[0]), sink_->PixelAt(kW, screen.bottom - kH - 1));
+    // No logo at all stops the stamping at once.
+    ASSERT_EQ(S_OK, capture_->SetRecordLogo(nullptr));
+    ASSERT_TRUE(corner.Repaint(7));
+    EXPECT_TRUE(Converges()) << "the logo stayed";
 
     // The capture's image keeps the bitmap selected until it is gone.
     ASSERT_EQ(S_OK, capture_->Stop());

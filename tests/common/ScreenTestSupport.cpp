@@ -211,15 +211,14 @@ std::vector<BYTE> PacketSource::Rows(const RECT* r) {
 }
 
 void ScreenTest::SetUp() {
-    ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)));
+    ComTest::SetUp();
     PixmendInit();
-    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_ScreenCodec, nullptr, CLSCTX_INPROC_SERVER,
-                                     IID_IScreenCodec, codec_.PutVoid()));
+    ASSERT_TRUE(codec_ = Create<IScreenCodec>(CLSID_ScreenCodec));
 }
 
 void ScreenTest::TearDown() {
     codec_.Reset();
-    CoUninitialize();
+    ComTest::TearDown();
 }
 
 std::vector<BYTE> ScreenTest::Body(const std::vector<BYTE>& packet, uint32_t header) {
@@ -235,8 +234,7 @@ std::vector<BYTE> ScreenTest::Body(const std::vector<BYTE>& packet, uint32_t hea
 void CaptureTest::SetUp() {
     ScreenTest::SetUp();
     sink_ = std::make_unique<DecodingSink>(codec_.Get());
-    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopCapture, nullptr, CLSCTX_INPROC_SERVER,
-                                     IID_IDesktopCapture, capture_.PutVoid()));
+    ASSERT_TRUE(capture_ = Create<IDesktopCapture>(CLSID_DesktopCapture));
     SetCursorPos(1010, 750);  // out of the way of the windows drawn here
 }
 

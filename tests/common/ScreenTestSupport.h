@@ -17,6 +17,7 @@
 
 #include "ScreenCodec.h"
 #include "Vantrel.h"
+#include "common/ComTest.h"
 #include "common/DeskPrefOverride.h"
 #include "common/FakeSink.h"
 #include "common/Screen.h"
@@ -178,7 +179,7 @@ class PacketSource {
 };
 
 // COM, Pixmend and one codec for the whole test.
-class ScreenTest : public ::testing::Test {
+class ScreenTest : public ComTest {
   protected:
     void SetUp() override;
     void TearDown() override;

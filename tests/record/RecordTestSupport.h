@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "Vantrel.h"
+#include "common/ComTest.h"
 #include "common/FakeSink.h"
 #include "common/Screen.h"
 #include "lesson/LessonFormat.h"
@@ -180,24 +181,14 @@ inline std::vector<DWORD> Ticks(const FakeSink& sink) {
     return out;
 }
 
-class RecordTest : public ::testing::Test {
+class RecordTest : public ComTest {
   protected:
-    void SetUp() override {
-        ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)));
-    }
-    void TearDown() override { CoUninitialize(); }
-
-    template <typename T>
-    static ComPtr<T> Make(REFCLSID clsid) {
-        ComPtr<T> object;
-        EXPECT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, __uuidof(T),
-                                         object.PutVoid()));
-        return object;
-    }
     static ComPtr<IDesktopRecorder> NewRecorder() {
-        return Make<IDesktopRecorder>(CLSID_DesktopRecorder);
+        return Create<IDesktopRecorder>(CLSID_DesktopRecorder);
     }
-    static ComPtr<IDesktopReader> NewReader() { return Make<IDesktopReader>(CLSID_DesktopReader); }
+    static ComPtr<IDesktopReader> NewReader() {
+        return Create<IDesktopReader>(CLSID_DesktopReader);
+    }
     static ComPtr<IDataTransmitter> SinkOf(const ComPtr<IDesktopRecorder>& r) {
         ComPtr<IDataTransmitter> sink;
         EXPECT_EQ(S_OK, r.As(&sink));

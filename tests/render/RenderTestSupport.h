@@ -73,8 +73,7 @@ class RenderTest : public ScreenTest {
   protected:
     void SetUp() override {
         ScreenTest::SetUp();
-        render_ = MakeRender();
-        ASSERT_TRUE(render_);
+        ASSERT_TRUE(render_ = MakeRender());
         ASSERT_EQ(S_OK, render_.As(&transmitter_));
         ASSERT_EQ(S_OK, render_->SetNotifyWindow(host_.Handle(), kNotifyMessage, kNotifyParam));
     }
@@ -85,24 +84,12 @@ class RenderTest : public ScreenTest {
         ScreenTest::TearDown();
     }
     static ComPtr<IDesktopRender> MakeRender() {
-        ComPtr<IDesktopRender> r;
-        EXPECT_EQ(S_OK, CoCreateInstance(CLSID_DesktopRender, nullptr, CLSCTX_INPROC_SERVER,
-                                         IID_IDesktopRender, r.PutVoid()));
-        return r;
+        return Create<IDesktopRender>(CLSID_DesktopRender);
     }
     HWND RenderWindow() {
         HWND h = nullptr;
         EXPECT_EQ(S_OK, render_->GetWindowHandle(&h));
         return h;
-    }
-    // The whole picture as GetCurrectImage gives it (BITMAPINFO and rows); empty on E_FAIL.
-    static std::vector<BYTE> Picture(IDesktopRender* render) {
-        unsigned long size = 0;
-        if (render->GetCurrectImage(&size, nullptr) != S_OK)
-            return {};
-        std::vector<BYTE> out(size);
-        EXPECT_EQ(S_OK, render->GetCurrectImage(&size, out.data()));
-        return out;
     }
     // Posted notifications arrive once this thread pumps.
     std::vector<WPARAM> Codes(std::vector<WPARAM> only = {}) {

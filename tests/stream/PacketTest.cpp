@@ -72,42 +72,32 @@ TEST(PacketLayout, CursorHeaderAndTimeRewrite) {
     EXPECT_EQ(0x01020304u, head.time);
 }
 
-struct AcceptanceCase {
-    const char* name;
-    uint32_t cbData, lengthField, magic;
-    Verdict expected;
-};
-class Acceptance : public testing::TestWithParam<AcceptanceCase> {};
-
-TEST_P(Acceptance, ClassifiesOrRefuses) {
-    const AcceptanceCase& c = GetParam();
-    const std::vector<BYTE> packet = FramePacket(c.cbData, c.lengthField, c.magic);
-    const BYTE* data = packet.empty() ? reinterpret_cast<const BYTE*>("") : packet.data();
-    const Verdict v = Classify(data, c.cbData);
-    EXPECT_EQ(c.expected, v) << VerdictName(v);
-    EXPECT_EQ(IsAccepted(c.expected), BodyOf(data, c.cbData, v).data != nullptr);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Rules, Acceptance,
-    testing::Values(
-        AcceptanceCase{"frame", 148, 148, kFrameMagic, Verdict::Frame},
-        AcceptanceCase{"length_plus_one", 148, 149, kFrameMagic, Verdict::LengthMismatch},
-        AcceptanceCase{"length_minus_one", 148, 147, kFrameMagic, Verdict::LengthMismatch},
-        AcceptanceCase{"unknown_magic", 148, 148, 0x46524D49, Verdict::UnknownMagic},
-        AcceptanceCase{"magic_in_big_endian", 148, 148, 0x484D5246, Verdict::UnknownMagic},
-        AcceptanceCase{"frame_header_only", 48, 48, kFrameMagic, Verdict::Frame},
-        AcceptanceCase{"frame_shorter_than_header", 47, 47, kFrameMagic, Verdict::TooShort},
-        AcceptanceCase{"cursor_head_only", 12, 12, kCursorMagic, Verdict::Cursor},
-        AcceptanceCase{"shorter_than_head", 11, 11, kFrameMagic, Verdict::TooShort},
-        AcceptanceCase{"empty", 0, 0, kFrameMagic, Verdict::TooShort},
-        AcceptanceCase{"largest", kBufferSize, kBufferSize, kFrameMagic, Verdict::Frame},
-        AcceptanceCase{"oversize", kBufferSize + 1, kBufferSize + 1, kFrameMagic, Verdict::TooLong},
-        AcceptanceCase{"oversize_cursor", kBufferSize + 1, kBufferSize + 1, kCursorMagic,
-                       Verdict::TooLong}),
-    [](const testing::TestParamInfo<AcceptanceCase>& info) { return info.param.name; });
-
-TEST(PacketAcceptance, NullDataAndHeadersOfRefusedPackets) {
+TEST(PacketAcceptance, ClassifiesOrRefusesAndRefusedHeadersAreNotRead) {
+    const struct {
+        uint32_t cbData, lengthField, magic;
+        Verdict expected;
+    } cases[] = {
+        {148, 148, kFrameMagic, Verdict::Frame},
+        {148, 149, kFrameMagic, Verdict::LengthMismatch},
+        {148, 147, kFrameMagic, Verdict::LengthMismatch},
+        {148, 148, 0x46524D49, Verdict::UnknownMagic},
+        {148, 148, 0x484D5246, Verdict::UnknownMagic},  // the magic in big-endian order
+        {48, 48, kFrameMagic, Verdict::Frame},          // the frame header alone
+        {47, 47, kFrameMagic, Verdict::TooShort},
+        {12, 12, kCursorMagic, Verdict::Cursor},
+        {11, 11, kFrameMagic, Verdict::TooShort},
+        {0, 0, kFrameMagic, Verdict::TooShort},
+        {kBufferSize, kBufferSize, kFrameMagic, Verdict::Frame},
+        {kBufferSize + 1, kBufferSize + 1, kFrameMagic, Verdict::TooLong},
+        {kBufferSize + 1, kBufferSize + 1, kCursorMagic, Verdict::TooLong},
+    };
+    for (const auto& c : cases) {
+        const std::vector<BYTE> packet = FramePacket(c.cbData, c.lengthField, c.magic);
+        const BYTE* data = packet.empty() ? reinterpret_cast<const BYTE*>("") : packet.data();
+        const Verdict v = Classify(data, c.cbData);
+        EXPECT_EQ(c.expected, v) << c.cbData << " " << c.lengthField << " " << VerdictName(v);
+        EXPECT_EQ(IsAccepted(c.expected), BodyOf(data, c.cbData, v).data != nullptr) << c.cbData;
+    }
     EXPECT_EQ(Verdict::NoData, Classify(nullptr, 148));
     EXPECT_EQ(nullptr, BodyOf(nullptr, 148, Verdict::Frame).data);
     FrameHeader untouched;
@@ -134,48 +124,45 @@ std::vector<BYTE> Payload(uint16_t bpp, DWORD compression, const RECT& band, int
     return p;
 }
 
-struct LayoutCase {
-    uint16_t bpp;
-    DWORD compression;
-    RECT band;
-    uint32_t bitmapInfoSize, rowBytes;
-};
-class PayloadLayout : public testing::TestWithParam<LayoutCase> {};
-
-TEST_P(PayloadLayout, ViewFindsColourPartAndRows) {
-    const LayoutCase& c = GetParam();
-    EXPECT_EQ(c.bitmapInfoSize, BitmapInfoSize(c.bpp, c.compression));
-    EXPECT_EQ(c.rowBytes, RowBytes(c.band, c.bpp));
-    const FrameHeader frame = Frame1024x768(c.band, c.bpp);
-    const std::vector<BYTE> exact = Payload(c.bpp, c.compression, c.band);
-    FramePayloadView view;
-    ASSERT_EQ(PayloadError::None, ParseFramePayload(exact.data(), exact.size(), frame, &view));
-    EXPECT_EQ(exact.data(), view.bitmapInfo);
-    EXPECT_EQ(c.bitmapInfoSize, view.bitmapInfoSize);
-    EXPECT_EQ(exact.data() + c.bitmapInfoSize, view.rows);
-    EXPECT_EQ(c.rowBytes, view.rowBytes);
-    EXPECT_EQ(static_cast<uint32_t>(c.band.bottom - c.band.top), view.rowCount);
-    EXPECT_EQ(c.bpp, view.header.biBitCount);
-    const bool fields = c.compression == BI_BITFIELDS;
-    EXPECT_EQ((std::vector<DWORD>{fields ? 0xF800u : 0, fields ? 0x07E0u : 0, fields ? 0x1Fu : 0}),
-              (std::vector<DWORD>(view.masks, view.masks + 3)));
-
-    const std::vector<BYTE> shortBy1 = Payload(c.bpp, c.compression, c.band, -1);
-    EXPECT_EQ(PayloadError::RowsDoNotFit,
-              ParseFramePayload(shortBy1.data(), shortBy1.size(), frame, &view));
-}
-
 // The last band lies partly outside the desktop: decoders drop such a band after the view, so the
 // view itself must not refuse it.
-INSTANTIATE_TEST_SUITE_P(Depths, PayloadLayout,
-                         testing::Values(LayoutCase{1, BI_RGB, {0, 0, 8, 8}, 48, 1},
-                                         LayoutCase{4, BI_RGB, {0, 0, 24, 8}, 104, 12},
-                                         LayoutCase{8, BI_RGB, {8, 8, 24, 24}, 1064, 16},
-                                         LayoutCase{16, BI_RGB, {0, 0, 16, 16}, 40, 32},
-                                         LayoutCase{
-                                             16, BI_BITFIELDS, {0, 760, 1024, 768}, 52, 2048},
-                                         LayoutCase{32, BI_RGB, {0, 0, 8, 1}, 40, 32},
-                                         LayoutCase{16, BI_RGB, {1020, 760, 1036, 776}, 40, 32}));
+TEST(PayloadView, FindsColourPartAndRowsAtEveryDepth) {
+    const struct {
+        uint16_t bpp;
+        DWORD compression;
+        RECT band;
+        uint32_t bitmapInfoSize, rowBytes;
+    } cases[] = {
+        {1, BI_RGB, {0, 0, 8, 8}, 48, 1},
+        {4, BI_RGB, {0, 0, 24, 8}, 104, 12},
+        {8, BI_RGB, {8, 8, 24, 24}, 1064, 16},
+        {16, BI_RGB, {0, 0, 16, 16}, 40, 32},
+        {16, BI_BITFIELDS, {0, 760, 1024, 768}, 52, 2048},
+        {32, BI_RGB, {0, 0, 8, 1}, 40, 32},
+        {16, BI_RGB, {1020, 760, 1036, 776}, 40, 32},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.bpp << " bpp, compression " << c.compression);
+        EXPECT_EQ(c.bitmapInfoSize, BitmapInfoSize(c.bpp, c.compression));
+        EXPECT_EQ(c.rowBytes, RowBytes(c.band, c.bpp));
+        const FrameHeader frame = Frame1024x768(c.band, c.bpp);
+        const std::vector<BYTE> exact = Payload(c.bpp, c.compression, c.band);
+        FramePayloadView view;
+        ASSERT_EQ(PayloadError::None, ParseFramePayload(exact.data(), exact.size(), frame, &view));
+        EXPECT_EQ(exact.data(), view.bitmapInfo);
+        EXPECT_EQ(c.bitmapInfoSize, view.bitmapInfoSize);
+        EXPECT_EQ(exact.data() + c.bitmapInfoSize, view.rows);
+        EXPECT_EQ(c.rowBytes, view.rowBytes);
+        EXPECT_EQ(static_cast<uint32_t>(c.band.bottom - c.band.top), view.rowCount);
+        EXPECT_EQ(c.bpp, view.header.biBitCount);
+        const DWORD fields = c.compression == BI_BITFIELDS;
+        EXPECT_EQ((std::vector<DWORD>{fields * 0xF800, fields * 0x07E0, fields * 0x1F}),
+                  (std::vector<DWORD>(view.masks, view.masks + 3)));
+        const std::vector<BYTE> shortBy1 = Payload(c.bpp, c.compression, c.band, -1);
+        EXPECT_EQ(PayloadError::RowsDoNotFit,
+                  ParseFramePayload(shortBy1.data(), shortBy1.size(), frame, &view));
+    }
+}
 
 TEST(PayloadView, RefusesBrokenHeadersAndLeavesTheViewAlone) {
     const RECT band{0, 0, 16, 16};
@@ -255,7 +242,7 @@ std::vector<BYTE> RecordBytes(const CursorRecord& r, uint32_t size) {
     return bytes;
 }
 
-TEST(CursorRecordLayout, FieldOffsets) {
+TEST(CursorRecordLayout, FieldOffsetsSenderFlagsAndLengths) {
     const std::vector<BYTE> bytes = RecordBytes(Shape(3, 32, 32, 32, 4), 28);
     const std::vector<BYTE> expected = {3, 0, 0, 0, 1, 0, 0,  0, 0xFB, 0xFF, 0xFF, 0xFF, 0xBC, 2,
                                         0, 0, 3, 0, 4, 0, 32, 0, 32,   0,    4,    0,    1,    32};
@@ -264,9 +251,7 @@ TEST(CursorRecordLayout, FieldOffsets) {
     ASSERT_TRUE(ReadCursorRecord(bytes.data(), 28, &read));
     EXPECT_EQ(bytes, RecordBytes(read, 28));  // the reader gives back every field
     EXPECT_FALSE(ReadCursorRecord(bytes.data(), 27, &read));
-}
 
-TEST(CursorRecordLayout, SenderFlagsAndLengths) {
     EXPECT_EQ(2u, SenderCursorFlags(6));
     EXPECT_EQ(0u, SenderCursorFlags(4));
     EXPECT_EQ(3u, SenderCursorFlags(7));
@@ -288,7 +273,7 @@ TEST(CursorRecordLayout, SenderFlagsAndLengths) {
             << c.record.width << "x" << c.record.height << "x" << int(c.record.bitsPerPixel);
 }
 
-TEST(CursorRecordView, MasksWhereTheSenderLaysThemOut) {
+TEST(CursorRecordView, WhatEachFlagAsksForAndWhereTheSenderLaysTheMasks) {
     // Width 24: AND rows padded to 4 bytes; the XOR bits start 4 x height bytes in, not 3 x.
     const struct {
         CursorRecord record;
@@ -312,26 +297,23 @@ TEST(CursorRecordView, MasksWhereTheSenderLaysThemOut) {
     CursorRecordView view;
     EXPECT_EQ(CursorError::None, ParseCursorRecord(bytes.data(), 4252, &view));
     EXPECT_EQ(CursorError::MasksDoNotFit, ParseCursorRecord(bytes.data(), 4251, &view));
-}
 
-TEST(CursorRecordView, WhatEachFlagAsksFor) {
     const struct {
         uint32_t flags, shapePresent;
         bool newShape, newPosition;
-    } cases[] = {
+    } flags[] = {
         {2, 1, false, true},  {1, 1, true, false}, {4, 1, true, false},
         {1, 0, false, false}, {3, 1, true, true},  {0x100, 1, false, false},
     };
-    for (const auto& c : cases) {
-        CursorRecord r = Shape(c.flags, 32, 32, 1, 4);
-        r.shapePresent = c.shapePresent;
-        const std::vector<BYTE> bytes = RecordBytes(r, 32 + 256);
-        CursorRecordView view;
-        ASSERT_EQ(CursorError::None, ParseCursorRecord(bytes.data(), bytes.size(), &view))
-            << c.flags;
-        EXPECT_EQ(c.newShape, view.newShape) << c.flags;
-        EXPECT_EQ(c.newPosition, view.newPosition) << c.flags;
-        EXPECT_EQ(c.newShape, view.shape != nullptr) << c.flags;
+    for (const auto& f : flags) {
+        CursorRecord r = Shape(f.flags, 32, 32, 1, 4);
+        r.shapePresent = f.shapePresent;
+        const std::vector<BYTE> record = RecordBytes(r, 32 + 256);
+        ASSERT_EQ(CursorError::None, ParseCursorRecord(record.data(), record.size(), &view))
+            << f.flags;
+        EXPECT_EQ(f.newShape, view.newShape) << f.flags;
+        EXPECT_EQ(f.newPosition, view.newPosition) << f.flags;
+        EXPECT_EQ(f.newShape, view.shape != nullptr) << f.flags;
     }
 }
 

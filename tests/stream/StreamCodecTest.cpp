@@ -1,7 +1,7 @@
 // The encoder and the decoder on images built from a BITMAPINFO, with the real ScreenCodec and
 // no screen: the round trip through a sink table, merging and order, band cuts, header fix-up,
-// colour tables, rebuilds, completion, damaged packets, cursor packets and the frame-buffer
-// export.
+// colour tables, rebuilds, completion, damaged packets and cursor packets. (The frame-buffer
+// export: the render's GetFullScreenData.)
 #include "common/ScreenTestSupport.h"
 
 using namespace vantrel;
@@ -308,28 +308,6 @@ TEST_F(ScreenTest, CursorRecordsTravelAndApplyShapeThenPosition) {
     EXPECT_EQ(Outcome::Cursor, r.Take(packets[1]));  // position only: shape kept
     EXPECT_EQ(0x7C00, Pixel555(r.image, 331, 231));
     EXPECT_EQ(0x0210, Pixel555(r.image, 131, 131));
-}
-
-TEST_F(ScreenTest, FrameBufferExportRebuildsTheSamePicture) {
-    PacketSource s(codec_.Get(), Bmi(1024, 768, 16), 11);
-    RECT all{0, 0, 1024, 768};
-    s.encoder.SendRegion(&all);
-    DecodingSink first(codec_.Get()), second(codec_.Get());
-    for (const auto& p : s.recorder.Packets())
-        ASSERT_EQ(Outcome::Frame, first.Take(p));
-    std::vector<BYTE> staging(packet::kBufferSize), out(packet::kBufferSize);
-    uint32_t counter = 0, length = 0;
-    int bands = 0;
-    while ((length = StreamEncoder::ExportBand(first.image, codec_.Get(), 16, staging.data(),
-                                               out.data(), &counter)) != 0) {
-        EXPECT_EQ(0u, packet::ReadHead(out.data()).time);
-        ASSERT_EQ(Outcome::Frame, second.Take(out.data(), length));
-        ++bands;
-    }
-    EXPECT_EQ(2, bands);
-    EXPECT_EQ(768u, counter);
-    EXPECT_TRUE(second.decoder.IsPictureComplete());
-    EXPECT_EQ(Snapshot(s.image), Snapshot(second.image));
 }
 
 TEST_F(ScreenTest, DesktopsBeyondTheLimitsAreRefusedBeforeAnImageIsMade) {

@@ -158,7 +158,13 @@ HRESULT DesktopRender::GetFullScreenData(void* lpvData, unsigned long* pcbData,
     if (bFirst)
         g_fullScreenRow = 0;
     uint32_t row = g_fullScreenRow;
-    RETURN_HR_IF(S_FALSE, row >= static_cast<uint32_t>(picture.bottom - picture.top));
+    if (row >= static_cast<uint32_t>(picture.bottom - picture.top)) {
+        packet::FrameHeader header;
+        header.desktop = picture;
+        header.bitsPerPixel = decoder_.GetBitsPixel();
+        packet::WriteFrameDesktop(lpvData, header);
+        return S_FALSE;  // *pcbData and the length field stay as they were
+    }
     const uint32_t length =
         StreamEncoder::ExportBand(image_, codec_.Get(), decoder_.GetBitsPixel(), decoder_.Buffer(),
                                   static_cast<BYTE*>(lpvData), &row);

@@ -124,6 +124,14 @@ uint32_t WriteFrameHeader(void* packet, const FrameHeader& header, uint32_t payl
     return length;
 }
 
+void WriteFrameDesktop(void* packet, const FrameHeader& header) noexcept {
+    BYTE* p = Bytes(packet);
+    StoreU32(p + kMagicOffset, kFrameMagic);
+    StoreU32(p + kTimeOffset, header.time);
+    StoreRect(p + kDesktopRectOffset, header.desktop);
+    StoreU32(p + kBitsPerPixelOffset, header.bitsPerPixel);
+}
+
 bool ReadFrameHeader(const void* packet, uint32_t cbData, FrameHeader* out) noexcept {
     if (!packet || !out || cbData < kFrameHeaderSize)
         return false;

@@ -118,6 +118,10 @@ struct FrameHeader {
 // packet + kFrameHeaderSize, or put there later) is payloadSize bytes. Returns the packet's
 // length, 48 + payloadSize.
 uint32_t WriteFrameHeader(void* packet, const FrameHeader& header, uint32_t payloadSize) noexcept;
+// Writes what a frame packet says of its desktop (magic, time, desktop rectangle, depth) and
+// leaves the length and band alone: the frame-buffer export writes this even when it has no band
+// left to give.
+void WriteFrameDesktop(void* packet, const FrameHeader& header) noexcept;
 // False when packet is null, shorter than 48 bytes or not "HMRF"; *out is then untouched.
 bool ReadFrameHeader(const void* packet, uint32_t cbData, FrameHeader* out) noexcept;
 // Whether a decoder builds an image for this desktop rectangle and depth: origin 0, 0, sides of
