@@ -1,7 +1,8 @@
 // ScreenCodec's blocks: the header parser and the decoder (stored, deflate of format 1, zstd,
 // the delta filter and the palette) on any bytes, and the compressor on the same bytes as a
 // payload. The fuzzer's bytes are decoded as they are and once more with the header's check
-// value put right, so that mutations reach the decoder behind it. Differential: what decodes
+// value (and, in the current format, the body's) put right, so that mutations reach the
+// decoder behind them. Differential: what decodes
 // must compress and restore to the same bytes, and compressing any bytes must restore them.
 #include <algorithm>
 #include <cstdint>
@@ -10,6 +11,9 @@
 #include <vector>
 
 #include <zlib.h>
+
+#define XXH_STATIC_LINKING_ONLY
+#include <common/xxhash.h>
 
 #include "BlockCodec.h"
 #include "FuzzSupport.h"
@@ -81,12 +85,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size > kCapacity)
         return 0;
     if (!Decode(data, size) && size >= BlockHeader::kFixedSize) {
-        // Put the header's check value right for the chunk map the header implies (the parser
-        // leaves that length behind even when it refuses the check).
+        // Put the check values right for the chunk map the header implies (the parser leaves
+        // that length behind even when it refuses the check): the body's, in the current
+        // format, then the header's, which covers it.
         BlockHeader header;
         header.Read(data, size);
         if (BlockHeader::kFixedSize + uint64_t{header.mapLength} <= size) {
             std::vector<uint8_t> fixed(data, data + size);
+            if (fixed[4] == BlockHeader::kVersion) {
+                const size_t body = BlockHeader::kFixedSize + header.mapLength;
+                const uint32_t value = XXH32(fixed.data() + body, size - body, 0);
+                std::memcpy(fixed.data() + 20, &value, 4);
+            }
             uLong crc = crc32(0, fixed.data(), 24);
             crc = crc32(crc, fixed.data() + BlockHeader::kFixedSize, header.mapLength);
             const uint32_t check = static_cast<uint32_t>(crc);

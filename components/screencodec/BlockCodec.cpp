@@ -174,8 +174,6 @@ HRESULT BlockCodec::Compress(const std::uint8_t* src, std::size_t cb, std::uint8
         }
     }
 
-    header.dataCrc = CheckValue(header.version, input, inputLength);
-
     // zstd only pays when its block is smaller than the stored one; when even the stored block
     // does not fit, zstd only has to fit.
     const std::uint64_t stored = MaxBlockSize(cb);
@@ -205,6 +203,7 @@ HRESULT BlockCodec::Compress(const std::uint8_t* src, std::size_t cb, std::uint8
         if (fits) {
             header.method = BlockHeader::kZstd;
             header.bodyLength = static_cast<std::uint32_t>(body);
+            header.dataCrc = CheckValue(header.version, dst + fixed, body);
             if (header.IsPalette())
                 std::memcpy(dst + BlockHeader::kFixedSize, &header.transformedLength, 4);
             else if (header.mapLength)
@@ -217,8 +216,7 @@ HRESULT BlockCodec::Compress(const std::uint8_t* src, std::size_t cb, std::uint8
     if (stored > capacity)
         return kTooSmall;
     header.method = BlockHeader::kStored;
-    if (input != src)
-        header.dataCrc = CheckValue(header.version, src, cb);
+    header.dataCrc = CheckValue(header.version, src, cb);
     header.filter = PixelFilter::kNone;
     header.filterOffset = 0;
     header.mapLength = 0;
@@ -250,6 +248,9 @@ HRESULT BlockCodec::Inflate(const BlockHeader& header, const std::uint8_t* body,
 HRESULT BlockCodec::Restore(const BlockHeader& header, const std::uint8_t* block,
                             std::uint8_t* dst) noexcept {
     const std::uint8_t* body = block + header.Size();
+    if (header.ChecksBody() &&
+        CheckValue(header.version, body, header.bodyLength) != header.dataCrc)
+        return kBadCheck;
     if (header.method == BlockHeader::kStored) {
         if (header.originalLength)
             std::memmove(dst, body, header.originalLength);
@@ -280,7 +281,7 @@ HRESULT BlockCodec::Restore(const BlockHeader& header, const std::uint8_t* block
         if (header.filter != PixelFilter::kNone && !header.IsPalette())
             header.Filter().Unfilter(dst, header.originalLength, block + BlockHeader::kFixedSize);
     }
-    if (header.ChecksRestored())
+    if (!header.ChecksOriginal())
         return S_OK;
     return CheckValue(header.version, dst, header.originalLength) == header.dataCrc ? S_OK
                                                                                     : kBadCheck;

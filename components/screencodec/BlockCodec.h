@@ -47,7 +47,8 @@ class BlockCodec {
                      ULONG mode) noexcept;
     // Restores a block into at most *cbDest bytes; *cbDest becomes the original length, or 0
     // on failure (ERROR_INVALID_DATA for a damaged or foreign block, ERROR_CRC when the
-    // restored bytes do not match, ERROR_INSUFFICIENT_BUFFER when they would not fit).
+    // block's check value does not match, ERROR_INSUFFICIENT_BUFFER when the bytes would not
+    // fit).
     HRESULT Decompress(const std::uint8_t* src, std::size_t cb, std::uint8_t* dst,
                        ULONG* cbDest) noexcept;
     // Decompress into a buffer of its own: S_OK when the block is whole and its check matches.

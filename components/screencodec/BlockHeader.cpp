@@ -66,9 +66,7 @@ HRESULT BlockHeader::Read(const std::uint8_t* block, std::size_t cb) noexcept {
     filterOffset = GetU32(block + 16);
     dataCrc = GetU32(block + 20);
     const std::uint8_t packed = version == kVersionDeflate ? kDeflate : kZstd;
-    if ((version != kVersionDeflate && version != kVersionZstdChecksOriginal &&
-         version != kVersion) ||
-        (method != kStored && method != packed))
+    if (version < kVersionDeflate || version > kVersion || (method != kStored && method != packed))
         return kInvalid;
     if (mode != 1 && mode != 2)
         return kInvalid;
