@@ -17,7 +17,7 @@ namespace screencodec {
 
 class ScreenCodec final : public IScreenCodec, public vantrel::ComObjectRoot {
   public:
-    static constexpr ULONG kVersion = 0x00010000;  // 1.0: block format version 1
+    static constexpr ULONG kVersion = 0x00010000;  // 1.0, the interface; blocks name their format
 
     explicit ScreenCodec(IUnknown* outer) noexcept : ComObjectRoot(outer) {}
 
