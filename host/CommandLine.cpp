@@ -11,13 +11,13 @@ namespace vantrel::host {
 
 const char kDefaultInterface[] = "127.0.0.1";
 
-const std::vector<OptionSpec> kRunOptionTable = {
+const std::vector<OptionRule> kRunOptionTable = {
     {"--seconds", "N"}, {"--stop-event", "NAME"}, {"--report", "BASE"}};
 
-const std::vector<OptionSpec> kViewOptionTable = {
+const std::vector<OptionRule> kViewOptionTable = {
     {"--window", "X,Y,W,H"}, {"--view", "follow|scroll|fit"}, {"--source", "X,Y,W,H"}};
 
-bool Args::Parse(int argc, char** argv, int first, const std::vector<OptionSpec>& table,
+bool Args::Parse(int argc, char** argv, int first, const std::vector<OptionRule>& table,
                  size_t minPositional, size_t maxPositional, std::string* error) {
     for (int i = first; i < argc; ++i) {
         const std::string word = argv[i];
@@ -25,25 +25,25 @@ bool Args::Parse(int argc, char** argv, int first, const std::vector<OptionSpec>
             positional_.push_back(word);
             continue;
         }
-        const OptionSpec* spec = nullptr;
-        for (const OptionSpec& s : table)
+        const OptionRule* rule = nullptr;
+        for (const OptionRule& s : table)
             if (word == s.name) {
-                spec = &s;
+                rule = &s;
                 break;
             }
-        if (!spec) {
+        if (!rule) {
             *error = "unknown option " + word;
             return false;
         }
-        if (Has(spec->name)) {
+        if (Has(rule->name)) {
             *error = word + " is given twice";
             return false;
         }
-        if (spec->value && i + 1 >= argc) {
-            *error = word + " needs a value (" + spec->value + ")";
+        if (rule->value && i + 1 >= argc) {
+            *error = word + " needs a value (" + rule->value + ")";
             return false;
         }
-        options_.emplace_back(word, spec->value ? argv[++i] : "");
+        options_.emplace_back(word, rule->value ? argv[++i] : "");
     }
     if (positional_.size() < minPositional) {
         *error = "too few arguments";

@@ -11,7 +11,7 @@
 
 namespace vantrel::host {
 
-struct OptionSpec {
+struct OptionRule {
     const char* name;   // "--record"
     const char* value;  // shown in usage ("FILE"); nullptr for a flag
 };
@@ -20,7 +20,7 @@ class Args {
   public:
     // argv[first..argc): the options of tables (the first match wins), the rest positional;
     // between minPositional and maxPositional of those. False with *error set otherwise.
-    bool Parse(int argc, char** argv, int first, const std::vector<OptionSpec>& table,
+    bool Parse(int argc, char** argv, int first, const std::vector<OptionRule>& table,
                size_t minPositional, size_t maxPositional, std::string* error);
     bool Has(const char* name) const;
     // The option's value, or fallback when it was not given.
@@ -52,7 +52,7 @@ struct RunOptions {
     std::string stopEvent;
     std::string report;
 };
-extern const std::vector<OptionSpec> kRunOptionTable;
+extern const std::vector<OptionRule> kRunOptionTable;
 bool ParseRunOptions(const Args& args, RunOptions* out, std::string* error);
 
 // Where a render window appears and which part of the desktop it shows.
@@ -64,7 +64,7 @@ struct ViewOptions {
     RECT source{};  // --source: this part of the desktop, in the fit mode
     std::string title;
 };
-extern const std::vector<OptionSpec> kViewOptionTable;
+extern const std::vector<OptionRule> kViewOptionTable;
 bool ParseViewOptions(const Args& args, ViewOptions* out, std::string* error);
 
 // The network options of the multicast commands: --interface IP (default 127.0.0.1).

@@ -21,8 +21,8 @@ Outcome Repair(int argc, char** argv);
 
 // Parses a command's arguments with its own options followed by the shared tables; a usage
 // outcome when they do not fit.
-Outcome ParseCommand(int argc, char** argv, std::vector<OptionSpec> table,
-                     const std::vector<std::vector<OptionSpec>>& shared, size_t minPositional,
+Outcome ParseCommand(int argc, char** argv, std::vector<OptionRule> table,
+                     const std::vector<std::vector<OptionRule>>& shared, size_t minPositional,
                      size_t maxPositional, Args* args);
 
 // Why the reader refused a lesson file, in words and with the matching exit code: missing or

@@ -58,15 +58,29 @@ Outcome ExplainLesson(const std::string& path) {
     return Outcome::Fail(kExitFailed, "the lesson file " + path + " was refused");
 }
 
-Outcome Info(int argc, char** argv) {
+namespace {
+
+// The command's one argument, a lesson file, and what a walk through it found; a failed
+// Outcome when the arguments are wrong or the file cannot be inspected.
+Outcome ScanLessonArgument(int argc, char** argv, std::string* path, lesson::LessonScan* scan) {
     Args args;
     Outcome outcome = ParseCommand(argc, argv, {}, {}, 1, 1, &args);
     if (!outcome.Ok())
         return outcome;
-    const std::string path = args.Positional()[0];
+    *path = args.Positional()[0];
+    if (lesson::InspectLesson(path->c_str(), scan) != lesson::FileResult::Ok)
+        return ExplainLesson(*path);
+    return Outcome::Success();
+}
+
+}  // namespace
+
+Outcome Info(int argc, char** argv) {
+    std::string path;
     lesson::LessonScan scan;
-    if (lesson::InspectLesson(path.c_str(), &scan) != lesson::FileResult::Ok)
-        return ExplainLesson(path);
+    Outcome outcome = ScanLessonArgument(argc, argv, &path, &scan);
+    if (!outcome.Ok())
+        return outcome;
     if (scan.header.magic != lesson::kMagic || scan.playable == lesson::HeaderCheck::TooShort)
         return ExplainLesson(path);
     const bool closed = scan.playable == lesson::HeaderCheck::Ok;
@@ -93,14 +107,11 @@ Outcome Info(int argc, char** argv) {
 }
 
 Outcome Repair(int argc, char** argv) {
-    Args args;
-    Outcome outcome = ParseCommand(argc, argv, {}, {}, 1, 1, &args);
+    std::string path;
+    lesson::LessonScan scan;
+    Outcome outcome = ScanLessonArgument(argc, argv, &path, &scan);
     if (!outcome.Ok())
         return outcome;
-    const std::string path = args.Positional()[0];
-    lesson::LessonScan scan;
-    if (lesson::InspectLesson(path.c_str(), &scan) != lesson::FileResult::Ok)
-        return ExplainLesson(path);
     // Only a file that begins as a lesson is rewritten: anything else is not ours to cut.
     if (scan.realLength < lesson::kHeaderSize || scan.header.magic != lesson::kMagic)
         return ExplainLesson(path);

@@ -69,9 +69,9 @@ Outcome ParseShare(int argc, char** argv, ShareOptions* o) {
             return usage(std::string(castOnly) + " goes with --cast");
     if (args.Has("--sessions") && !o->publish)
         return usage("--sessions goes with --publish");
-    for (const OptionSpec& spec : kViewOptionTable)
-        if (args.Has(spec.name) && !o->preview)
-            return usage(std::string(spec.name) + " goes with --preview");
+    for (const OptionRule& rule : kViewOptionTable)
+        if (args.Has(rule.name) && !o->preview)
+            return usage(std::string(rule.name) + " goes with --preview");
     if (cast && !ParseEndpoint(args.Value("--cast"), &o->group, &o->port, &error))
         return usage(error);
     o->interfaceText = args.Value("--interface", kDefaultInterface);

@@ -27,7 +27,7 @@ struct Session {
     std::string Name() const { return group + ":" + std::to_string(port); }
 };
 
-const std::vector<OptionSpec> kSessionTable = {{"--interface", "IP"}, {"--from", "IP"}};
+const std::vector<OptionRule> kSessionTable = {{"--interface", "IP"}, {"--from", "IP"}};
 
 Outcome ParseSession(const Args& args, Session* s) {
     std::string error;
@@ -248,7 +248,7 @@ Outcome SessionView(int argc, char** argv) {
 
 Outcome Publish(int argc, char** argv) {
     Args args;
-    std::vector<OptionSpec> table = kSessionTable;
+    std::vector<OptionRule> table = kSessionTable;
     table.push_back({"--sessions", "N"});
     Outcome outcome = ParseCommand(argc, argv, table, {kRunOptionTable}, 1, 1, &args);
     Session session;

@@ -92,8 +92,8 @@ const Command* Find(const char* name) {
 
 }  // namespace
 
-Outcome ParseCommand(int argc, char** argv, std::vector<OptionSpec> table,
-                     const std::vector<std::vector<OptionSpec>>& shared, size_t minPositional,
+Outcome ParseCommand(int argc, char** argv, std::vector<OptionRule> table,
+                     const std::vector<std::vector<OptionRule>>& shared, size_t minPositional,
                      size_t maxPositional, Args* args) {
     for (const auto& more : shared)
         table.insert(table.end(), more.begin(), more.end());
