@@ -29,7 +29,8 @@ class IpcRender : public IpcServerTest {
     // The rows behind the BITMAPINFOHEADER (16-bit: no colour part).
     std::vector<BYTE> Picture() {
         const std::vector<BYTE> image = CurrentImage(render_.Get());
-        return image.size() < 40 ? std::vector<BYTE>() : std::vector<BYTE>(image.begin() + 40, image.end());
+        return image.size() < 40 ? std::vector<BYTE>()
+                                 : std::vector<BYTE>(image.begin() + 40, image.end());
     }
     static bool EventExists(const char* name) { return static_cast<bool>(TryOpenNamedEvent(name)); }
 
