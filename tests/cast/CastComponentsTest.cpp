@@ -18,6 +18,7 @@
 #include "CastTestSupport.h"
 #include "Transport.h"
 #include "Vantrel.h"
+#include "common/ComTest.h"
 #include "common/FakeSink.h"
 #include "common/Screen.h"
 #include "stream/Packet.h"
@@ -172,10 +173,10 @@ Bytes Script(const std::vector<Bytes>& fragments) {
     return d;
 }
 
-class CastComponents : public ::testing::Test {
+class CastComponents : public ComTest {
   protected:
     void SetUp() override {
-        ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)));
+        ComTest::SetUp();
         FakeTransport::state = &recorder_;
         for (REFCLSID clsid : {CLSID_MulticastSender, CLSID_MulticastReceiver, CLSID_FecCoder}) {
             DWORD cookie = 0;
@@ -183,11 +184,10 @@ class CastComponents : public ::testing::Test {
                                                   REGCLS_MULTIPLEUSE, &cookie));
             cookies_.push_back(cookie);
         }
-        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopCaster, nullptr, CLSCTX_INPROC_SERVER,
-                                         IID_IDesktopCaster, caster_.PutVoid()));
+        caster_ = Create<IDesktopCaster>(CLSID_DesktopCaster);
+        receiver_ = Create<IDesktopReceiver>(CLSID_DesktopReceiver);
+        ASSERT_TRUE(caster_ && receiver_);
         ASSERT_EQ(S_OK, caster_.As(&casterSink_));
-        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopReceiver, nullptr, CLSCTX_INPROC_SERVER,
-                                         IID_IDesktopReceiver, receiver_.PutVoid()));
         EXPECT_EQ(std::vector<std::string>(), recorder_.Calls()) << "constructors call nothing";
     }
     void TearDown() override {
@@ -203,7 +203,7 @@ class CastComponents : public ::testing::Test {
             CoRevokeClassObject(cookie);
         factory_->Release();
         FakeTransport::state = nullptr;
-        CoUninitialize();
+        ComTest::TearDown();
     }
 
     void Send(const Bytes& packet) {
