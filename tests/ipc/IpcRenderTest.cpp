@@ -210,6 +210,8 @@ TEST_F(IpcRender, ViewerFollowsAControlSectionWrittenByHand) {
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(complete.get(), 5000));
     ASSERT_TRUE(pass(1, {RECT{0, 0, 32, 16}}, POINT{}, 5000));
     EXPECT_TRUE(WaitUntil([&] { return Picture() == rows; }));
+    PumpFor(100);
+    EXPECT_EQ(1, notify_.Count(2, 99)) << "once per Run, also across a new section";
     EXPECT_EQ(S_OK, render_->GetDesktopInfomation(&width, &height, &bits));
     EXPECT_EQ(32, width);
 
