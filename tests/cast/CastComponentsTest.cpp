@@ -6,7 +6,6 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <atomic>
 #include <climits>
 #include <cstring>
 #include <mutex>
@@ -19,9 +18,12 @@
 #include "CastTestSupport.h"
 #include "Transport.h"
 #include "Vantrel.h"
+#include "common/ComTest.h"
 #include "common/FakeSink.h"
 #include "common/Screen.h"
 #include "stream/Packet.h"
+#include "wincom/ClassFactory.h"
+#include "wincom/ComObjectRoot.h"
 #include "wincom/ComPtr.h"
 #include "wincom/CriticalSection.h"
 
@@ -30,19 +32,15 @@ using namespace vantrel::test;
 
 namespace {
 
-double NowMs() {
-    LARGE_INTEGER now, freq;
-    QueryPerformanceCounter(&now);
-    QueryPerformanceFrequency(&freq);
-    return 1000.0 * static_cast<double>(now.QuadPart) / static_cast<double>(freq.QuadPart);
-}
-
 // One stand-in for the three transport classes: it notes every call, keeps what Encode and
 // Send were given, and answers `answer`. Encode and Drain report perEncode and perDrain entries
 // (the fragment first), with high bits in the length words that a sender must not send. A
 // datagram given to Decode is a script: fragments, each behind its 32-bit length, handed back
 // as Decode's list.
-class FakeTransport final : public IMulticastSender, public IMulticastReceiver, public IFecCoder {
+class FakeTransport final : public IMulticastSender,
+                            public IMulticastReceiver,
+                            public IFecCoder,
+                            public ComObjectRoot {
   public:
     struct State {
         CriticalSection lock;
@@ -72,24 +70,14 @@ class FakeTransport final : public IMulticastSender, public IMulticastReceiver, 
     };
     static State* state;
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override {
-        *ppv = nullptr;
-        if (IsEqualIID(riid, IID_IMulticastSender))
-            *ppv = static_cast<IMulticastSender*>(this);
-        else if (IsEqualIID(riid, IID_IMulticastReceiver))
-            *ppv = static_cast<IMulticastReceiver*>(this);
-        else if (IsEqualIID(riid, IID_IFecCoder))
-            *ppv = static_cast<IFecCoder*>(this);
-        if (*ppv)
-            AddRef();
-        return *ppv ? S_OK : E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return ++refs_; }
-    ULONG STDMETHODCALLTYPE Release() noexcept override {
-        const ULONG n = --refs_;
-        if (!n)
-            delete this;
-        return n;
+    explicit FakeTransport(IUnknown* outer) noexcept : ComObjectRoot(outer) {}
+    VANTREL_COM_IUNKNOWN
+    HRESULT InternalQueryInterface(REFIID riid, void** ppv) noexcept override {
+        static const QITAB rows[] = {QITABENT(FakeTransport, IMulticastSender),
+                                     QITABENT(FakeTransport, IMulticastReceiver),
+                                     QITABENT(FakeTransport, IFecCoder),
+                                     {}};
+        return QISearch(this, rows, riid, ppv);
     }
 
     HRESULT STDMETHODCALLTYPE Open(LPCSTR a, LPCSTR g, USHORT p) noexcept override {
@@ -100,7 +88,7 @@ class FakeTransport final : public IMulticastSender, public IMulticastReceiver, 
         std::lock_guard<CriticalSection> guard(state->lock);
         state->sent.emplace_back(static_cast<const BYTE*>(data),
                                  static_cast<const BYTE*>(data) + length);
-        state->sendMs.push_back(NowMs());
+        state->sendMs.push_back(Seconds() * 1000);
         return state->answer;
     }
     HRESULT STDMETHODCALLTYPE Join(LPCSTR a, LPCSTR g, USHORT p) noexcept override {
@@ -146,7 +134,6 @@ class FakeTransport final : public IMulticastSender, public IMulticastReceiver, 
     }
 
   private:
-    ~FakeTransport() = default;
     HRESULT Note(const std::string& call) {
         std::lock_guard<CriticalSection> guard(state->lock);
         state->calls.push_back(call);
@@ -159,31 +146,8 @@ class FakeTransport final : public IMulticastSender, public IMulticastReceiver, 
                        (i == 0 && first ? length : 16) | 0x30000};
         return state->answer;
     }
-    std::atomic<ULONG> refs_{1};
 };
 FakeTransport::State* FakeTransport::state = nullptr;
-
-class FakeFactory final : public IClassFactory {
-  public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) noexcept override {
-        *ppv =
-            IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IClassFactory) ? this : nullptr;
-        return *ppv ? S_OK : E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() noexcept override { return 1; }
-    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID riid,
-                                             void** ppv) noexcept override {
-        *ppv = nullptr;
-        if (outer)
-            return CLASS_E_NOAGGREGATION;
-        auto* object = new FakeTransport;
-        const HRESULT hr = object->QueryInterface(riid, ppv);
-        object->Release();
-        return hr;
-    }
-    HRESULT STDMETHODCALLTYPE LockServer(BOOL) noexcept override { return S_OK; }
-};
 
 // A fragment as a caster cuts it: header of three little-endian words, then n bytes of the
 // packet (Pattern(total, seed)) from offset on.
@@ -209,22 +173,21 @@ Bytes Script(const std::vector<Bytes>& fragments) {
     return d;
 }
 
-class CastComponents : public ::testing::Test {
+class CastComponents : public ComTest {
   protected:
     void SetUp() override {
-        ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)));
+        ComTest::SetUp();
         FakeTransport::state = &recorder_;
         for (REFCLSID clsid : {CLSID_MulticastSender, CLSID_MulticastReceiver, CLSID_FecCoder}) {
             DWORD cookie = 0;
-            ASSERT_EQ(S_OK, CoRegisterClassObject(clsid, &factory_, CLSCTX_INPROC_SERVER,
+            ASSERT_EQ(S_OK, CoRegisterClassObject(clsid, factory_, CLSCTX_INPROC_SERVER,
                                                   REGCLS_MULTIPLEUSE, &cookie));
             cookies_.push_back(cookie);
         }
-        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopCaster, nullptr, CLSCTX_INPROC_SERVER,
-                                         IID_IDesktopCaster, caster_.PutVoid()));
+        caster_ = Create<IDesktopCaster>(CLSID_DesktopCaster);
+        receiver_ = Create<IDesktopReceiver>(CLSID_DesktopReceiver);
+        ASSERT_TRUE(caster_ && receiver_);
         ASSERT_EQ(S_OK, caster_.As(&casterSink_));
-        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopReceiver, nullptr, CLSCTX_INPROC_SERVER,
-                                         IID_IDesktopReceiver, receiver_.PutVoid()));
         EXPECT_EQ(std::vector<std::string>(), recorder_.Calls()) << "constructors call nothing";
     }
     void TearDown() override {
@@ -238,8 +201,9 @@ class CastComponents : public ::testing::Test {
         EXPECT_EQ(std::vector<std::string>(), sink_.Faults());
         for (DWORD cookie : cookies_)
             CoRevokeClassObject(cookie);
+        factory_->Release();
         FakeTransport::state = nullptr;
-        CoUninitialize();
+        ComTest::TearDown();
     }
 
     void Send(const Bytes& packet) {
@@ -268,7 +232,7 @@ class CastComponents : public ::testing::Test {
     }
 
     FakeTransport::State recorder_;
-    FakeFactory factory_;
+    ClassFactory* factory_ = new ClassFactory(&CreateComObject<FakeTransport>);
     std::vector<DWORD> cookies_;
     ComPtr<IDesktopCaster> caster_;
     ComPtr<IDataTransmitter> casterSink_;
@@ -491,9 +455,9 @@ TEST_F(CastComponents, ReceiverQueueDropsWhenFullAndStopCallsNoSinkAfterIt) {
     // The held slot is the receiver's; 2,047 more fill the queue.
     for (uint32_t i = 1; i < 2048; ++i)
         Deliver(Script({Fragment(i, 0, 4, 4)}));
-    const double start = NowMs();
+    const double start = Seconds() * 1000;
     Deliver(Script({Fragment(5000, 0, 4, 4), Bytes(3)}));  // one more, of another length
-    const double waited = NowMs() - start;
+    const double waited = Seconds() * 1000 - start;
     EXPECT_GE(waited, 95.0);
     EXPECT_LT(waited, 5000.0);
     sink_.Unblock();

@@ -1,6 +1,6 @@
-// What the casting tests share: deterministic packet bytes, a multicast session of their own per
-// test (a group of 239.255.x.x and a port, on the loopback interface of the harness's private
-// network) and the teacher process (cast_peer).
+// What the casting tests share: deterministic packet bytes and a multicast session of their own
+// per test (a group of 239.255.x.x and a port, on the loopback interface of the harness's private
+// network).
 #pragma once
 
 #include <windows.h>
@@ -8,9 +8,6 @@
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include "wincom/ChildProcess.h"
-#include "wincom/KernelObjects.h"
 
 namespace vantrel::test {
 
@@ -39,25 +36,6 @@ struct Session {
             "239.255." + std::to_string(100 + pid % 100) + "." + std::to_string(n % 250 + 1),
             static_cast<USHORT>(20000 + (pid * 7 + n) % 30000)};
     }
-};
-
-// The teacher in a second process: its DesktopCapture feeds its DesktopCaster on the session
-// until Finish (or the end of the object).
-class TeacherProcess {
-  public:
-    TeacherProcess(const Session& s, int fec) {
-        const std::string stop = UniqueObjectName("VantrelCastStop");
-        process_.Start("cast_peer.exe",
-                       "teacher " + s.group + " " + std::to_string(s.port) + " " +
-                           std::to_string(fec) + " " + stop,
-                       CreateNamedEvent(stop.c_str(), true, false));
-    }
-    bool Started() const { return process_.Started(); }
-    // Stops the teacher; its exit code (0 when it ran and stopped well), or 0xFFFFFFFF.
-    DWORD Finish() { return process_.Finish(30000); }
-
-  private:
-    ChildProcess process_;
 };
 
 }  // namespace vantrel::test

@@ -13,50 +13,40 @@
 #include <string>
 
 #include "wincom/KernelObjects.h"
+#include "wincom/Socket.h"
+
+using namespace vantrel;
 
 namespace {
 
 int MulticastSend(const char* group, int port, const char* text) {
-    WSADATA wsa;
-    if (WSAStartup(MAKEWORD(2, 2), &wsa) != 0)
+    WinsockSession wsa;
+    UniqueSocket s(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
+    if (!wsa.ok() || !s)
         return 10;
-    SOCKET s = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
-    if (s == INVALID_SOCKET)
-        return 11;
     in_addr local{};
     local.s_addr = inet_addr("127.0.0.1");
-    setsockopt(s, IPPROTO_IP, IP_MULTICAST_IF, reinterpret_cast<const char*>(&local), sizeof local);
-    DWORD ttl = 1, loop = 1;
-    setsockopt(s, IPPROTO_IP, IP_MULTICAST_TTL, reinterpret_cast<const char*>(&ttl), sizeof ttl);
-    setsockopt(s, IPPROTO_IP, IP_MULTICAST_LOOP, reinterpret_cast<const char*>(&loop), sizeof loop);
+    setsockopt(s.get(), IPPROTO_IP, IP_MULTICAST_IF, reinterpret_cast<const char*>(&local),
+               sizeof local);
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(static_cast<u_short>(port));
     to.sin_addr.s_addr = inet_addr(group);
     // A few copies: the receiver may join a moment after we start.
-    for (int i = 0; i < 20; ++i) {
-        if (sendto(s, text, static_cast<int>(strlen(text)), 0, reinterpret_cast<sockaddr*>(&to),
-                   sizeof to) < 0)
+    for (int i = 0; i < 20; ++i, Sleep(50))
+        if (sendto(s.get(), text, static_cast<int>(strlen(text)), 0,
+                   reinterpret_cast<sockaddr*>(&to), sizeof to) < 0)
             return 12;
-        Sleep(50);
-    }
-    closesocket(s);
-    WSACleanup();
     return 0;
 }
 
 int IpcReply(const std::string& name) {
-    vantrel::UniqueMapping section = vantrel::TryOpenNamedSection(name.c_str());
-    if (!section)
+    UniqueMapping section = TryOpenNamedSection(name.c_str());
+    UniqueViewOfFile view = section ? MapWholeSection(section.get()) : UniqueViewOfFile();
+    UniqueEvent done = TryOpenNamedEvent((name + ".Done").c_str());
+    if (!view || !done)
         return 20;
-    vantrel::UniqueViewOfFile view = vantrel::MapWholeSection(section.get());
-    if (!view)
-        return 21;
-    vantrel::UniqueEvent done = vantrel::TryOpenNamedEvent((name + ".Done").c_str());
-    if (!done)
-        return 22;
-    char* text = static_cast<char*>(view.get());
-    strcat(text, " seen");
+    strcat(static_cast<char*>(view.get()), " seen");
     return SetEvent(done.get()) ? 0 : 23;
 }
 

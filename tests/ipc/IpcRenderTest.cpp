@@ -1,7 +1,6 @@
 // DesktopIPCRender through COM: what it answers without a server and as a sink, its session's
 // channel objects, the picture it shows from an in-process server (and keeps when the server
-// goes), and two viewers of sessions 0 and 7 in their own processes whose windows show the
-// server's picture.
+// goes), and the viewer's side of the channel against a control section written by hand.
 #include <thread>
 
 #include "IpcTestSupport.h"
@@ -13,21 +12,13 @@ namespace {
 
 constexpr UINT kNotify = WM_APP + 3;
 
-// A window that counts the render notifications by code.
-class NotifySink : public NotifyWindow {
-  public:
-    NotifySink() : NotifyWindow(kNotify) {}
-    HWND Get() const { return Handle(); }
-    int Count(WPARAM code) const { return NotifyWindow::Count(code, 99); }
-};
-
 class IpcRender : public IpcServerTest {
   protected:
     void SetUp() override {
         IpcServerTest::SetUp();
         ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopIPCRender, nullptr, CLSCTX_INPROC_SERVER,
                                          IID_IDesktopRender, render_.PutVoid()));
-        render_->SetNotifyWindow(notify_.Get(), kNotify, 99);
+        render_->SetNotifyWindow(notify_.Handle(), kNotify, 99);
     }
     void TearDown() override {
         if (render_)
@@ -35,18 +26,15 @@ class IpcRender : public IpcServerTest {
         render_.Reset();
         IpcServerTest::TearDown();
     }
+    // The rows behind the BITMAPINFOHEADER (16-bit: no colour part).
     std::vector<BYTE> Picture() {
-        unsigned long size = 0;
-        if (render_->GetCurrectImage(&size, nullptr) != S_OK || size < 40)
-            return {};
-        std::vector<BYTE> image(size);
-        if (render_->GetCurrectImage(&size, image.data()) != S_OK)
-            return {};
-        return std::vector<BYTE>(image.begin() + 40, image.end());  // 16-bit: no colour part
+        const std::vector<BYTE> image = CurrentImage(render_.Get());
+        return image.size() < 40 ? std::vector<BYTE>()
+                                 : std::vector<BYTE>(image.begin() + 40, image.end());
     }
     static bool EventExists(const char* name) { return static_cast<bool>(TryOpenNamedEvent(name)); }
 
-    NotifySink notify_;
+    NotifyWindow notify_{kNotify};
     ComPtr<IDesktopRender> render_;
 };
 
@@ -62,10 +50,8 @@ TEST_F(IpcRender, WithoutServerAsSinkAndSessionObjects) {
 
     ComPtr<IDataTransmitter> transmitter;
     ComPtr<IFrameBuffer> frames;
-    ComPtr<IDesktopIPCServer> notServer;
     ASSERT_EQ(S_OK, render_.As(&transmitter));
     ASSERT_EQ(S_OK, render_.As(&frames));
-    EXPECT_EQ(E_NOINTERFACE, render_.As(&notServer));
     BYTE junk[64] = {1, 2, 3};
     EXPECT_EQ(S_OK, transmitter->Transfer(junk, sizeof junk, FALSE));
     EXPECT_EQ(S_OK, transmitter->Transfer(nullptr, 0, TRUE));
@@ -80,8 +66,8 @@ TEST_F(IpcRender, WithoutServerAsSinkAndSessionObjects) {
     EXPECT_EQ(1, junk[0]);
 
     // With a server: -1 names session 0; an id set while running waits for the next Run.
-    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopIPCServer, nullptr, CLSCTX_INPROC_SERVER,
-                                     IID_IDataTransmitter, sink_.PutVoid()));
+    sink_ = Create<IDataTransmitter>(CLSID_DesktopIPCServer);
+    ASSERT_TRUE(sink_);
     EXPECT_EQ(S_OK, render_->SetSessionId(-1));
     ASSERT_EQ(S_OK, render_->Run());
     EXPECT_EQ(E_FAIL, render_->Run());
@@ -128,18 +114,16 @@ TEST_F(IpcRender, ShowsThePictureKeepsItWhenTheServerGoesAndFollowsANewServer) {
     PacketSource first(codec_.Get(), 320, 240, 41);
     Feed(first.FullScreen());
     EXPECT_TRUE(WaitUntil([&] { return Picture() == first.Rows(); }));
-    EXPECT_TRUE(WaitUntil([&] { return notify_.Count(2) == 1; }));
+    EXPECT_TRUE(WaitUntil([&] { return notify_.Count(2, 99) == 1; }));
 
     server_.Reset();
     sink_.Reset();
     PumpFor(300);
     EXPECT_EQ(first.Rows(), Picture()) << "the last picture stays";
 
-    ComPtr<IDataTransmitter> sink;
+    ComPtr<IDataTransmitter> sink = Create<IDataTransmitter>(CLSID_DesktopIPCServer);
     ComPtr<IDesktopIPCServer> server;
-    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_DesktopIPCServer, nullptr, CLSCTX_INPROC_SERVER,
-                                     IID_IDataTransmitter, sink.PutVoid()));
-    ASSERT_EQ(S_OK, sink.As(&server));
+    ASSERT_TRUE(sink && SUCCEEDED(sink.As(&server)));
     ASSERT_EQ(S_OK, server->StartIPCServer());
     PacketSource second(codec_.Get(), 256, 192, 43);
     for (auto p : second.FullScreen())
@@ -211,11 +195,11 @@ TEST_F(IpcRender, ViewerFollowsAControlSectionWrittenByHand) {
 
     ASSERT_TRUE(pass(1, {RECT{}}, POINT{10, 12}, 5000));
     EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(receive.get(), 0)) << "the viewer resets it";
-    EXPECT_TRUE(WaitUntil([&] { return Picture() == rows && notify_.Count(2) == 1; }));
+    EXPECT_TRUE(WaitUntil([&] { return Picture() == rows && notify_.Count(2, 99) == 1; }));
     ASSERT_TRUE(pass(1, std::vector<RECT>(5000, RECT{0, 0, 8, 8}), POINT{}, 5000));
     ASSERT_TRUE(pass(0, {}, POINT{}, 5000));
     PumpFor(100);
-    EXPECT_EQ(1, notify_.Count(2)) << "the picture is complete once per Run";
+    EXPECT_EQ(1, notify_.Count(2, 99)) << "the picture is complete once per Run";
     EXPECT_EQ(failures, debug.Count("OpenFromBitmapInfo Failed 1\n"));
 
     // A re-created section that cannot be opened yet holds the answer back.
@@ -226,6 +210,8 @@ TEST_F(IpcRender, ViewerFollowsAControlSectionWrittenByHand) {
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(complete.get(), 5000));
     ASSERT_TRUE(pass(1, {RECT{0, 0, 32, 16}}, POINT{}, 5000));
     EXPECT_TRUE(WaitUntil([&] { return Picture() == rows; }));
+    PumpFor(100);
+    EXPECT_EQ(1, notify_.Count(2, 99)) << "once per Run, also across a new section";
     EXPECT_EQ(S_OK, render_->GetDesktopInfomation(&width, &height, &bits));
     EXPECT_EQ(32, width);
 

@@ -1,18 +1,14 @@
 // What the shared-memory tests share: the channel read by its literal names and offsets (so a
 // wrong constant in the library cannot hide behind the same constant here), in-process viewers
-// that answer or stay mute and log every visit, the ipc_peer processes, and a DesktopIPCServer
-// made through COM.
+// that answer or stay mute and log every visit, and a DesktopIPCServer made through COM.
 #pragma once
 
 #include <windows.h>
 
-#include <atomic>
 #include <string>
 #include <vector>
 
-#include "IpcPeerStatus.h"
 #include "common/ScreenTestSupport.h"
-#include "wincom/ChildProcess.h"
 #include "wincom/KernelObjects.h"
 
 namespace vantrel::test {
@@ -83,7 +79,6 @@ class InProcessViewer {
         WaitForSingleObject(thread_.get(), INFINITE);
     }
     bool Ok() const { return receive_ && complete_ && thread_; }
-    HANDLE Receive() const { return receive_.get(); }
 
   private:
     static DWORD WINAPI Entry(void* self) {
@@ -112,37 +107,6 @@ class InProcessViewer {
     RawControl control_;
     UniqueEvent receive_, complete_, stop_;
     UniqueThread thread_;
-};
-
-// A DesktopIPCRender viewer in an ipc_peer process, and what it reports.
-class PeerViewer {
-  public:
-    PeerViewer(int id, RECT window) {
-        name_ = "Global\\VantrelIpcPeer" + std::to_string(GetCurrentProcessId()) + "_" +
-                std::to_string(id);
-        section_ = CreateNamedSection(name_.c_str(), kPeerStatusSize);
-        view_ = MapWholeSection(section_.get());
-        static_cast<PeerStatus*>(view_.get())->windowRect = window;
-        process_.Start("ipc_peer.exe", "render " + std::to_string(id) + " " + name_,
-                       CreateNamedEvent((name_ + ".Quit").c_str(), true, false));
-    }
-    const PeerStatus& Status() const { return *static_cast<const PeerStatus*>(view_.get()); }
-    // A loaded machine can take long to start a Wine process with a window.
-    bool WaitReady() {
-        return WaitUntil([&] { return Status().ready != 0; }, 30000);
-    }
-    // Ends the peer; its exit code.
-    DWORD Quit() { return process_.Finish(30000); }
-    std::vector<BYTE> Picture() const {
-        const BYTE* p = static_cast<const BYTE*>(view_.get()) + kPeerPictureOffset;
-        return std::vector<BYTE>(p, p + Status().pictureBytes);
-    }
-
-  private:
-    std::string name_;
-    UniqueMapping section_;
-    UniqueViewOfFile view_;
-    ChildProcess process_;
 };
 
 // COM, a codec, and a DesktopIPCServer made by its class object.
