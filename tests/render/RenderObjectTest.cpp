@@ -39,15 +39,16 @@ TEST_F(RenderTest, WindowClassPlacementStylesCursorAndClose) {
     EXPECT_EQ(0, visible);
 
     // Tracking limits apply to the top-level window only: 50 x 50 up to the screen by default.
-    MINMAXINFO mmi{};
-    SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
-    EXPECT_EQ(
-        RECT({50, 50, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)}),
-        RECT({mmi.ptMinTrackSize.x, mmi.ptMinTrackSize.y, mmi.ptMaxTrackSize.x, mmi.ptMaxSize.y}));
+    auto limits = [&] {
+        MINMAXINFO mmi{};
+        SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
+        return RECT{mmi.ptMinTrackSize.x, mmi.ptMinTrackSize.y, mmi.ptMaxTrackSize.x,
+                    mmi.ptMaxSize.y};
+    };
+    EXPECT_EQ(RECT({50, 50, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)}),
+              limits());
     ASSERT_EQ(S_OK, render_->SetMaxMinSize(800, 600, 120, 90));
-    SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
-    EXPECT_EQ(RECT({120, 90, 800, 600}), RECT({mmi.ptMinTrackSize.x, mmi.ptMinTrackSize.y,
-                                               mmi.ptMaxTrackSize.x, mmi.ptMaxSize.y}));
+    EXPECT_EQ(RECT({120, 90, 800, 600}), limits());
 
     HostWindow parent({100, 50, 500, 350}, true);
     ASSERT_EQ(S_OK, render_->SetParentWindow(parent.Handle()));
@@ -57,9 +58,7 @@ TEST_F(RenderTest, WindowClassPlacementStylesCursorAndClose) {
     HWND got = reinterpret_cast<HWND>(0xdeadbeef);
     ASSERT_EQ(S_OK, render_->GetParentWindow(&got));
     EXPECT_EQ(parent.Handle(), got);
-    mmi = MINMAXINFO{};
-    SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
-    EXPECT_NE(120, mmi.ptMinTrackSize.x);
+    EXPECT_NE(120, limits().left);
 
     // Placement in the parent's client coordinates, read back in screen coordinates.
     ASSERT_EQ(S_OK, render_->SetWindowPosition(10, 20, 210, 170));
@@ -234,10 +233,7 @@ TEST_F(RenderTest, BrokenPacketsChangeNothingAsynchronousOnesWaitTheirTurn) {
     } cases[] = {
         {"length field one over",
          [](auto& p) { packet::StoreU32(&p[4], packet::LoadU32(&p[4]) + 1); }},
-        {"length field one under",
-         [](auto& p) { packet::StoreU32(&p[4], packet::LoadU32(&p[4]) - 1); }},
-        {"another magic", [](auto& p) { p[0] = 'X'; }},
-        // The decoder's other refusals (cut, bands outside): StreamCodecTest, PacketAcceptance.
+        // The decoder's other refusals: StreamCodecTest, PacketAcceptance.
         {"payload the codec refuses", [](auto& p) { std::fill(p.begin() + 48, p.end(), 0xA5); }},
     };
     for (const auto& c : cases) {
@@ -316,12 +312,12 @@ TEST_F(RenderTest, FullScreenDataRebuildsTheSamePictureInASecondRender) {
     std::fill(buffer.begin(), buffer.begin() + 48, BYTE{0xAB});
     EXPECT_EQ(S_FALSE, frames->GetFullScreenData(buffer.data(), &size, FALSE));
     EXPECT_EQ(0xdeadbeefu, size);
-    EXPECT_EQ(packet::kFrameMagic, packet::LoadU32(&buffer[0]));
-    EXPECT_EQ(0xABABABABu, packet::LoadU32(&buffer[4]));
-    EXPECT_EQ(0u, packet::LoadU32(&buffer[8]));
-    EXPECT_EQ(768, packet::LoadI32(&buffer[24]));
-    EXPECT_EQ(16u, packet::LoadU32(&buffer[28]));
-    EXPECT_EQ(0xABABABABu, packet::LoadU32(&buffer[32]));
+    std::vector<uint32_t> words(9);
+    for (size_t i = 0; i < words.size(); ++i)
+        words[i] = packet::LoadU32(&buffer[4 * i]);
+    EXPECT_EQ((std::vector<uint32_t>{packet::kFrameMagic, 0xABABABAB, 0, 0, 0, 1024, 768, 16,
+                                     0xABABABAB}),
+              words);
     // One row counter for every render of the process: the second goes on where the first was.
     EXPECT_EQ(S_OK, frames->GetFullScreenData(buffer.data(), &size, TRUE));
     ComPtr<IFrameBuffer> secondFrames;
@@ -490,14 +486,10 @@ TEST_F(RenderTest, ViewRectanglesDragAndScrollBarsFollowTheScrollMode) {
     ASSERT_TRUE(GetScrollInfo(w, SB_HORZ, &si));
     EXPECT_EQ(RECT({0, 1024, static_cast<LONG>(client.right), 0}),
               RECT({si.nMin, si.nMax, static_cast<LONG>(si.nPage), 0}));
+    // The requests themselves: ViewGeometry.CursorMoveModesAndScrollBarRequests.
     SendMessageA(w, WM_HSCROLL, SB_RIGHT, 0);
-    EXPECT_EQ(1024 - client.right, source().left);
     SendMessageA(w, WM_HSCROLL, SB_LINERIGHT, 0);
     EXPECT_EQ(1024 - client.right, source().left);
-    SendMessageA(w, WM_HSCROLL, SB_LEFT, 0);
-    EXPECT_EQ(0, source().left);
-    SendMessageA(w, WM_HSCROLL, SB_LINERIGHT, 0);
-    EXPECT_EQ(1, source().left);
     SendMessageA(w, WM_VSCROLL, MAKEWPARAM(SB_THUMBTRACK, 100), 0);
     EXPECT_EQ(100, source().top);
 
