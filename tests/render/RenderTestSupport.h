@@ -1,9 +1,10 @@
-// What the render tests share: a host window that records the render's notifications (and
-// serves as parent or drain) and a fixture holding a DesktopRender made through COM.
+// What the render tests share: the notification codes, a host window (parent or drain) and a
+// fixture holding a DesktopRender made through COM.
 #pragma once
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -23,15 +24,13 @@ enum : WPARAM {
 constexpr UINT kNotifyMessage = WM_APP + 7;
 constexpr DWORD kNotifyParam = 0x5A5A1234;
 
-// A top-level popup (never activated) that records what is posted to it: the render's
-// notifications, and any other message it is sent or posted (as a drain window).
+// A top-level popup (never activated) that records every message sent or posted to it, but
+// what its own default handling sends it: a parent for the render's window, or its drain.
 class HostWindow {
   public:
     explicit HostWindow(const RECT& where = {0, 0, 400, 300}, bool visible = false) {
-        window_.Observe([this](UINT m, WPARAM w, LPARAM l) {
-            if (m == kNotifyMessage)
-                notifications_.push_back({w, l});
-            else if (!window_.Nested())  // not what its own default handling sends it
+        window_.Observe([this](UINT m, WPARAM, LPARAM) {
+            if (!window_.Nested())
                 messages_.push_back(m);
         });
         WindowClassInfo cls;
@@ -39,43 +38,36 @@ class HostWindow {
         window_.Create(cls, WS_EX_NOACTIVATE | WS_EX_TOPMOST, "host",
                        WS_POPUP | WS_CLIPCHILDREN | (visible ? WS_VISIBLE : 0), where.left,
                        where.top, where.right - where.left, where.bottom - where.top);
-        Clear();
-    }
-    HWND Handle() const { return window_.Handle(); }
-    // The notification codes posted so far, in order; only those in codes when not empty.
-    std::vector<WPARAM> Codes(std::vector<WPARAM> only = {}) const {
-        std::vector<WPARAM> out;
-        for (const auto& n : notifications_)
-            if (only.empty() || std::count(only.begin(), only.end(), n.first))
-                out.push_back(n.first);
-        return out;
-    }
-    bool AllCarryTheParam() const {
-        for (const auto& n : notifications_)
-            if (static_cast<DWORD>(n.second) != kNotifyParam)
-                return false;
-        return true;
-    }
-    const std::vector<UINT>& Messages() const { return messages_; }
-    void Clear() {
-        notifications_.clear();
         messages_.clear();
     }
+    HWND Handle() const { return window_.Handle(); }
+    const std::vector<UINT>& Messages() const { return messages_; }
 
   private:
-    std::vector<std::pair<WPARAM, LPARAM>> notifications_;
     std::vector<UINT> messages_;
     Window window_;  // last: its destruction still reaches the observer
 };
 
-// COM, a codec, a host window and one render made by its class object.
+// The notification codes posted to notes so far, in order; only those in `only` when not empty.
+// Every notification carries the host's parameter.
+inline std::vector<WPARAM> Codes(const NotifyWindow& notes, std::vector<WPARAM> only = {}) {
+    std::vector<WPARAM> out;
+    for (const auto& n : notes.Notes()) {
+        EXPECT_EQ(kNotifyParam, static_cast<DWORD>(n.lParam));
+        if (only.empty() || std::count(only.begin(), only.end(), n.wParam))
+            out.push_back(n.wParam);
+    }
+    return out;
+}
+
+// COM, a codec, a notification window, a host window and one render made by its class object.
 class RenderTest : public ScreenTest {
   protected:
     void SetUp() override {
         ScreenTest::SetUp();
         ASSERT_TRUE(render_ = MakeRender());
         ASSERT_EQ(S_OK, render_.As(&transmitter_));
-        ASSERT_EQ(S_OK, render_->SetNotifyWindow(host_.Handle(), kNotifyMessage, kNotifyParam));
+        ASSERT_EQ(S_OK, render_->SetNotifyWindow(notes_.Handle(), kNotifyMessage, kNotifyParam));
     }
     void TearDown() override {
         transmitter_.Reset();
@@ -94,14 +86,15 @@ class RenderTest : public ScreenTest {
     // Posted notifications arrive once this thread pumps.
     std::vector<WPARAM> Codes(std::vector<WPARAM> only = {}) {
         PumpFor(30);
-        return host_.Codes(std::move(only));
+        return test::Codes(notes_, std::move(only));
     }
     // Forgets the notifications posted so far, also those not delivered yet.
     void ClearCodes() {
         PumpFor(30);
-        host_.Clear();
+        notes_.Clear();
     }
 
+    NotifyWindow notes_{kNotifyMessage};
     HostWindow host_;
     ComPtr<IDesktopRender> render_;
     ComPtr<IDataTransmitter> transmitter_;
