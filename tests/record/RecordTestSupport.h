@@ -50,6 +50,12 @@ inline Bytes Lesson(const std::vector<Bytes>& records, uint32_t duration, uint32
     return f;
 }
 
+// record with another length field.
+inline Bytes WithLength(Bytes record, uint32_t length) {
+    lesson::StoreU32(record.data() + 4, length);
+    return record;
+}
+
 inline uint32_t TimeOf(const Bytes& record) {
     return lesson::LoadU32(record.data() + 8);
 }

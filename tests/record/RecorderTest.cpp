@@ -32,8 +32,7 @@ TEST_F(RecordTest, RecorderWritesTheHeaderOnOpenAndCloseOnlyAndRecordsOnlyWhileR
 
     ASSERT_EQ(S_OK, recorder->Run());
     EXPECT_EQ(S_OK, sink->Flush());
-    Bytes shortLength = Record(GetTickCount());
-    lesson::StoreU32(shortLength.data() + 4, 63);
+    Bytes shortLength = WithLength(Record(GetTickCount()), 63);
     Bytes tooLong = Record(GetTickCount(), lesson::kMaxRecordLength + 1);
     Bytes headOnly = Record(GetTickCount(), 12);
     struct Broken {
