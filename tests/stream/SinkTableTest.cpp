@@ -55,13 +55,12 @@ class SinkTableTest : public testing::Test {
     std::vector<std::unique_ptr<FakeSink>> sinks_;
 };
 
-// The registration results themselves are checked through every source's COM methods
+// The registration results and counts themselves are checked through every source's COM methods
 // (tests/module); here what delivery makes of the table.
 TEST_F(SinkTableTest, DeliversToEverySlotInOrderPastFailuresWithThePacketAsGiven) {
     EXPECT_EQ(0, table_.Deliver(kPacket, sizeof kPacket));  // an empty table calls nobody
     EXPECT_EQ(0, table_.Flush());
     const auto sinks = Registered({"1", "2", "3", "4", "5"});
-    EXPECT_EQ(E_FAIL, table_.RegisterDataTransmitter(Sink("6")));
     sinks[0]->FailWith(E_FAIL);
     sinks[1]->FailWith(E_OUTOFMEMORY);
     const Journal transfers{"1.Transfer", "2.Transfer", "3.Transfer", "4.Transfer", "5.Transfer"};
@@ -79,7 +78,6 @@ TEST_F(SinkTableTest, DeliversToEverySlotInOrderPastFailuresWithThePacketAsGiven
     // One reference per registration, none taken for a delivery.
     EXPECT_EQ(1, sinks[0]->AddRefs());
     EXPECT_EQ(0, sinks[0]->Releases());
-    EXPECT_EQ(0, sinks_.back()->AddRefs());
 }
 
 TEST_F(SinkTableTest, SameSinkTwiceFillsTwoSlotsAndAFreedSlotIsReusedFirst) {
@@ -99,7 +97,6 @@ TEST_F(SinkTableTest, SameSinkTwiceFillsTwoSlotsAndAFreedSlotIsReusedFirst) {
     EXPECT_EQ((Journal{"C.Transfer", "A.Transfer", "B.Transfer"}), Deliver());
 
     ASSERT_EQ(S_OK, table_.UnregisterDataTransmitter(a));
-    EXPECT_EQ(E_FAIL, table_.UnregisterDataTransmitter(a));
     EXPECT_EQ(0, a->Refs());
     EXPECT_EQ(2, a->AddRefs());
     EXPECT_EQ(2, a->Releases());
