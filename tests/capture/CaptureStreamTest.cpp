@@ -1,7 +1,8 @@
 // DesktopCapture through COM on the 24-bit virtual display, as a host wires it: a sink decodes
 // every packet with the shared decoder, and what it rebuilds must match the screen at 5-5-5
 // while windows draw, move and close; full-screen requests, idle flushes, frame pacing, pointer
-// packets and the logo are checked on the same stream.
+// packets and the logo are checked on the same stream; the state rules, the thread priority and
+// the last Release of a running capture beside them.
 #include <algorithm>
 
 #include "common/ScreenTestSupport.h"
@@ -46,7 +47,8 @@ TEST_F(CaptureTest, DecodedStreamFollowsAWindowThatDrawsMovesAndClosesAndEndsWit
     ASSERT_TRUE(box.Close());
     EXPECT_TRUE(Converges()) << "after closing";
 
-    ASSERT_EQ(S_OK, capture_->Stop());
+    // The last Release of a running capture stops it and leaves its sinks registered.
+    capture_.Reset();
     const auto all = sink_->Arrivals();
     for (size_t i = 0; i < all.size(); ++i)
         EXPECT_TRUE(all[i].IsFrame() || all[i].IsCursor())
@@ -54,7 +56,9 @@ TEST_F(CaptureTest, DecodedStreamFollowsAWindowThatDrawsMovesAndClosesAndEndsWit
     ASSERT_TRUE(all.back().IsFrame());
     EXPECT_EQ((RECT{0, 0, 8, 8}), all.back().band);
     PumpFor(300);
-    EXPECT_EQ(all.size(), sink_->Count()) << "packets after Stop returned";
+    EXPECT_EQ(all.size(), sink_->Count()) << "packets after the last Release returned";
+    EXPECT_EQ(1, sink_->Refs());
+    EXPECT_EQ(0, sink_->Releases());
 }
 
 // A change made as soon as Run returns reaches the sinks: the detector's reference is taken
@@ -72,26 +76,41 @@ TEST_F(CaptureTest, ChangeMadeRightAfterRunReachesTheSinks) {
     }
 }
 
-// The resent bands must be exactly the picture the sink already holds. The window is repainted
-// just before the request, so a resend that grabbed the screen would carry the new pixels ahead
-// of the update that reports them (the detector polls every ~33 ms; the request is served at
-// once).
+// A request before Run is not kept, one after Stop sends nothing. While running, the resent
+// bands must be exactly the picture the sink already holds: the window is repainted just before
+// the request, so a resend that grabbed the screen would carry the new pixels ahead of the update
+// that reports them (the detector polls every ~33 ms; the request is served at once). A second
+// Run changes nothing; the priority reaches the running thread at once and the next one too.
 TEST_F(CaptureTest, RequestFullScreenResendsTheCurrentImageWithoutGrabbing) {
     DebugOutput debug;
+    EXPECT_EQ(E_FAIL, capture_->Stop());
+    EXPECT_EQ(E_FAIL, capture_->SetIdleFlushTimeout(149));
+    EXPECT_EQ(S_OK, capture_->SetIdleFlushTimeout(150));
+    long mode = static_cast<long>(0xdeadbeef);
+    EXPECT_EQ(S_OK, capture_->SetCompatibleMode(1));
+    EXPECT_EQ(S_OK, capture_->GetCompatibleMode(&mode));
+    EXPECT_EQ(0, mode);
+    EXPECT_EQ(E_POINTER, capture_->GetCompatibleMode(nullptr));
+    EXPECT_EQ(S_OK, capture_->RequestFullScreen());
+    EXPECT_EQ(S_OK, capture_->SetCapturePriority(THREAD_PRIORITY_BELOW_NORMAL));
     NoiseBox box(RECT{200, 152, 456, 344}, 7);
     ASSERT_TRUE(box.Shown());
     RunAndWaitForPicture();
+    EXPECT_EQ(E_FAIL, capture_->Run());
+    EXPECT_EQ(THREAD_PRIORITY_BELOW_NORMAL, sink_->Arrivals().front().priority);
+    ASSERT_TRUE(box.Repaint(22));
     ASSERT_TRUE(Converges());
     ASSERT_TRUE(Settle());
-    EXPECT_EQ(0u, debug.Count("Request Full Screen\n"));
+    EXPECT_EQ(0u, debug.Count("Request Full Screen\n")) << "a request before Run was kept";
     const size_t before = sink_->Count();
 
+    EXPECT_EQ(S_OK, capture_->SetCapturePriority(THREAD_PRIORITY_ABOVE_NORMAL));
     ASSERT_TRUE(box.Repaint(8, 0));
     ASSERT_EQ(S_OK, capture_->RequestFullScreen());
     ASSERT_TRUE(WaitUntil([&] { return debug.Count("Request Full Screen\n") == 1; }));
     EXPECT_TRUE(Converges());
-
     const auto all = sink_->Arrivals();
+    EXPECT_EQ(THREAD_PRIORITY_ABOVE_NORMAL, all.back().priority);
     size_t sweep = before;
     while (sweep < all.size() && !SweepAt(all, sweep))
         ++sweep;
@@ -106,6 +125,19 @@ TEST_F(CaptureTest, RequestFullScreenResendsTheCurrentImageWithoutGrabbing) {
         repaintArrived = repaintArrived || (!resent && all[i].changedPicture);
     }
     EXPECT_TRUE(repaintArrived);
+
+    EXPECT_EQ(S_OK, capture_->Stop());
+    EXPECT_EQ(E_FAIL, capture_->Stop());
+    EXPECT_EQ((RECT{0, 0, 8, 8}), sink_->Arrivals().back().band);
+    const size_t from = sink_->Count();
+    EXPECT_EQ(S_OK, capture_->RequestFullScreen());
+    PumpFor(500);
+    EXPECT_EQ(from, sink_->Count()) << "a request after Stop produced packets";
+    ASSERT_EQ(S_OK, capture_->Run());
+    ASSERT_TRUE(WaitUntil([&] { return sink_->Count() > from; }));
+    EXPECT_EQ(THREAD_PRIORITY_ABOVE_NORMAL, sink_->Arrivals()[from].priority);
+    EXPECT_EQ(S_OK, capture_->Stop());
+    EXPECT_EQ(1u, debug.Count("Request Full Screen\n"));
 }
 
 TEST_F(CaptureTest, EverySinkIsFlushedOncePerQuietPeriodAndNotWithoutPackets) {
