@@ -1,21 +1,10 @@
 // The view geometry without a window: the layouts of the follow and scroll modes, the mappings
 // between client and picture, the drag, the local mouse, the cursor move modes and the scroll
 // bar requests, each as a table of worked cases.
-#include <windows.h>
-
-#include <ostream>
 #include <string>
 
-#include <gtest/gtest.h>
-
+#include "common/ScreenTestSupport.h"
 #include "render/ViewGeometry.h"
-
-inline bool operator==(const RECT& a, const RECT& b) {
-    return EqualRect(&a, &b) != FALSE;
-}
-inline std::ostream& operator<<(std::ostream& os, const RECT& r) {
-    return os << "{" << r.left << "," << r.top << "," << r.right << "," << r.bottom << "}";
-}
 
 namespace vantrel::view {
 namespace {

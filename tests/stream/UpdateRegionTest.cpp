@@ -2,29 +2,16 @@
 // bounding box against what GDI's own regions give for the same rectangles, on desktops far
 // larger than the per-pixel model of the fuzz target `region` (which also covers the state
 // without rectangles and lists that already hold some).
-#include <windows.h>
-
 #include <memory>
-#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
+#include "common/ScreenTestSupport.h"
 #include "stream/UpdateRegion.h"
-#include "wincom/UniqueHandle.h"
 
 using vantrel::UniqueRgn;
 using vantrel::UpdateRegion;
-
-// RECT lives in the global namespace: so must its comparison and printer, for lookup by ADL.
-bool operator==(const RECT& a, const RECT& b) {
-    return EqualRect(&a, &b) != FALSE;
-}
-void PrintTo(const RECT& r, std::ostream* os) {
-    *os << "{" << r.left << "," << r.top << "," << r.right << "," << r.bottom << "}";
-}
 
 namespace {
 
@@ -103,8 +90,9 @@ TEST(UpdateRegionGdi, ListsOrderBoxAndClipsEqualAGdiRegion) {
             ASSERT_EQ(!expected.empty(), region.GetRects(list)) << where;
             ASSERT_EQ(expected, Rects(list.begin(), list.end())) << where;
             ASSERT_EQ(static_cast<bool>(gdi), hasBox) << where;
-            if (gdi)
+            if (gdi) {
                 ASSERT_EQ(gdiBox, box) << where;
+            }
             ASSERT_EQ(Reversed(GdiRects(cut.get())), Rects(clipped.begin(), clipped.end()))
                 << where;
             ++compared;
