@@ -140,8 +140,8 @@ TEST_F(ReaderTest, OpenValidatesAndStateRulesHoldWithoutPlayback) {
 }
 
 // Records at 0, 400 and 1400 of a 1450 ms recording: each goes out once the position has passed
-// its time and the end is told at the duration, f times sooner at factor f. With the default
-// idle flush timeout (500) the gap of 1000 ms flushes every sink once, right after the record
+// its time and the end is told at the duration, f times sooner at factor f. With an idle flush
+// timeout of 500 (the default) the gap of 1000 ms flushes every sink once, right after the record
 // before it, and the gap of 400 ms does not; a timeout of 1000 flushes neither.
 TEST_F(ReaderTest, RecordsComeAtTheirTimesDividedByTheFactorAndIdleGapsFlush) {
     const std::vector<Bytes> records = {Record(0), Record(400, 200, kHruc), Record(1400, 90)};
@@ -151,8 +151,7 @@ TEST_F(ReaderTest, RecordsComeAtTheirTimesDividedByTheFactorAndIdleGapsFlush) {
     for (DWORD factor : {1ul, 4ul}) {
         SCOPED_TRACE(factor);
         EXPECT_EQ(factor == 1 ? S_FALSE : S_OK, reader_->SetSpeedFactor(factor));
-        if (factor != 1)
-            ASSERT_EQ(S_OK, reader_->SetIdleFlushTimeout(1000));
+        ASSERT_EQ(S_OK, reader_->SetIdleFlushTimeout(factor == 1 ? 500 : 1000));
         const size_t before = sink_.PacketCount(), flushesBefore = sink_.FlushTicks().size();
         DWORD started = 0;
         const DWORD end = RunToTheEnd(&started);
