@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <string>
+#include <functional>
 #include <vector>
 
 #include "CaptureSession.h"
@@ -68,15 +68,12 @@ CursorShape Fit(const CursorShape::Source& source) {
     return shape;
 }
 
-// A map of tiles of `tile` pixels marked as the picture shows ('#' dirty), repeated over a larger
-// width and height when given.
-TileMap Tiles(const std::vector<const char*>& picture, int tile, int width = 0, int height = 0) {
-    const int columns = static_cast<int>(std::strlen(picture[0]));
-    const int rows = static_cast<int>(picture.size());
-    TileMap map(width ? width : columns * tile, height ? height : rows * tile, tile);
+// A map of width x height pixels in tiles of `tile` pixels, marked where dirty(column, row).
+TileMap Marked(int width, int height, int tile, const std::function<bool(int, int)>& dirty) {
+    TileMap map(width, height, tile);
     for (int r = 0; r < map.rows(); ++r)
         for (int c = 0; c < map.columns(); ++c)
-            if (picture[r % rows][c % columns] == '#')
+            if (dirty(c, r))
                 map.mark(c, r);
     return map;
 }
@@ -136,22 +133,22 @@ TEST(RectMerger, MergesRunsAlongRowsAndEqualRunsBelow) {
         {{"#.##", "#.##"}, {{0, 0, 10, 20}, {20, 0, 40, 20}}},
         {{"#...", "....", "#..."}, {{0, 0, 10, 10}, {0, 20, 10, 30}}},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.expected, RectMerger::merge(Tiles(c.picture, 10), 513)) << c.picture[0];
+    for (const auto& [picture, expected] : cases) {
+        const TileMap map = Marked(
+            static_cast<int>(std::strlen(picture[0])) * 10, static_cast<int>(picture.size()) * 10,
+            10, [&, &picture = picture](int c, int r) { return picture[r][c] == '#'; });
+        EXPECT_EQ(expected, RectMerger::merge(map, 513)) << picture[0];
+    }
 }
 
 TEST(RectMerger, RectanglesStayOnTheScreenWithinTheLimitAndCoverEveryTile) {
     // 16-pixel tiles on a screen whose size is not a multiple of them: a checkerboard (one
     // coarsening makes it one rectangle) and a diagonal (each coarsening only halves it).
     const RECT screen{0, 0, 1366, 770};
-    std::vector<std::string> lines(49, std::string(86, '.'));
-    std::vector<const char*> diagonal;
-    for (int r = 0; r < 49; ++r) {
-        lines[r][r] = '#';
-        diagonal.push_back(lines[r].c_str());
-    }
-    for (const auto& picture : {std::vector<const char*>{"#.", ".#"}, diagonal}) {
-        const TileMap map = Tiles(picture, 16, screen.right, screen.bottom);
+    for (bool diagonal : {false, true}) {
+        const TileMap map = Marked(screen.right, screen.bottom, 16, [&](int c, int r) {
+            return diagonal ? c == r : (c + r) % 2 == 0;
+        });
         for (size_t limit : {513, 7, 1}) {
             const std::vector<RECT> rects = RectMerger::merge(map, limit);
             EXPECT_LE(rects.size(), limit);
