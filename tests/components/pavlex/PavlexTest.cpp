@@ -124,13 +124,10 @@ class PavlexCapture : public testing::Test {
     // The merged record pending now, copied into record_ and parsed as the receiver does.
     packet::CursorRecordView TakeRecord() {
         BYTE* record = nullptr;
-        packet::CursorRecordView view;
         EXPECT_TRUE(DispGetCursorUpdate(&record));
-        record_.assign(kPavlexCursorBufferSize, 0);
-        if (record)
-            record_.assign(record, record + kPavlexCursorBufferSize);
-        EXPECT_EQ(packet::CursorError::None,
-                  packet::ParseCursorRecord(record_.data(), kPavlexCursorBufferSize, &view));
+        record_ = record ? std::vector<BYTE>(record, record + kPavlexCursorBufferSize)
+                         : std::vector<BYTE>(kPavlexCursorBufferSize);
+        const packet::CursorRecordView view = ViewOf(record_);
         EXPECT_LE(packet::SenderCursorRecordLength(view.record), kPavlexCursorBufferSize);
         return view;
     }
