@@ -1,8 +1,11 @@
 // DesktopCapture through COM on the 24-bit virtual display, as a host wires it: a sink decodes
 // every packet with the shared decoder, and what it rebuilds must match the screen at 5-5-5
 // while windows draw, move and close; full-screen requests, idle flushes, frame pacing, pointer
-// packets and the logo are checked on the same stream.
+// packets and the logo are checked on the same stream; the state rules, the thread priority,
+// the last Release (also from inside a sink's call), a capture whose thread cannot start and a
+// thread whose waits fail beside them.
 #include <algorithm>
+#include <atomic>
 
 #include "common/ScreenTestSupport.h"
 
@@ -46,7 +49,8 @@ TEST_F(CaptureTest, DecodedStreamFollowsAWindowThatDrawsMovesAndClosesAndEndsWit
     ASSERT_TRUE(box.Close());
     EXPECT_TRUE(Converges()) << "after closing";
 
-    ASSERT_EQ(S_OK, capture_->Stop());
+    // The last Release of a running capture stops it and leaves its sinks registered.
+    capture_.Reset();
     const auto all = sink_->Arrivals();
     for (size_t i = 0; i < all.size(); ++i)
         EXPECT_TRUE(all[i].IsFrame() || all[i].IsCursor())
@@ -54,7 +58,9 @@ TEST_F(CaptureTest, DecodedStreamFollowsAWindowThatDrawsMovesAndClosesAndEndsWit
     ASSERT_TRUE(all.back().IsFrame());
     EXPECT_EQ((RECT{0, 0, 8, 8}), all.back().band);
     PumpFor(300);
-    EXPECT_EQ(all.size(), sink_->Count()) << "packets after Stop returned";
+    EXPECT_EQ(all.size(), sink_->Count()) << "packets after the last Release returned";
+    EXPECT_EQ(1, sink_->Refs());
+    EXPECT_EQ(0, sink_->Releases());
 }
 
 // A change made as soon as Run returns reaches the sinks: the detector's reference is taken
@@ -72,26 +78,41 @@ TEST_F(CaptureTest, ChangeMadeRightAfterRunReachesTheSinks) {
     }
 }
 
-// The resent bands must be exactly the picture the sink already holds. The window is repainted
-// just before the request, so a resend that grabbed the screen would carry the new pixels ahead
-// of the update that reports them (the detector polls every ~33 ms; the request is served at
-// once).
+// A request before Run is not kept, one after Stop sends nothing. While running, the resent
+// bands must be exactly the picture the sink already holds: the window is repainted just before
+// the request, so a resend that grabbed the screen would carry the new pixels ahead of the update
+// that reports them (the detector polls every ~33 ms; the request is served at once). A second
+// Run changes nothing; the priority reaches the running thread at once and the next one too.
 TEST_F(CaptureTest, RequestFullScreenResendsTheCurrentImageWithoutGrabbing) {
     DebugOutput debug;
+    EXPECT_EQ(E_FAIL, capture_->Stop());
+    EXPECT_EQ(E_FAIL, capture_->SetIdleFlushTimeout(149));
+    EXPECT_EQ(S_OK, capture_->SetIdleFlushTimeout(150));
+    long mode = static_cast<long>(0xdeadbeef);
+    EXPECT_EQ(S_OK, capture_->SetCompatibleMode(1));
+    EXPECT_EQ(S_OK, capture_->GetCompatibleMode(&mode));
+    EXPECT_EQ(0, mode);
+    EXPECT_EQ(E_POINTER, capture_->GetCompatibleMode(nullptr));
+    EXPECT_EQ(S_OK, capture_->RequestFullScreen());
+    EXPECT_EQ(S_OK, capture_->SetCapturePriority(THREAD_PRIORITY_BELOW_NORMAL));
     NoiseBox box(RECT{200, 152, 456, 344}, 7);
     ASSERT_TRUE(box.Shown());
     RunAndWaitForPicture();
+    EXPECT_EQ(E_FAIL, capture_->Run());
+    EXPECT_EQ(THREAD_PRIORITY_BELOW_NORMAL, sink_->Arrivals().front().priority);
+    ASSERT_TRUE(box.Repaint(22));
     ASSERT_TRUE(Converges());
     ASSERT_TRUE(Settle());
-    EXPECT_EQ(0u, debug.Count("Request Full Screen\n"));
+    EXPECT_EQ(0u, debug.Count("Request Full Screen\n")) << "a request before Run was kept";
     const size_t before = sink_->Count();
 
+    EXPECT_EQ(S_OK, capture_->SetCapturePriority(THREAD_PRIORITY_ABOVE_NORMAL));
     ASSERT_TRUE(box.Repaint(8, 0));
     ASSERT_EQ(S_OK, capture_->RequestFullScreen());
     ASSERT_TRUE(WaitUntil([&] { return debug.Count("Request Full Screen\n") == 1; }));
     EXPECT_TRUE(Converges());
-
     const auto all = sink_->Arrivals();
+    EXPECT_EQ(THREAD_PRIORITY_ABOVE_NORMAL, all.back().priority);
     size_t sweep = before;
     while (sweep < all.size() && !SweepAt(all, sweep))
         ++sweep;
@@ -106,6 +127,19 @@ TEST_F(CaptureTest, RequestFullScreenResendsTheCurrentImageWithoutGrabbing) {
         repaintArrived = repaintArrived || (!resent && all[i].changedPicture);
     }
     EXPECT_TRUE(repaintArrived);
+
+    EXPECT_EQ(S_OK, capture_->Stop());
+    EXPECT_EQ(E_FAIL, capture_->Stop());
+    EXPECT_EQ((RECT{0, 0, 8, 8}), sink_->Arrivals().back().band);
+    const size_t from = sink_->Count();
+    EXPECT_EQ(S_OK, capture_->RequestFullScreen());
+    PumpFor(500);
+    EXPECT_EQ(from, sink_->Count()) << "a request after Stop produced packets";
+    ASSERT_EQ(S_OK, capture_->Run());
+    ASSERT_TRUE(WaitUntil([&] { return sink_->Count() > from; }));
+    EXPECT_EQ(THREAD_PRIORITY_ABOVE_NORMAL, sink_->Arrivals()[from].priority);
+    EXPECT_EQ(S_OK, capture_->Stop());
+    EXPECT_EQ(1u, debug.Count("Request Full Screen\n"));
 }
 
 TEST_F(CaptureTest, EverySinkIsFlushedOncePerQuietPeriodAndNotWithoutPackets) {
@@ -250,4 +284,99 @@ TEST_F(CaptureTest, LogoIsStampedBottomLeftFromTheNextRun) {
     ASSERT_EQ(S_OK, capture_->Stop());
     capture_->UnregisterDataTransmitter(sink_.get());
     capture_.Reset();
+}
+
+namespace {
+
+// A sink that lets go of its source from inside a call on the capture thread, as a host that
+// unhooks everything from a callback does: it unregisters itself and drops the only reference.
+class ReleasingSink : public FakeSink {
+  public:
+    ReleasingSink(IDesktopCapture* capture, bool inFlush)
+        : FakeSink("releasing"), capture_(capture), inFlush_(inFlush) {}
+    HRESULT STDMETHODCALLTYPE Flush() noexcept override {
+        const HRESULT hr = FakeSink::Flush();
+        if (inFlush_)
+            LetGo();
+        return hr;
+    }
+    bool LetGoDone() const { return capture_.load() == nullptr; }
+
+  protected:
+    void Received(const void*, uint32_t) noexcept override {
+        if (!inFlush_)
+            LetGo();
+    }
+
+  private:
+    void LetGo() {
+        if (IDesktopCapture* capture = capture_.exchange(nullptr)) {
+            capture->UnregisterDataTransmitter(this);
+            capture->Release();
+        }
+    }
+    std::atomic<IDesktopCapture*> capture_;
+    const bool inFlush_;
+};
+
+}  // namespace
+
+TEST_F(CaptureTest, LastReleaseInsideTransferOrFlushEndsTheThreadAndLetsTheModuleGo) {
+    capture_.Reset();
+    for (const bool inFlush : {false, true}) {
+        SCOPED_TRACE(inFlush ? "inside Flush" : "inside Transfer");
+        ComPtr<IDesktopCapture> capture = Create<IDesktopCapture>(CLSID_DesktopCapture);
+        ASSERT_TRUE(capture);
+        ASSERT_TRUE(GetModuleHandleA("Vantrel.dll"));
+        ReleasingSink sink(capture.Get(), inFlush);
+        ASSERT_EQ(S_OK, capture->RegisterDataTransmitter(&sink));
+        ASSERT_EQ(S_OK, capture->SetIdleFlushTimeout(150));
+        ASSERT_EQ(S_OK, capture->Run());
+        static_cast<void>(capture.Detach());  // from here the reference is the sink's
+        ASSERT_TRUE(WaitUntil([&] { return sink.LetGoDone(); }));
+        // The thread frees what the object left it and gives the module back as it ends.
+        EXPECT_TRUE(WaitUntil([] {
+            CoFreeUnusedLibrariesEx(0, 0);
+            return GetModuleHandleA("Vantrel.dll") == nullptr;
+        })) << "Vantrel.dll stays loaded";
+        EXPECT_EQ(0, sink.Refs());
+        EXPECT_EQ(std::vector<std::string>(), sink.Faults());
+    }
+}
+
+// The change detector serves one capture per process: a second one fails its thread's start-up,
+// which leaves it running without packets until Stop, and must not disturb the first. The hook
+// library closing its events under a running capture makes every wait fail at once; the thread
+// must end with a message instead of spinning, and Stop and the next Run still work.
+TEST_F(CaptureTest, CaptureWhoseThreadCannotStartOrWhoseWaitFailsEndsQuietly) {
+    NoiseBox box(RECT{300, 200, 420, 300}, 31);
+    ASSERT_TRUE(box.Shown());
+    RunAndWaitForPicture();
+    const auto second = Create<IDesktopCapture>(CLSID_DesktopCapture);
+    ASSERT_TRUE(second);
+    FakeSink idle("idle");
+    ASSERT_EQ(S_OK, second->RegisterDataTransmitter(&idle));
+    ASSERT_EQ(S_OK, second->Run());
+    PumpFor(500);
+    EXPECT_EQ(S_OK, second->Stop());
+    EXPECT_EQ(E_FAIL, second->Stop());
+    EXPECT_EQ(0u, idle.PacketCount());
+    EXPECT_EQ(S_OK, second->UnregisterDataTransmitter(&idle));
+    ASSERT_TRUE(box.Repaint(32));
+    EXPECT_TRUE(Converges());
+
+    DebugOutput debug;
+    using DoneCapture = BOOL(WINAPI*)();
+    const auto done = reinterpret_cast<DoneCapture>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("Pavlex.dll"), "DispDoneCapture")));
+    ASSERT_TRUE(done);
+    ASSERT_TRUE(done());
+    EXPECT_TRUE(WaitUntil([&] { return debug.Count("capture wait failed\n") == 1; }));
+    PumpFor(300);
+    EXPECT_EQ(1u, debug.Count("capture wait failed\n"));
+    EXPECT_EQ(S_OK, capture_->Stop());
+    const size_t before = sink_->Count();
+    ASSERT_EQ(S_OK, capture_->Run());
+    EXPECT_TRUE(WaitUntil([&] { return sink_->Count() > before; })) << "no capture after it";
+    EXPECT_EQ(S_OK, capture_->Stop());
 }

@@ -4,21 +4,6 @@
 
 namespace vantrel::test {
 
-void CallJournal::Add(const std::string& entry) {
-    std::lock_guard<CriticalSection> guard(lock_);
-    entries_.push_back(entry);
-}
-
-std::vector<std::string> CallJournal::Entries() const {
-    std::lock_guard<CriticalSection> guard(lock_);
-    return entries_;
-}
-
-void CallJournal::Clear() {
-    std::lock_guard<CriticalSection> guard(lock_);
-    entries_.clear();
-}
-
 FakeSink::FakeSink(std::string name, CallJournal* journal)
     : name_(std::move(name)),
       journal_(journal),
@@ -98,35 +83,6 @@ void FakeSink::HoldTransfers() {
 void FakeSink::Unblock() {
     hold_ = false;
     SetEvent(gate_.get());
-}
-
-bool FakeSink::WaitHeld(DWORD ms) {
-    return WaitForSingleObject(entered_.get(), ms) == WAIT_OBJECT_0;
-}
-
-std::vector<DWORD> FakeSink::FlushTicks() const {
-    std::lock_guard<CriticalSection> guard(lock_);
-    return flushTicks_;
-}
-
-std::vector<FakeSink::Packet> FakeSink::Packets() const {
-    std::lock_guard<CriticalSection> guard(lock_);
-    return packets_;
-}
-
-size_t FakeSink::PacketCount() const {
-    std::lock_guard<CriticalSection> guard(lock_);
-    return count_;
-}
-
-uint64_t FakeSink::ByteCount() const {
-    std::lock_guard<CriticalSection> guard(lock_);
-    return bytes_;
-}
-
-std::vector<std::string> FakeSink::Faults() const {
-    std::lock_guard<CriticalSection> guard(lock_);
-    return faults_;
 }
 
 void FakeSink::Fault(const char* what) {

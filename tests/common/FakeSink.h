@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -21,9 +22,18 @@ namespace vantrel::test {
 
 class CallJournal {
   public:
-    void Add(const std::string& entry);
-    std::vector<std::string> Entries() const;
-    void Clear();
+    void Add(const std::string& entry) {
+        std::lock_guard<CriticalSection> guard(lock_);
+        entries_.push_back(entry);
+    }
+    std::vector<std::string> Entries() const {
+        std::lock_guard<CriticalSection> guard(lock_);
+        return entries_;
+    }
+    void Clear() {
+        std::lock_guard<CriticalSection> guard(lock_);
+        entries_.clear();
+    }
 
   private:
     mutable CriticalSection lock_;
@@ -61,7 +71,7 @@ class FakeSink : public IDataTransmitter {
     void HoldTransfers();
     void Unblock();
     // True once a held Transfer has been entered (within ms).
-    bool WaitHeld(DWORD ms);
+    bool WaitHeld(DWORD ms) { return WaitForSingleObject(entered_.get(), ms) == WAIT_OBJECT_0; }
 
     const std::string& Name() const { return name_; }
     LONG AddRefs() const { return addRefs_; }
@@ -70,19 +80,24 @@ class FakeSink : public IDataTransmitter {
     bool InCall() const { return inCall_ > 0; }
     LONG Flushes() const { return static_cast<LONG>(FlushTicks().size()); }
     // GetTickCount of every Flush.
-    std::vector<DWORD> FlushTicks() const;
-    std::vector<Packet> Packets() const;
+    std::vector<DWORD> FlushTicks() const { return Locked(flushTicks_); }
+    std::vector<Packet> Packets() const { return Locked(packets_); }
     // Every packet received, kept or not, and their bytes.
-    size_t PacketCount() const;
-    uint64_t ByteCount() const;
+    size_t PacketCount() const { return Locked(count_); }
+    uint64_t ByteCount() const { return Locked(bytes_); }
     // What went wrong from the sink's point of view; empty when the source behaved.
-    std::vector<std::string> Faults() const;
+    std::vector<std::string> Faults() const { return Locked(faults_); }
 
   protected:
     // Every packet, on the delivering thread, outside the sink's lock.
     virtual void Received(const void*, uint32_t) noexcept {}
 
   private:
+    template <typename T>
+    T Locked(const T& field) const {
+        std::lock_guard<CriticalSection> guard(lock_);
+        return field;
+    }
     void Fault(const char* what);
     void Log(const char* what);
 

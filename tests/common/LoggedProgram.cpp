@@ -34,9 +34,7 @@ bool LoggedProgram::Start(const std::string& program, const std::string& args,
         line += std::string(" ") + stopOption + " " + stop;
     }
     exitCode_ = ChildProcess::kNoExitCode;
-    const bool started = process_.Start(program, line, std::move(stopEvent), log_);
-    id_ = process_.Id();
-    return started;
+    return process_.Start(program, line, std::move(stopEvent), log_);
 }
 
 std::string LoggedProgram::Output() const {

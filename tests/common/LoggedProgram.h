@@ -41,14 +41,11 @@ class LoggedProgram {
     void Kill();
 
     const std::string& Name() const noexcept { return name_; }
-    DWORD Id() const noexcept { return id_; }
-    DWORD ExitCode() const noexcept { return exitCode_; }
 
   private:
     std::string name_, log_;
     bool ownLog_ = false;
     ChildProcess process_;
-    DWORD id_ = 0;
     DWORD exitCode_ = ChildProcess::kNoExitCode;
 };
 

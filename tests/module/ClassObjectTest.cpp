@@ -24,15 +24,11 @@ ULONG Refs(IUnknown* p) {
 class Outer final : public IUnknown {
   public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-        if (IsEqualIID(riid, IID_IUnknown)) {
-            *ppv = static_cast<IUnknown*>(this);
-            AddRef();
-            return S_OK;
-        }
-        if (inner)
-            return inner->QueryInterface(riid, ppv);
-        *ppv = nullptr;
-        return E_NOINTERFACE;
+        if (!IsEqualIID(riid, IID_IUnknown))
+            return inner ? inner->QueryInterface(riid, ppv) : (*ppv = nullptr, E_NOINTERFACE);
+        *ppv = static_cast<IUnknown*>(this);
+        AddRef();
+        return S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++refs; }
     ULONG STDMETHODCALLTYPE Release() override { return --refs; }
@@ -41,7 +37,7 @@ class Outer final : public IUnknown {
     std::atomic<ULONG> refs{1};
 };
 
-using ClassObjectTest = ComTest;
+using ClassObjectTest = ModuleTest;
 
 // Also the unload rule for each class: a live object holds the module through any interface.
 TEST_F(ClassObjectTest, QueryInterfaceAnswersExactlyEachClassRow) {
@@ -73,9 +69,7 @@ TEST_F(ClassObjectTest, QueryInterfaceAnswersExactlyEachClassRow) {
             ComPtr<IUnknown> identity;
             ASSERT_EQ(S_OK, answered->QueryInterface(IID_IUnknown, identity.PutVoid()));
             EXPECT_EQ(object.Get(), identity.Get());
-            if (IsEqualIID(*iid, *c.interfaces.front())) {
-                EXPECT_EQ(object.Get(), p);
-            }
+            EXPECT_TRUE(!IsEqualIID(*iid, *c.interfaces.front()) || object.Get() == p);
         }
         EXPECT_EQ(refs, Refs(object.Get()));
         EXPECT_EQ(E_POINTER, object->QueryInterface(*c.interfaces.front(), nullptr));
@@ -89,7 +83,17 @@ TEST_F(ClassObjectTest, QueryInterfaceAnswersExactlyEachClassRow) {
     }
 }
 
+// Only the eight classes are served, and a class object answers only IUnknown and
+// IClassFactory.
 TEST_F(ClassObjectTest, CreateInstanceChecksArgumentsAndAggregates) {
+    void* none = kSentinel;
+    EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE,
+              Dll().getClassObject(CLSID_DesktopIPCServer2, IID_IClassFactory, &none));
+    EXPECT_EQ(nullptr, none);
+    none = kSentinel;
+    EXPECT_EQ(E_NOINTERFACE,
+              Dll().getClassObject(CLSID_DesktopCapture, IID_IDesktopCapture, &none));
+    EXPECT_EQ(nullptr, none);
     for (const ServedClass& c : kServedClasses) {
         SCOPED_TRACE(c.name);
         Outer outer;
@@ -134,37 +138,8 @@ TEST_F(ClassObjectTest, CreateInstanceChecksArgumentsAndAggregates) {
     }
 }
 
-TEST_F(ClassObjectTest, OnlyTheEightClassesAreServed) {
-    void* p = kSentinel;
-    EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE,
-              Dll().getClassObject(CLSID_DesktopIPCServer2, IID_IClassFactory, &p));
-    EXPECT_EQ(nullptr, p);
-    // A class object answers only IUnknown and IClassFactory.
-    p = kSentinel;
-    EXPECT_EQ(E_NOINTERFACE, Dll().getClassObject(CLSID_DesktopCapture, IID_IDesktopCapture, &p));
-    EXPECT_EQ(nullptr, p);
-    EXPECT_EQ(S_OK, Dll().canUnloadNow());
-}
-
-TEST_F(ClassObjectTest, LockServerAndHeldClassObjectsKeepTheModule) {
-    const VantrelDll& dll = Dll();
-    ASSERT_EQ(S_OK, dll.canUnloadNow());
-    ComPtr<IClassFactory> factory;
-    ASSERT_EQ(S_OK, CoGetClassObject(CLSID_DesktopCapture, CLSCTX_INPROC_SERVER, nullptr,
-                                     IID_IClassFactory, factory.PutVoid()));
-    EXPECT_EQ(S_FALSE, dll.canUnloadNow());
-    ASSERT_EQ(S_OK, factory->LockServer(TRUE));
-    factory.Reset();
-    EXPECT_EQ(S_FALSE, dll.canUnloadNow());
-    ASSERT_EQ(S_OK, CoGetClassObject(CLSID_DesktopCapture, CLSCTX_INPROC_SERVER, nullptr,
-                                     IID_IClassFactory, factory.PutVoid()));
-    ASSERT_EQ(S_OK, factory->LockServer(FALSE));
-    EXPECT_EQ(S_FALSE, dll.canUnloadNow());
-    factory.Reset();
-    EXPECT_EQ(S_OK, dll.canUnloadNow());
-}
-
-// Each class object is created once, also when the first requests race, and kept.
+// Each class object is created once, also when the first requests race, and kept; a held class
+// object and LockServer keep the module.
 TEST_F(ClassObjectTest, ConcurrentRequestsGetOneClassObjectPerClass) {
     const size_t classes = kServedClasses.size();
     constexpr size_t kThreads = 8;
@@ -199,10 +174,20 @@ TEST_F(ClassObjectTest, ConcurrentRequestsGetOneClassObjectPerClass) {
             static_cast<IUnknown*>(p)->Release();
     EXPECT_EQ(S_OK, Dll().canUnloadNow());
 
-    ComPtr<IClassFactory> again;
+    ComPtr<IClassFactory> factory;
     ASSERT_EQ(S_OK, Dll().getClassObject(*kServedClasses.back().clsid, IID_IClassFactory,
-                                         again.PutVoid()));
-    EXPECT_EQ(got[classes - 1], again.Get());
+                                         factory.PutVoid()));
+    EXPECT_EQ(got[classes - 1], factory.Get());
+    EXPECT_EQ(S_FALSE, Dll().canUnloadNow());
+    ASSERT_EQ(S_OK, factory->LockServer(TRUE));
+    factory.Reset();
+    EXPECT_EQ(S_FALSE, Dll().canUnloadNow());
+    ASSERT_EQ(S_OK, CoGetClassObject(CLSID_DesktopCapture, CLSCTX_INPROC_SERVER, nullptr,
+                                     IID_IClassFactory, factory.PutVoid()));
+    ASSERT_EQ(S_OK, factory->LockServer(FALSE));
+    EXPECT_EQ(S_FALSE, Dll().canUnloadNow());
+    factory.Reset();
+    EXPECT_EQ(S_OK, Dll().canUnloadNow());
 }
 
 }  // namespace

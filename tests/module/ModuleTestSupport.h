@@ -9,9 +9,8 @@
 #include <type_traits>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "Vantrel.h"
+#include "common/ComTest.h"
 #include "wincom/ChildProcess.h"
 
 namespace vantrel::test {
@@ -79,18 +78,16 @@ inline const VantrelDll& Dll() {
     return dll;
 }
 
-// A single-threaded apartment, as a host's UI thread: the render class is apartment-threaded
-// and its interfaces have no proxies.
-class ComTest : public testing::Test {
+// An apartment per test (common/ComTest.h) and the DLL's exports bound.
+class ModuleTest : public ComTest {
   protected:
     void SetUp() override {
-        ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
+        ComTest::SetUp();
         const VantrelDll& dll = Dll();
         ASSERT_TRUE(dll.getClassObject && dll.canUnloadNow && dll.registerServer &&
                     dll.unregisterServer)
             << dll.path;
     }
-    void TearDown() override { CoUninitialize(); }
 };
 
 inline std::string GuidString(REFGUID guid) {

@@ -72,15 +72,15 @@ Snapshot Minus(const Snapshot& a, const Snapshot& b) {
     return diff;
 }
 
-class RegistrationTest : public ComTest {
+class RegistrationTest : public ModuleTest {
   protected:
     void TearDown() override {
         EXPECT_EQ(S_OK, Dll().registerServer());
-        ComTest::TearDown();
+        ModuleTest::TearDown();
     }
 };
 
-TEST_F(RegistrationTest, RegisterWritesTheKeysOfEveryClass) {
+TEST_F(RegistrationTest, RegisterWritesTheKeysOfEveryClassAndUnregisterExactlyRemovesThem) {
     ASSERT_EQ(S_OK, Dll().registerServer());
     char modulePath[MAX_PATH];
     ASSERT_NE(0u, GetModuleFileNameA(Dll().module, modulePath, MAX_PATH));
@@ -115,10 +115,7 @@ TEST_F(RegistrationTest, RegisterWritesTheKeysOfEveryClass) {
     ASSERT_EQ(S_OK, QueryPathOfRegTypeLib(LIBID_VANTRELLib, 1, 0, LOCALE_NEUTRAL, &typeLibPath));
     EXPECT_EQ(modulePath, std::string(typeLibPath, typeLibPath + SysStringLen(typeLibPath)));
     SysFreeString(typeLibPath);
-}
 
-TEST_F(RegistrationTest, UnregisterRemovesExactlyWhatRegisterWrote) {
-    ASSERT_EQ(S_OK, Dll().registerServer());
     const Snapshot registered = TakeSnapshot();
     ASSERT_EQ(S_OK, Dll().unregisterServer());
     const Snapshot unregistered = TakeSnapshot();

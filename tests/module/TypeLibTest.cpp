@@ -10,6 +10,7 @@
 
 #include "ModuleTestSupport.h"
 #include "wincom/ComPtr.h"
+#include "wincom/UniqueHandle.h"
 
 namespace vantrel::test {
 namespace {
@@ -57,16 +58,17 @@ TYPEATTR Attributes(ITypeInfo* info) {
     return copy;
 }
 
-class TypeLibTest : public ComTest {
+class TypeLibTest : public ModuleTest {
   protected:
     void SetUp() override {
-        ComTest::SetUp();
+        ModuleTest::SetUp();
         ASSERT_EQ(S_OK, LoadRegTypeLib(LIBID_VANTRELLib, 1, 0, LOCALE_NEUTRAL, typeLib_.Put()));
     }
     ComPtr<ITypeLib> typeLib_;
 };
 
-TEST_F(TypeLibTest, LibraryNameHelpAndVersion) {
+// The library and the DLL's version resource say 1.0 alike; the DLL carries its icon.
+TEST_F(TypeLibTest, LibraryAndResourcesCarryNameHelpVersionAndIcon) {
     BSTR name = nullptr, help = nullptr;
     ASSERT_EQ(S_OK, typeLib_->GetDocumentation(-1, &name, &help, nullptr, nullptr));
     EXPECT_EQ("VANTRELLib", Narrow(name));
@@ -78,9 +80,25 @@ TEST_F(TypeLibTest, LibraryNameHelpAndVersion) {
     EXPECT_EQ(0, attr->wMinorVerNum);
     EXPECT_EQ(SYS_WIN32, attr->syskind);
     typeLib_->ReleaseTLibAttr(attr);
+
+    EXPECT_TRUE(UniqueIcon(static_cast<HICON>(
+        LoadImageA(Dll().module, MAKEINTRESOURCEA(201), IMAGE_ICON, 32, 32, 0))));
+
+    const char* path = Dll().path.c_str();
+    std::vector<BYTE> version(GetFileVersionInfoSizeA(path, nullptr));
+    ASSERT_FALSE(version.empty());
+    ASSERT_TRUE(GetFileVersionInfoA(path, 0, static_cast<DWORD>(version.size()), version.data()));
+    VS_FIXEDFILEINFO* fixed = nullptr;
+    UINT size = 0;
+    ASSERT_TRUE(VerQueryValueA(version.data(), "\\", reinterpret_cast<void**>(&fixed), &size));
+    EXPECT_EQ(0x00010000u, fixed->dwFileVersionMS);  // 1.0, as the type library
+    EXPECT_EQ(static_cast<DWORD>(VFT_DLL), fixed->dwFileType);
 }
 
-TEST_F(TypeLibTest, CoclassesListTheirInterfaces) {
+// Every coclass lists its interfaces, the first the default. Every interface's help string is
+// its name and " Interface" (IFrameBuffer's says IDataTransmitter), every method's "method " and
+// its name.
+TEST_F(TypeLibTest, CoclassesInterfacesAndMethodsCarryTheirNamesAndHelpStrings) {
     for (const auto& [clsid, expected] : kCoclasses) {
         SCOPED_TRACE(expected);
         ComPtr<ITypeInfo> info;
@@ -99,11 +117,6 @@ TEST_F(TypeLibTest, CoclassesListTheirInterfaces) {
         }
         EXPECT_EQ(expected, actual);
     }
-}
-
-// Every interface's help string is its name and " Interface" (IFrameBuffer's says
-// IDataTransmitter), every method's "method " and its name.
-TEST_F(TypeLibTest, InterfacesAndMethodsCarryTheirHelpStrings) {
     std::vector<std::string> interfaces;
     for (UINT i = 0; i < typeLib_->GetTypeInfoCount(); ++i) {
         ComPtr<ITypeInfo> info;
@@ -130,25 +143,6 @@ TEST_F(TypeLibTest, InterfacesAndMethodsCarryTheirHelpStrings) {
                                         "IDesktopIPCServer", "IDesktopReader", "IDesktopReceiver",
                                         "IDesktopRecorder", "IDesktopRender", "IFrameBuffer"}),
               interfaces);
-}
-
-TEST_F(TypeLibTest, ResourcesHoldIconAndVersion) {
-    const HMODULE module = Dll().module;
-    HICON icon =
-        static_cast<HICON>(LoadImageA(module, MAKEINTRESOURCEA(201), IMAGE_ICON, 32, 32, 0));
-    EXPECT_NE(nullptr, icon);
-    if (icon)
-        DestroyIcon(icon);
-
-    const char* path = Dll().path.c_str();
-    std::vector<BYTE> version(GetFileVersionInfoSizeA(path, nullptr));
-    ASSERT_FALSE(version.empty());
-    ASSERT_TRUE(GetFileVersionInfoA(path, 0, static_cast<DWORD>(version.size()), version.data()));
-    VS_FIXEDFILEINFO* fixed = nullptr;
-    UINT size = 0;
-    ASSERT_TRUE(VerQueryValueA(version.data(), "\\", reinterpret_cast<void**>(&fixed), &size));
-    EXPECT_EQ(0x00010000u, fixed->dwFileVersionMS);  // 1.0, as the type library
-    EXPECT_EQ(static_cast<DWORD>(VFT_DLL), fixed->dwFileType);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <windows.h>
 
 #include <cstdint>
-#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -22,10 +21,6 @@ struct Format {
     UINT(WINAPI* convert)(const void*, void*, UINT);
     unsigned sourceBytes;  // per pixel
 };
-
-void PrintTo(const Format& f, std::ostream* os) {
-    *os << "from " << f.name;
-}
 
 const Format kFormats[] = {
     {"32", ConvertRow32To555, 4}, {"24", ConvertRow24To555, 3}, {"565", ConvertRow565To555, 2}};
