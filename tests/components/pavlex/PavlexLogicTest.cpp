@@ -6,9 +6,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "CaptureSession.h"
 #include "ChangeDetector.h"
@@ -17,7 +16,7 @@
 #include "CursorShape.h"
 #include "RectMerger.h"
 #include "TileMap.h"
-#include "stream/Packet.h"
+#include "common/ScreenTestSupport.h"
 
 using namespace vantrel;
 using namespace vantrel::pavlex;
@@ -61,15 +60,22 @@ std::uint32_t Colour(const CursorShape& shape, int x, int y) {
 CursorShape Fit(const CursorShape::Source& source) {
     CursorShape shape;
     EXPECT_TRUE(CursorShape::fit(source, &shape));
-    EXPECT_EQ(0, shape.width() % 16);
-    EXPECT_LE(shape.width(), 32);
-    EXPECT_LE(shape.height(), 32);
+    EXPECT_TRUE(shape.width() % 16 == 0 && shape.width() <= 32 && shape.height() <= 32);
     EXPECT_EQ(static_cast<size_t>(shape.width() / 8 * shape.height()), shape.andMask().size());
     EXPECT_EQ(static_cast<size_t>(shape.width() * shape.height() * shape.bitsPerPixel() / 8),
               shape.xorBits().size());
-    EXPECT_LT(shape.hotX(), shape.width());
-    EXPECT_LT(shape.hotY(), shape.height());
+    EXPECT_TRUE(shape.hotX() < shape.width() && shape.hotY() < shape.height());
     return shape;
+}
+
+// A map of width x height pixels in tiles of `tile` pixels, marked where dirty(column, row).
+TileMap Marked(int width, int height, int tile, const std::function<bool(int, int)>& dirty) {
+    TileMap map(width, height, tile);
+    for (int r = 0; r < map.rows(); ++r)
+        for (int c = 0; c < map.columns(); ++c)
+            if (dirty(c, r))
+                map.mark(c, r);
+    return map;
 }
 
 }  // namespace
@@ -83,6 +89,9 @@ TEST(TileMap, CheckValuesSeeAChangedOrExchangedPixelButNotTheAlphaByte) {
     std::uint32_t seed = 5;
     for (auto& p : before)
         p = (seed = seed * 1664525u + 1013904223u) >> 8;
+    auto row = [&](std::vector<std::uint32_t>& v, int y) {
+        return reinterpret_cast<const std::uint8_t*>(&v[static_cast<size_t>(y) * width]);
+    };
     const struct {
         int x, y, x2;  // x2 >= 0: exchange the pixels at x and x2 of row y
         std::uint32_t value;
@@ -96,9 +105,7 @@ TEST(TileMap, CheckValuesSeeAChangedOrExchangedPixelButNotTheAlphaByte) {
         TileMap map(width, height, 16);
         std::vector<std::uint32_t> hashes(static_cast<size_t>(height) * map.columns());
         for (int y = 0; y < height; ++y)
-            map.hashRow(
-                reinterpret_cast<const std::uint8_t*>(&before[static_cast<size_t>(y) * width]),
-                &hashes[static_cast<size_t>(y) * map.columns()]);
+            map.hashRow(row(before, y), &hashes[static_cast<size_t>(y) * map.columns()]);
         std::vector<std::uint32_t> after = before;
         std::uint32_t& p = after[static_cast<size_t>(c.y) * width + c.x];
         if (c.x2 >= 0)
@@ -106,14 +113,11 @@ TEST(TileMap, CheckValuesSeeAChangedOrExchangedPixelButNotTheAlphaByte) {
         else
             p ^= c.value;
         for (int top = 0; top < height; top += 32)
-            map.markHashedBand(
-                reinterpret_cast<const std::uint8_t*>(&after[static_cast<size_t>(top) * width]),
-                width * 4, top, 32, hashes.data());
+            map.markHashedBand(row(after, top), width * 4, top, 32, hashes.data());
         EXPECT_EQ(c.visible ? 1 : 0, map.dirtyCount()) << c.x << "," << c.y;
         EXPECT_EQ(c.visible, map.dirty(c.x / 16, c.y / 16)) << c.x << "," << c.y;
         map.clear();
-        EXPECT_FALSE(map.markHashedBand(reinterpret_cast<const std::uint8_t*>(&after[0]), width * 4,
-                                        0, 16, hashes.data()));
+        EXPECT_FALSE(map.markHashedBand(row(after, 0), width * 4, 0, 16, hashes.data()));
     }
 }
 
@@ -129,19 +133,11 @@ TEST(RectMerger, MergesRunsAlongRowsAndEqualRunsBelow) {
         {{"#.##", "#.##"}, {{0, 0, 10, 20}, {20, 0, 40, 20}}},
         {{"#...", "....", "#..."}, {{0, 0, 10, 10}, {0, 20, 10, 30}}},
     };
-    for (const auto& c : cases) {
-        const int columns = static_cast<int>(std::strlen(c.picture[0]));
-        TileMap map(columns * 10, static_cast<int>(c.picture.size()) * 10, 10);
-        for (int r = 0; r < map.rows(); ++r) {
-            for (int column = 0; column < columns; ++column) {
-                if (c.picture[r][column] == '#')
-                    map.mark(column, r);
-            }
-        }
-        const std::vector<RECT> rects = RectMerger::merge(map, 513);
-        ASSERT_EQ(c.expected.size(), rects.size()) << c.picture[0];
-        for (size_t i = 0; i < rects.size(); ++i)
-            EXPECT_TRUE(EqualRect(&c.expected[i], &rects[i])) << c.picture[0] << " #" << i;
+    for (const auto& [picture, expected] : cases) {
+        const TileMap map = Marked(
+            static_cast<int>(std::strlen(picture[0])) * 10, static_cast<int>(picture.size()) * 10,
+            10, [&, &picture = picture](int c, int r) { return picture[r][c] == '#'; });
+        EXPECT_EQ(expected, RectMerger::merge(map, 513)) << picture[0];
     }
 }
 
@@ -150,28 +146,23 @@ TEST(RectMerger, RectanglesStayOnTheScreenWithinTheLimitAndCoverEveryTile) {
     // coarsening makes it one rectangle) and a diagonal (each coarsening only halves it).
     const RECT screen{0, 0, 1366, 770};
     for (bool diagonal : {false, true}) {
-        TileMap map(screen.right, screen.bottom, 16);
-        for (int r = 0; r < map.rows(); ++r) {
-            for (int c = 0; c < map.columns(); ++c) {
-                if (diagonal ? c == r : (c + r) % 2 == 0)
-                    map.mark(c, r);
-            }
-        }
+        const TileMap map = Marked(screen.right, screen.bottom, 16, [&](int c, int r) {
+            return diagonal ? c == r : (c + r) % 2 == 0;
+        });
         for (size_t limit : {513, 7, 1}) {
             const std::vector<RECT> rects = RectMerger::merge(map, limit);
             EXPECT_LE(rects.size(), limit);
             for (const RECT& rc : rects) {
                 RECT clipped;
-                EXPECT_TRUE(IntersectRect(&clipped, &rc, &screen) && EqualRect(&clipped, &rc));
+                EXPECT_TRUE(IntersectRect(&clipped, &rc, &screen) && clipped == rc);
             }
             // Both corners of every dirty tile, the partial ones clipped to the screen.
             for (int r = 0; r < map.rows(); ++r) {
                 for (int c = 0; c < map.columns(); ++c) {
-                    if (!map.dirty(c, r))
-                        continue;
                     for (POINT p : {POINT{c * 16, r * 16},
                                     POINT{std::min(c * 16 + 15, 1365), std::min(r * 16 + 15, 769)}})
-                        ASSERT_TRUE(std::any_of(rects.begin(), rects.end(),
+                        ASSERT_TRUE(!map.dirty(c, r) ||
+                                    std::any_of(rects.begin(), rects.end(),
                                                 [&](const RECT& rc) { return PtInRect(&rc, p); }))
                             << p.x << "," << p.y << " limit " << limit;
                 }
@@ -185,18 +176,17 @@ TEST(GrabRate, RegistryValueSetsTheIntervalWithinLimits) {
     RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
     const DWORD standard = ChangeDetector::kDefaultInterval;
     EXPECT_EQ(standard, CaptureSession::ReadGrabInterval());
-    HKEY key = nullptr;
+    UniqueHkey key;
     ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_WRITE,
-                                             nullptr, &key, nullptr));
+                                             nullptr, key.put(), nullptr));
     const DWORD cases[][2] = {{5, 200}, {100, 10}, {5000, 10}, {0, standard}};  // rate, interval
     for (const auto& c : cases) {
-        RegSetValueExA(key, "GrabsPerSecond", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&c[0]),
-                       sizeof c[0]);
+        RegSetValueExA(key.get(), "GrabsPerSecond", 0, REG_DWORD,
+                       reinterpret_cast<const BYTE*>(&c[0]), sizeof c[0]);
         EXPECT_EQ(c[1], CaptureSession::ReadGrabInterval()) << c[0];
     }
-    RegSetValueExA(key, "GrabsPerSecond", 0, REG_SZ, reinterpret_cast<const BYTE*>("5"), 2);
+    RegSetValueExA(key.get(), "GrabsPerSecond", 0, REG_SZ, reinterpret_cast<const BYTE*>("5"), 2);
     EXPECT_EQ(standard, CaptureSession::ReadGrabInterval());
-    RegCloseKey(key);
     RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
 }
 
@@ -227,16 +217,14 @@ TEST(CursorShape, LargeShapesAreCroppedToTheirContentOrScaledKeepingThinLines) {
     CursorShape::Source small = Transparent(64, 64, false);
     small.hotX = 41;
     small.hotY = 31;
-    for (int y = 30; y < 42; ++y) {
+    for (int y = 30; y < 42; ++y)
         for (int x = 40; x < 50; ++x)
             Paint(small, x, y, 0xFF000000 | (x << 8) | y);
-    }
     const CursorShape cropped = Fit(small);
     const int dx = 41 - cropped.hotX(), dy = 31 - cropped.hotY();
-    for (int y = 30; y < 42; ++y) {
+    for (int y = 30; y < 42; ++y)
         for (int x = 40; x < 50; ++x)
             ASSERT_EQ(0xFF000000u | (x << 8) | y, Colour(cropped, x - dx, y - dy));
-    }
 
     CursorShape::Source large = Transparent(64, 48, true);
     large.hotX = 63;
@@ -246,10 +234,8 @@ TEST(CursorShape, LargeShapesAreCroppedToTheirContentOrScaledKeepingThinLines) {
     for (int x = 0; x < 64; ++x)
         Paint(large, x, 0, 1);
     const CursorShape scaled = Fit(large);
-    EXPECT_EQ(32, scaled.width());
-    EXPECT_EQ(24, scaled.height());
-    EXPECT_EQ(31, scaled.hotX());
-    EXPECT_EQ(23, scaled.hotY());
+    EXPECT_EQ((std::vector<int>{32, 24, 31, 23}),
+              (std::vector<int>{scaled.width(), scaled.height(), scaled.hotX(), scaled.hotY()}));
     for (int y = 0; y < scaled.height(); ++y) {
         int opaque = 0;
         for (int x = 0; x < scaled.width(); ++x)

@@ -6,34 +6,21 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
 #include <vector>
 
-#include <gtest/gtest.h>
-
-#include "common/Screen.h"
+#include "common/ScreenTestSupport.h"
 #include "contracts/Pavlex.h"
-#include "wincom/UniqueHandle.h"
-#include "stream/Packet.h"
 
 using namespace vantrel;
-using test::PaintedWindow;
-using test::PumpMessages;
+using namespace vantrel::test;
 
 namespace {
 
-constexpr DWORD kPatience = 5000;  // ms; generous, the machine is shared
-
 // Waits on event, pumping messages; resets it as the capture does.
-bool WaitAndReset(HANDLE event, DWORD timeout) {
-    const DWORD start = GetTickCount();
-    for (DWORD elapsed = 0; elapsed < timeout; elapsed = GetTickCount() - start) {
-        PumpMessages();
-        if (MsgWaitForMultipleObjects(1, &event, FALSE, timeout - elapsed, QS_ALLINPUT) ==
-            WAIT_OBJECT_0)
-            return ResetEvent(event) != FALSE;
-    }
-    return false;
+bool WaitAndReset(HANDLE event, DWORD timeout, DWORD pollMs = 5) {
+    return WaitUntil([&] { return WaitForSingleObject(event, 0) == WAIT_OBJECT_0; }, timeout,
+                     pollMs) &&
+           ResetEvent(event);
 }
 
 // Every area lies inside the union of rects.
@@ -60,108 +47,19 @@ int ThreadCount() {
     return count;
 }
 
-// A topmost popup of one colour, with 4 x 4 white dots every 20 pixels when asked. A pointer
-// window shows the cross over its left half and the arrow over its right half; only it is
-// activated, because the platform reports the pointer of the foreground window's thread and,
-// without a window manager, deactivating a window takes seconds.
-class TestWindow {
-  public:
-    TestWindow(const RECT& r, COLORREF colour, bool pointerWindow = false)
-        : colour_(colour),
-          window_(
-              r, [this](HDC dc, const RECT& client) { Paint(dc, client); }, pointerWindow) {
-        if (pointerWindow)
-            window_.SplitPointer();
-        PumpMessages();
-    }
-    void repaint(COLORREF colour, bool dots = false) {
-        colour_ = colour;
-        dots_ = dots;
-        window_.Repaint();
-    }
-
-  private:
-    void Paint(HDC dc, const RECT& client) {
-        UniqueBrush fill(CreateSolidBrush(colour_));
+// A painter of one colour, with 4 x 4 white dots every 20 pixels when asked.
+PaintedWindow::Painter Fill(const COLORREF& colour, const bool& dots) {
+    return [&colour, &dots](HDC dc, const RECT& client) {
+        UniqueBrush fill(CreateSolidBrush(colour));
         FillRect(dc, &client, fill.get());
-        for (int y = 0; dots_ && y < client.bottom; y += 20) {
+        for (int y = 0; dots && y < client.bottom; y += 20) {
             for (int x = 0; x < client.right; x += 20) {
                 const RECT dot{x, y, x + 4, y + 4};
                 FillRect(dc, &dot, static_cast<HBRUSH>(GetStockObject(WHITE_BRUSH)));
             }
         }
-    }
-
-    COLORREF colour_;
-    bool dots_ = false;
-    PaintedWindow window_;
-};
-
-class PavlexCapture : public testing::Test {
-  protected:
-    void SetUp() override {
-        SetCursorPos(1000, 740);  // out of the way of the windows drawn here
-        ASSERT_TRUE(DispInitCapture());
-        ASSERT_TRUE(DispRegisterCursorUpdate(&cursorEvent_, kPavlexCursorBufferSize));
-        ASSERT_TRUE(DispRegisterScreenUpdate(&screenEvent_, kPavlexScreenBufferSize));
-    }
-    void TearDown() override {
-        EXPECT_TRUE(DispUnRegisterScreenUpdate());
-        EXPECT_TRUE(DispUnRegisterCursorUpdate());
-        EXPECT_TRUE(DispDoneCapture());
-    }
-
-    // Fetches screen lists into rects_ until done() or the time runs out. Every list holds 1 to
-    // 513 rectangles, all on the screen.
-    bool CollectScreen(DWORD timeout, const std::function<bool()>& done) {
-        const RECT screen{0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)};
-        for (const DWORD start = GetTickCount(); GetTickCount() - start < timeout;) {
-            PavlexScreenUpdate* update = nullptr;
-            if (!WaitAndReset(screenEvent_, 50) || !DispGetScreenUpdate(&update)) {
-                if (done())
-                    return true;
-                continue;
-            }
-            EXPECT_GE(update->count, 1u);
-            EXPECT_LE(update->count, kPavlexMaxRects);
-            for (DWORD i = 0; i < update->count; ++i) {
-                RECT r = update->rects[i], clipped;
-                EXPECT_TRUE(IntersectRect(&clipped, &r, &screen) && EqualRect(&clipped, &r));
-                rects_.push_back(r);
-            }
-            lastList_ = GetTickCount();
-        }
-        return false;
-    }
-    // Drains lists until none has come for 400 ms; false when the screen never settles.
-    bool Settle() {
-        lastList_ = GetTickCount();
-        const bool quiet =
-            CollectScreen(kPatience, [&] { return GetTickCount() - lastList_ > 400; });
-        rects_.clear();
-        return quiet;
-    }
-
-    // The merged record pending now, copied into record_ and parsed as the receiver does.
-    packet::CursorRecordView TakeRecord() {
-        BYTE* record = nullptr;
-        packet::CursorRecordView view;
-        EXPECT_TRUE(DispGetCursorUpdate(&record));
-        record_.assign(kPavlexCursorBufferSize, 0);
-        if (record)
-            record_.assign(record, record + kPavlexCursorBufferSize);
-        EXPECT_EQ(packet::CursorError::None,
-                  packet::ParseCursorRecord(record_.data(), kPavlexCursorBufferSize, &view));
-        EXPECT_LE(packet::SenderCursorRecordLength(view.record), kPavlexCursorBufferSize);
-        return view;
-    }
-
-    HANDLE cursorEvent_ = nullptr;
-    HANDLE screenEvent_ = nullptr;
-    std::vector<RECT> rects_;
-    DWORD lastList_ = 0;
-    std::vector<BYTE> record_;
-};
+    };
+}
 
 // Draws icon at width x height on black and on white; both pictures.
 std::vector<COLORREF> Render(HICON icon, int width, int height) {
@@ -180,19 +78,104 @@ std::vector<COLORREF> Render(HICON icon, int width, int height) {
     return pixels;
 }
 
+class PavlexCapture : public testing::Test {
+  protected:
+    void SetUp() override {
+        SetCursorPos(1000, 740);  // out of the way of the windows drawn here
+        ASSERT_TRUE(DispInitCapture());
+        ASSERT_TRUE(DispRegisterCursorUpdate(&cursorEvent_, kPavlexCursorBufferSize));
+        ASSERT_TRUE(DispRegisterScreenUpdate(&screenEvent_, kPavlexScreenBufferSize));
+    }
+    void TearDown() override {
+        EXPECT_TRUE(DispUnRegisterScreenUpdate());
+        EXPECT_TRUE(DispUnRegisterCursorUpdate());
+        EXPECT_TRUE(DispDoneCapture());
+    }
+
+    // Fetches screen lists into rects_ until they cover areas (or, with none, until none has
+    // come for 400 ms) or the time runs out. Every list holds 1 to 513 rectangles, all on the
+    // screen.
+    bool Collect(const std::vector<RECT>& areas) {
+        const RECT screen{0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)};
+        for (DWORD start = GetTickCount(), last = start; GetTickCount() - start < kPatience;) {
+            PavlexScreenUpdate* update = nullptr;
+            if (!WaitAndReset(screenEvent_, 50) || !DispGetScreenUpdate(&update)) {
+                if (areas.empty() ? GetTickCount() - last > 400 : Covers(rects_, areas))
+                    return true;
+                continue;
+            }
+            EXPECT_TRUE(update->count >= 1 && update->count <= kPavlexMaxRects) << update->count;
+            for (const RECT& r : std::vector<RECT>(update->rects, update->rects + update->count)) {
+                RECT clipped;
+                EXPECT_TRUE(IntersectRect(&clipped, &r, &screen) && clipped == r) << r;
+                rects_.push_back(r);
+            }
+            last = GetTickCount();
+        }
+        return false;
+    }
+    // Drains lists until none has come for 400 ms; false when the screen never settles.
+    bool Settle() {
+        const bool quiet = Collect({});
+        rects_.clear();
+        return quiet;
+    }
+
+    // The merged record pending now, copied into record_ and parsed as the receiver does.
+    packet::CursorRecordView TakeRecord() {
+        BYTE* record = nullptr;
+        EXPECT_TRUE(DispGetCursorUpdate(&record));
+        record_ = record ? std::vector<BYTE>(record, record + kPavlexCursorBufferSize)
+                         : std::vector<BYTE>(kPavlexCursorBufferSize);
+        const packet::CursorRecordView view = ViewOf(record_);
+        EXPECT_LE(packet::SenderCursorRecordLength(view.record), kPavlexCursorBufferSize);
+        return view;
+    }
+
+    HANDLE cursorEvent_ = nullptr;
+    HANDLE screenEvent_ = nullptr;
+    std::vector<RECT> rects_;
+    std::vector<BYTE> record_;
+};
+
 }  // namespace
 
+// A repaint comes back as rectangles near the window, also when it is made as soon as the
+// registration returns (the capture grabs its first picture then): the reference is read inside
+// the registration, on the caller's thread, whenever the detector's thread gets to run. Dots
+// over the whole screen come in lists of at most 513 that cover every dot; then nothing comes.
 TEST_F(PavlexCapture, RepaintedWindowIsCoveredByRectanglesNearItThenNothingComes) {
     const RECT area{120, 90, 320, 240};
-    TestWindow window(area, RGB(200, 40, 120));
-    ASSERT_TRUE(Settle()) << "the screen never became quiet";
+    COLORREF colour = RGB(200, 40, 120);
+    bool dots = false;
+    PaintedWindow window(area, Fill(colour, dots));
+    PumpMessages();
+    for (COLORREF next : {RGB(20, 180, 60), RGB(240, 200, 10), RGB(150, 20, 20)}) {
+        ASSERT_TRUE(Settle()) << "the screen never became quiet";
+        ASSERT_TRUE(DispUnRegisterScreenUpdate());
+        ASSERT_TRUE(DispRegisterScreenUpdate(&screenEvent_, kPavlexScreenBufferSize));
+        colour = next;
+        window.Repaint();
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, 0, QS_ALLINPUT);  // puts it on the screen
+        EXPECT_TRUE(Collect({area}));
+        RECT nearby = area, outside;
+        InflateRect(&nearby, 32, 32);
+        for (const RECT& r : rects_)
+            EXPECT_FALSE(SubtractRect(&outside, &r, &nearby)) << r;
+    }
 
-    window.repaint(RGB(20, 180, 60));
-    EXPECT_TRUE(CollectScreen(kPatience, [&] { return Covers(rects_, {area}); }));
-    RECT nearby = area, outside;
-    InflateRect(&nearby, 32, 32);
-    for (const RECT& r : rects_)
-        EXPECT_FALSE(SubtractRect(&outside, &r, &nearby));
+    const RECT screen{0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)};
+    colour = RGB(0, 0, 0);
+    PaintedWindow black(screen, Fill(colour, dots));
+    PumpMessages();
+    ASSERT_TRUE(Settle());
+    std::vector<RECT> scattered;
+    for (LONG y = 0; y < screen.bottom; y += 20)
+        for (LONG x = 0; x < screen.right; x += 20)
+            scattered.push_back(RECT{x, y, x + 4, y + 4});
+    dots = true;
+    black.Repaint();
+    EXPECT_TRUE(Collect(scattered));
 
     ASSERT_TRUE(Settle());
     EXPECT_FALSE(WaitAndReset(screenEvent_, 500));
@@ -201,37 +184,10 @@ TEST_F(PavlexCapture, RepaintedWindowIsCoveredByRectanglesNearItThenNothingComes
     EXPECT_EQ(reinterpret_cast<PavlexScreenUpdate*>(0xdeadbeef), update);
 }
 
-// The reference is read inside the registration, on the caller's thread: a change made as soon
-// as it returns (the capture grabs its first picture then) is reported, whenever the detector's
-// thread gets to run.
-TEST_F(PavlexCapture, ChangeRightAfterRegistrationIsReported) {
-    const RECT area{400, 300, 560, 420};
-    TestWindow window(area, RGB(10, 90, 200));
-    for (COLORREF colour : {RGB(240, 200, 10), RGB(30, 160, 90), RGB(150, 20, 20)}) {
-        ASSERT_TRUE(Settle());
-        ASSERT_TRUE(DispUnRegisterScreenUpdate());
-        ASSERT_TRUE(DispRegisterScreenUpdate(&screenEvent_, kPavlexScreenBufferSize));
-        window.repaint(colour);
-        MsgWaitForMultipleObjects(0, nullptr, FALSE, 0, QS_ALLINPUT);  // puts it on the screen
-        EXPECT_TRUE(CollectScreen(kPatience, [&] { return Covers(rects_, {area}); }));
-    }
-}
-
-TEST_F(PavlexCapture, ScatteredDotsComeInListsOfAtMost513ThatCoverEveryDot) {
-    const RECT screen{0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)};
-    TestWindow window(screen, RGB(0, 0, 0));
-    ASSERT_TRUE(Settle());
-    std::vector<RECT> dots;
-    for (LONG y = 0; y < screen.bottom; y += 20) {
-        for (LONG x = 0; x < screen.right; x += 20)
-            dots.push_back(RECT{x, y, x + 4, y + 4});
-    }
-    window.repaint(RGB(0, 0, 0), true);
-    EXPECT_TRUE(CollectScreen(kPatience, [&] { return Covers(rects_, dots); }));
-}
-
-TEST_F(PavlexCapture, PointerMovesBecomePositionRecords) {
-    // The first record after registration carries the current shape and position.
+// The first record after registration carries the current shape and position; moves carry
+// the position alone. Over a window that shows the cross and the arrow, the record that
+// reports a move carries the shape there, which draws as the pointer does.
+TEST_F(PavlexCapture, PointerMovesAndShapesBecomeRecordsThatDrawTheSame) {
     ASSERT_TRUE(WaitAndReset(cursorEvent_, kPatience));
     const packet::CursorRecordView first = TakeRecord();
     EXPECT_TRUE(first.newShape && first.newPosition);
@@ -245,10 +201,14 @@ TEST_F(PavlexCapture, PointerMovesBecomePositionRecords) {
         EXPECT_EQ(target.x, view.record.x);
         EXPECT_EQ(target.y, view.record.y);
     }
-}
 
-TEST_F(PavlexCapture, ShapeUnderThePointerBecomesAShapeRecordThatDrawsTheSame) {
-    TestWindow window(RECT{100, 100, 500, 300}, RGB(200, 40, 120), true);
+    // Only this window is activated: the platform reports the pointer of the foreground
+    // window's thread and, without a window manager, deactivating a window takes seconds.
+    const COLORREF colour = RGB(200, 40, 120);
+    const bool dots = false;
+    PaintedWindow window(RECT{100, 100, 500, 300}, Fill(colour, dots), true);
+    window.SplitPointer();
+    PumpMessages();
     std::vector<std::uint8_t> shapes[2];
     for (int i = 0; i < 2; ++i) {
         HCURSOR expected = LoadCursorA(nullptr, i == 0 ? IDC_CROSS : IDC_ARROW);
@@ -256,28 +216,23 @@ TEST_F(PavlexCapture, ShapeUnderThePointerBecomesAShapeRecordThatDrawsTheSame) {
         SetCursorPos(x, 200);
         CURSORINFO info{};
         info.cbSize = sizeof info;
-        for (const DWORD start = GetTickCount(); GetCursorInfo(&info) && info.hCursor != expected &&
-                                                 GetTickCount() - start < kPatience;)
-            WaitAndReset(cursorEvent_, 20);
-        ASSERT_EQ(expected, info.hCursor) << "the platform never showed the shape";
+        ASSERT_TRUE(WaitUntil([&] {
+            WaitAndReset(cursorEvent_, 0);
+            return GetCursorInfo(&info) && info.hCursor == expected;
+        })) << "the platform never showed the shape";
         // The poll that reports this move sees the shape too: the last shape up to it is the one.
         SetCursorPos(x + 1, 200);
         std::vector<BYTE> shaped;
-        LONG seen = -1;
-        for (const DWORD start = GetTickCount();
-             seen != x + 1 && GetTickCount() - start < kPatience;) {
-            if (!WaitAndReset(cursorEvent_, 50))
-                continue;
+        ASSERT_TRUE(WaitUntil([&] {
+            if (!WaitAndReset(cursorEvent_, 0))
+                return false;
             const packet::CursorRecordView view = TakeRecord();
-            seen = view.record.x;
             if (view.newShape)
                 shaped = record_;
-        }
-        ASSERT_EQ(x + 1, seen);
+            return view.record.x == x + 1;
+        }));
         ASSERT_FALSE(shaped.empty());
-        packet::CursorRecordView view;
-        ASSERT_EQ(packet::CursorError::None,
-                  packet::ParseCursorRecord(shaped.data(), kPavlexCursorBufferSize, &view));
+        const packet::CursorRecordView view = ViewOf(shaped);
         shapes[i].assign(view.shape, view.xorBits + view.xorBitsSize);
 
         // The receiver's way: CreateIcon from the record, XOR bits right after the mask.
@@ -286,10 +241,10 @@ TEST_F(PavlexCapture, ShapeUnderThePointerBecomesAShapeRecordThatDrawsTheSame) {
         ASSERT_TRUE(icon);
         ICONINFO original{};
         ASSERT_TRUE(GetIconInfo(expected, &original));
-        UniqueBitmap mask(original.hbmMask), colour(original.hbmColor);
+        UniqueBitmap mask(original.hbmMask), colourBits(original.hbmColor);
         BITMAP bm{};
         GetObjectA(mask.get(), sizeof bm, &bm);
-        const int height = colour ? bm.bmHeight : bm.bmHeight / 2;
+        const int height = colourBits ? bm.bmHeight : bm.bmHeight / 2;
         // Unless it had to be scaled, it must draw pixel for pixel the same.
         if (bm.bmWidth == view.record.width && height == view.record.height) {
             EXPECT_EQ(original.xHotspot, view.record.hotSpotX);
@@ -308,14 +263,11 @@ TEST(PavlexCalls, OutOfOrderCallsFailCleanlyAndCaptureRunsAgainAfterDone) {
     auto* update = reinterpret_cast<PavlexScreenUpdate*>(0xdeadbeef);
     auto* event = reinterpret_cast<HANDLE>(0xdeadbeef);
     auto nothingWorks = [&] {
-        EXPECT_FALSE(DispGetCursorUpdate(&record));
-        EXPECT_FALSE(DispGetScreenUpdate(&update));
-        EXPECT_FALSE(DispRegisterCursorUpdate(&event, kPavlexCursorBufferSize));
-        EXPECT_FALSE(DispRegisterScreenUpdate(&event, kPavlexScreenBufferSize));
-        EXPECT_FALSE(DispUnRegisterScreenUpdate());
-        EXPECT_FALSE(DispUnRegisterCursorUpdate());
-        EXPECT_FALSE(DispCheckDisplayHook());
-        EXPECT_FALSE(DispDoneCapture());
+        EXPECT_FALSE(DispGetCursorUpdate(&record) || DispGetScreenUpdate(&update) ||
+                     DispRegisterCursorUpdate(&event, kPavlexCursorBufferSize) ||
+                     DispRegisterScreenUpdate(&event, kPavlexScreenBufferSize) ||
+                     DispUnRegisterScreenUpdate() || DispUnRegisterCursorUpdate() ||
+                     DispCheckDisplayHook() || DispDoneCapture());
     };
     for (int round = 0; round < 3; ++round) {
         nothingWorks();
