@@ -140,10 +140,6 @@ bool ChangeDetector::prepare(HDC screen) {
         if (!strip_.create(screen, width, rows))
             return false;
         stripRows_ = rows;
-        ScreenFrame prime;
-        if (prime.create(screen, width,
-                         std::min(height, std::max(rows, kPrimeBytes / (width * 4)))))
-            prime.grab(screen);
     }
     if (dirty_.width() != width || dirty_.height() != height || hashes_.empty()) {
         dirty_ = TileMap(width, height);

@@ -36,14 +36,10 @@ class ChangeDetector {
     static constexpr int kScanPolls = 3;           // polls per full scan of the screen
     static constexpr unsigned kGeometryPolls = 8;  // polls between looks at the display mode
     // Largest strip in bytes. Each grab costs a fixed round trip to the display, so strips are
-    // as large as the platform grabs cheaply. Under Wine each grab's temporary image comes
-    // from the C library's heap, which hands large freed blocks back to the system and then
-    // pays page faults to get them again (measured: about 4 ns a pixel instead of 1). The heap
-    // stops doing so for blocks below the largest one it has seen come and go, so one grab of
-    // kPrimeBytes before the first strip makes every strip cheap (it stays below the heap's
-    // limit for that, 512 KiB on 32-bit Linux).
-    static constexpr int kStripBytes = 192 * 1024;
-    static constexpr int kPrimeBytes = 480 * 1024;
+    // as large as can be; from about 200 KiB on the platform's temporary image costs it about
+    // three times as much per pixel (measured under Wine at 1024 x 768: 2 % of a core with
+    // strips of 128 or 160 KiB, 6 % with 200 to 255 KiB).
+    static constexpr int kStripBytes = 160 * 1024;
 
     ChangeDetector(ScreenChanges& screen, CursorChanges& cursor) noexcept
         : screen_(screen), cursor_(cursor) {}
