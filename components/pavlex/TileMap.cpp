@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "wincom/CpuFeatures.h"
+
 namespace vantrel::pavlex {
 
 TileMap::TileMap(int width, int height, int tileSize)
@@ -126,7 +128,7 @@ __attribute__((target("sse2"), force_align_arg_pointer)) void HashTilesSse2(
 }
 
 bool HasSse2() noexcept {
-    static const bool sse2 = IsProcessorFeaturePresent(PF_XMMI64_INSTRUCTIONS_AVAILABLE) != 0;
+    static const bool sse2 = CpuHasSse2();
     return sse2;
 }
 

@@ -3,11 +3,11 @@
 // 0, -1, 1, -2, ... -> 0, 1, 2, 3, ... so that deflate sees small byte values.
 #include "PixelFilter.h"
 
-#include <cpuid.h>
 #include <emmintrin.h>
 
 #include <cstring>
 
+#include "wincom/CpuFeatures.h"
 #include "wincom/WinTypes.h"
 
 namespace screencodec {
@@ -77,10 +77,7 @@ inline void Store(std::uint8_t* p, std::uint16_t v) noexcept {
 // where the processor has it). The filter has no chain; the inverse is a running sum, taken
 // in three doubling steps inside the register and carried from one register to the next.
 bool HasSse2() noexcept {
-    static const bool sse2 = [] {
-        unsigned a, b, c, d;
-        return __get_cpuid(1, &a, &b, &c, &d) && (d & bit_SSE2);
-    }();
+    static const bool sse2 = vantrel::CpuHasSse2();
     return sse2;
 }
 

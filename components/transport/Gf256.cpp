@@ -3,7 +3,6 @@
 // its target attribute keeps the rest of the DLL runnable on a plain i686.
 #include "Gf256.h"
 
-#include <cpuid.h>
 #include <tmmintrin.h>
 
 namespace transport {
@@ -90,11 +89,6 @@ using MulAddFunction = void (*)(std::uint8_t*, const std::uint8_t*, std::uint8_t
 MulAddFunction g_mulAdd = CpuHasSsse3() ? MulAddSsse3 : MulAddScalar;
 
 }  // namespace
-
-bool CpuHasSsse3() noexcept {
-    unsigned a = 0, b = 0, c = 0, d = 0;
-    return __get_cpuid(1, &a, &b, &c, &d) && (c & bit_SSSE3);
-}
 
 std::uint8_t GfMul(std::uint8_t a, std::uint8_t b) noexcept {
     return T().mul[a][b];

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "wincom/CpuFeatures.h"
+
 namespace transport {
 
 std::uint8_t GfMul(std::uint8_t a, std::uint8_t b) noexcept;
@@ -20,7 +22,7 @@ enum class GfKernel { kScalar, kSsse3 };
 
 // The kernel GfMulAdd uses; chosen from cpuid when the module loads.
 GfKernel ActiveGfKernel() noexcept;
-bool CpuHasSsse3() noexcept;
+using vantrel::CpuHasSsse3;
 // For benchmarks and tests that compare the kernels: false (and no change) when the CPU lacks
 // the kernel. Not for concurrent use with GfMulAdd.
 bool SelectGfKernel(GfKernel kernel) noexcept;
