@@ -21,6 +21,57 @@ inline void Store(std::uint8_t* p, std::uint16_t v) noexcept {
     std::memcpy(p, &v, sizeof v);
 }
 
+// Whether the eight pixels at p all equal `value`: most of a screen's background comes in such
+// blocks, which then need no table lookup per pixel.
+inline bool RepeatsEight(const std::uint8_t* p, std::uint16_t value) noexcept {
+    const std::uint32_t pair = value * 0x10001u;
+    std::uint32_t w[4];
+    std::memcpy(w, p, sizeof w);
+    return ((w[0] ^ pair) | (w[1] ^ pair) | (w[2] ^ pair) | (w[3] ^ pair)) == 0;
+}
+
+// Whether the eight indices at p all equal `index`, or hold the escape; eight pixels of one
+// colour.
+inline bool RepeatsIndex(const std::uint8_t* p, std::uint8_t index) noexcept {
+    const std::uint32_t same = index * 0x01010101u;
+    std::uint32_t w[2];
+    std::memcpy(w, p, sizeof w);
+    return ((w[0] ^ same) | (w[1] ^ same)) == 0;
+}
+
+inline bool HasEscape(const std::uint8_t* p) noexcept {
+    std::uint32_t w[2];
+    std::memcpy(w, p, sizeof w);
+    // A byte of 0xFF is a zero byte of the complement.
+    const auto hasFF = [](std::uint32_t x) { return ((~x - 0x01010101u) & x & 0x80808080u) != 0; };
+    return hasFF(w[0]) || hasFF(w[1]);
+}
+
+inline void FillEight(std::uint8_t* p, std::uint16_t colour) noexcept {
+    const std::uint32_t pair = colour * 0x10001u;
+    const std::uint32_t eight[4] = {pair, pair, pair, pair};
+    std::memcpy(p, eight, sizeof eight);
+}
+
+// Visits the pixels from `first` in blocks of eight: a block that repeats the pixel before it goes
+// to run(i) when run takes it, every other pixel to each(i, v). each returns false to stop; the
+// result is the index of the pixel it stopped at, or `pixels`.
+template <class Each, class Run>
+std::size_t VisitPixels(const std::uint8_t* px, std::size_t first, std::size_t pixels, Each each,
+                        Run run) noexcept {
+    std::size_t i = first;
+    while (i < pixels) {
+        if (i > 0 && i + 8 <= pixels && RepeatsEight(px + 2 * i, Load(px + 2 * i - 2)) && run(i)) {
+            i += 8;
+            continue;
+        }
+        for (const std::size_t stop = i + 8 < pixels ? i + 8 : pixels; i < stop; ++i)
+            if (!each(i, Load(px + 2 * i)))
+                return i;
+    }
+    return pixels;
+}
+
 }  // namespace
 
 bool Palette::Reserve() noexcept {
@@ -61,37 +112,53 @@ std::size_t Palette::Apply(const PixelFilter& filter, const std::uint8_t* data, 
     std::uint16_t* distinct = distinct_.get();
     std::memcpy(out, data, offset);
 
-    // One pass for the usual band of at most 256 colours: indices in order of appearance.
+    // One pass for the usual band of at most 256 colours: indices in order of appearance. It
+    // counts the colours too, so that a band with more goes on counting where it stopped.
     if (++generation_ == kGenerations) {
         std::memset(slots_.get(), 0, kColourValues * sizeof(std::uint32_t));
         generation_ = 1;
     }
     std::uint32_t* slots = slots_.get();
+    std::uint32_t* counts = counts_.get();
     const std::uint32_t tag = generation_ << 8;
     std::size_t colours = 0;
-    std::size_t i = 0;
-    for (; i < pixels; ++i) {
-        const std::uint16_t v = Load(px + 2 * i);
-        std::uint32_t slot = slots[v];
-        if ((slot & ~0xFFu) != tag) {
-            if (colours == kMaxColours)
-                break;
-            slots[v] = slot = tag | static_cast<std::uint32_t>(colours);
-            distinct[colours++] = v;
-        }
-        ix[i] = static_cast<std::uint8_t>(slot);
-    }
-    if (i == pixels)
+    const std::size_t stopped = VisitPixels(
+        px, 0, pixels,
+        [&](std::size_t at, std::uint16_t v) {
+            std::uint32_t slot = slots[v];
+            if ((slot & ~0xFFu) != tag) {
+                if (colours == kMaxColours)
+                    return false;
+                slots[v] = slot = tag | static_cast<std::uint32_t>(colours);
+                distinct[colours++] = v;
+            }
+            ++counts[v];
+            ix[at] = static_cast<std::uint8_t>(slot);
+            return true;
+        },
+        [&](std::size_t at) {
+            counts[Load(px + 2 * at - 2)] += 8;
+            std::memset(ix + at, ix[at - 1], 8);
+            return true;
+        });
+    if (stopped == pixels) {
+        for (std::size_t j = 0; j < colours; ++j)
+            counts[distinct[j]] = 0;
         return Finish(filter, data, cb, out, colours, 0);
+    }
 
     // More colours: the 255 most frequent ones get indices and the rest escape.
-    std::uint32_t* counts = counts_.get();
-    colours = 0;
-    for (i = 0; i < pixels; ++i) {
-        const std::uint16_t v = Load(px + 2 * i);
-        if (counts[v]++ == 0)
-            distinct[colours++] = v;
-    }
+    VisitPixels(
+        px, stopped, pixels,
+        [&](std::size_t, std::uint16_t v) {
+            if (counts[v]++ == 0)
+                distinct[colours++] = v;
+            return true;
+        },
+        [&](std::size_t at) {
+            counts[Load(px + 2 * at - 2)] += 8;
+            return true;
+        });
     const std::size_t k = kMaxColours - 1;
     std::nth_element(distinct, distinct + k, distinct + colours,
                      [counts](std::uint16_t a, std::uint16_t b) { return counts[a] > counts[b]; });
@@ -107,15 +174,23 @@ std::size_t Palette::Apply(const PixelFilter& filter, const std::uint8_t* data, 
     if (escapes * maxEscapeShare > pixels)
         return 0;
     std::uint8_t* escape = ix + pixels;
-    for (i = 0; i < pixels; ++i) {
-        const std::uint16_t v = Load(px + 2 * i);
-        const std::uint8_t x = index[v];
-        ix[i] = x;
-        if (x == kEscape) {
-            Store(escape, v);
-            escape += 2;
-        }
-    }
+    VisitPixels(
+        px, 0, pixels,
+        [&](std::size_t at, std::uint16_t v) {
+            const std::uint8_t x = index[v];
+            ix[at] = x;
+            if (x == kEscape) {
+                Store(escape, v);
+                escape += 2;
+            }
+            return true;
+        },
+        [&](std::size_t at) {
+            if (ix[at - 1] == kEscape)
+                return false;
+            std::memset(ix + at, ix[at - 1], 8);
+            return true;
+        });
     return Finish(filter, data, cb, out, k, escapes);
 }
 
@@ -152,42 +227,52 @@ bool Palette::Restore(const PixelFilter& filter, std::uint8_t* transformed,
     std::uint8_t* px = out + offset;
     if (odd)
         out[cb - 1] = table[-1];
-    if (escapes == 0) {
-        // The usual band: one branch-free pass; an index without a colour shows in `seen`.
-        // Four pixels per step, written as two words: the flags above bit 15 of the second
-        // pixel of each word shift out, so they are gathered in `seen` first.
-        std::uint32_t seen = 0;
-        std::size_t i = 0;
-        for (; i + 4 <= pixels; i += 4) {
-            std::uint32_t four;
-            std::memcpy(&four, ix + i, sizeof four);
-            const std::uint32_t c0 = lut[four & 0xFF], c1 = lut[(four >> 8) & 0xFF],
-                                c2 = lut[(four >> 16) & 0xFF], c3 = lut[four >> 24];
-            seen |= c0 | c1 | c2 | c3;
-            const std::uint32_t low = (c0 & 0xFFFFu) | (c1 << 16);
-            const std::uint32_t high = (c2 & 0xFFFFu) | (c3 << 16);
-            std::memcpy(px + 2 * i, &low, sizeof low);
-            std::memcpy(px + 2 * i + 4, &high, sizeof high);
-        }
-        for (; i < pixels; ++i) {
-            const std::uint32_t c = lut[ix[i]];
-            seen |= c;
-            Store(px + 2 * i, static_cast<std::uint16_t>(c));
-        }
-        return seen < 0x10000;
-    }
+    // Eight indices at a time. Eight that repeat a colour just written are that colour again
+    // (the background); eight without an escape are looked up four at a time, written as two
+    // words, without a branch: the flag of an index without a colour (above bit 15) is gathered
+    // in `seen` before the second pixel of a word shifts it out. Only eight with an escape take
+    // the escape stream one pixel at a time.
+    std::uint32_t seen = 0;
     std::size_t used = 0;
-    for (std::size_t i = 0; i < pixels; ++i) {
-        const std::uint32_t c = lut[ix[i]];
+    const auto four = [&](std::size_t at) {
+        std::uint32_t x;
+        std::memcpy(&x, ix + at, sizeof x);
+        const std::uint32_t c0 = lut[x & 0xFF], c1 = lut[(x >> 8) & 0xFF],
+                            c2 = lut[(x >> 16) & 0xFF], c3 = lut[x >> 24];
+        seen |= c0 | c1 | c2 | c3;
+        const std::uint32_t low = (c0 & 0xFFFFu) | (c1 << 16);
+        const std::uint32_t high = (c2 & 0xFFFFu) | (c3 << 16);
+        std::memcpy(px + 2 * at, &low, sizeof low);
+        std::memcpy(px + 2 * at + 4, &high, sizeof high);
+    };
+    const auto one = [&](std::size_t at) {
+        const std::uint32_t c = lut[ix[at]];
         if (c < 0x10000) {
-            Store(px + 2 * i, static_cast<std::uint16_t>(c));
+            Store(px + 2 * at, static_cast<std::uint16_t>(c));
+            return true;
+        }
+        if (c != 0x10000 || used == escapes)
+            return false;
+        std::memcpy(px + 2 * at, escape + 2 * used++, 2);
+        return true;
+    };
+    std::size_t i = 0;
+    for (; i + 8 <= pixels; i += 8) {
+        if (i > 0 && lut[ix[i - 1]] < 0x10000 && RepeatsIndex(ix + i, ix[i - 1])) {
+            FillEight(px + 2 * i, static_cast<std::uint16_t>(lut[ix[i - 1]]));
+        } else if (!HasEscape(ix + i)) {
+            four(i);
+            four(i + 4);
         } else {
-            if (c != 0x10000 || used == escapes)
-                return false;
-            std::memcpy(px + 2 * i, escape + 2 * used++, 2);
+            for (std::size_t j = i; j < i + 8; ++j)
+                if (!one(j))
+                    return false;
         }
     }
-    return used == escapes;
+    for (; i < pixels; ++i)
+        if (!one(i))
+            return false;
+    return seen < 0x10000 && used == escapes;
 }
 
 }  // namespace screencodec
