@@ -20,6 +20,12 @@ const HRESULT kBadCheck = HRESULT_FROM_WIN32(ERROR_CRC);
 // Scratch memory kept between calls: every payload of the stream fits (0x180000 bytes).
 constexpr std::size_t kKeptScratch = 2u << 20;
 
+// A context is replaced after this many input bytes, so that its window indices stay far below
+// 2 GB: on this 32-bit build, zstd 1.5.4 fed gigabytes through one context (its indices grow from
+// frame to frame until it rebases them near 2.5 GB) came to read outside its input, which a long
+// benchmark run hit after 7 to 18 GB; a live lesson passes that within hours.
+constexpr std::uint64_t kRenewAfter = 1ull << 30;
+
 // zstd level for each interface level 1-9.
 constexpr int kZstdLevels[9] = {1, 2, 3, 5, 7, 9, 12, 15, 19};
 
@@ -68,6 +74,7 @@ HRESULT BlockCodec::SetLevel(ULONG mode, ULONG level) noexcept {
     if (levels_[i] != level) {
         ZSTD_freeCCtx(compressors_[i]);
         compressors_[i] = nullptr;
+        fed_[i] = 0;
     }
     levels_[i] = level;
     return S_OK;
@@ -103,6 +110,16 @@ ZSTD_CCtx* BlockCodec::Compressor(ULONG mode) noexcept {
     }
     compressors_[i] = c;
     return c;
+}
+
+void BlockCodec::RenewAfter(ULONG mode, std::size_t fed) noexcept {
+    const int i = ModeIndex(mode);
+    fed_[i] += fed;
+    if (fed_[i] < kRenewAfter)
+        return;
+    ZSTD_freeCCtx(compressors_[i]);
+    compressors_[i] = nullptr;
+    fed_[i] = 0;
 }
 
 z_stream* BlockCodec::Inflater() noexcept {
@@ -195,6 +212,7 @@ HRESULT BlockCodec::Compress(const std::uint8_t* src, std::size_t cb, std::uint8
         }
         const std::size_t body =
             ZSTD_compress2(c, out, limit < bound ? bound : limit, input, inputLength);
+        RenewAfter(mode, inputLength);
         if (ZSTD_isError(body) && ZSTD_getErrorCode(body) == ZSTD_error_memory_allocation)
             return E_OUTOFMEMORY;
         const bool fits = !ZSTD_isError(body) && body <= limit;

@@ -62,6 +62,8 @@ class BlockCodec {
     };
 
     ZSTD_CCtx* Compressor(ULONG mode) noexcept;
+    // Counts the bytes a mode's context has taken and drops the context after kRenewAfter.
+    void RenewAfter(ULONG mode, std::size_t fed) noexcept;
     z_stream* Inflater() noexcept;
     // Builds the filtered copy of src in filtered_ and the chunk map in map_; false when no
     // chunk gains from the filter (or memory ran out), and the block goes unfiltered.
@@ -73,6 +75,7 @@ class BlockCodec {
 
     ULONG levels_[2] = {kDefaultStrongLevel, kDefaultFastLevel};
     ZSTD_CCtx* compressors_[2] = {nullptr, nullptr};  // per mode, parameters set once
+    std::uint64_t fed_[2] = {0, 0};                   // input bytes through each context
     ZSTD_DCtx* decompressor_ = nullptr;
     z_stream inflater_ = {};
     bool inflaterReady_ = false;
