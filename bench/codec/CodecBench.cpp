@@ -75,7 +75,8 @@ double ThreadCpuSeconds() {
 }
 
 // CPU seconds of one pass. The platform counts thread time in clock ticks of 10 ms or more, so
-// passes are timed in runs of at least 0.3 s of CPU; the median of three runs.
+// passes are timed in runs of at least 0.6 s of CPU (an error of a few per cent at most); the
+// median of three runs.
 double MedianPass(const std::function<void()>& pass) {
     std::vector<double> perPass;
     while (perPass.size() < 3) {
@@ -86,7 +87,7 @@ double MedianPass(const std::function<void()>& pass) {
             pass();
             ++passes;
             spent = ThreadCpuSeconds() - start;
-        } while (spent < 0.3);
+        } while (spent < 0.6);
         perPass.push_back(spent / passes);
     }
     std::sort(perPass.begin(), perPass.end());
