@@ -47,8 +47,12 @@ std::vector<RECT> RectMerger::mergeRuns(const TileMap& map) {
                 continue;
             }
             const int first = column;
-            while (column < map.columns() && map.dirty(column, row))
-                ++column;
+            int last = column;  // the run's end, after its last dirty tile
+            for (int c = column; c < map.columns() && c - last <= kMaxBridgedGap; ++c) {
+                if (map.dirty(c, row))
+                    last = c + 1;
+            }
+            column = last;
             while (o < open.size() && open[o].first < first)
                 ++o;
             if (o < open.size() && open[o].first == first && open[o].last == column) {
