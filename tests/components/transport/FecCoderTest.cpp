@@ -227,31 +227,6 @@ TEST_F(Fec, EveryLossOfUpToTheRepairCountIsRestored) {
     }
 }
 
-TEST_F(Fec, OneLossTooManyCostsThatGroupOnly) {
-    std::mt19937 rng(3);
-    for (LONG k : {0, 1, 4, 8}) {
-        ASSERT_EQ(S_OK, encoder_->Configure(8, k, kMaxPacket));
-        const std::vector<Bytes> fragments = MakeFragments(24, rng, k * 100);
-        const std::vector<Bytes> datagrams = EncodeAll(fragments);
-        const int perGroup = 8 + k;
-        ASSERT_EQ(static_cast<std::size_t>(3 * perGroup + (k ? transport::kFecEndMarks : 0)),
-                  datagrams.size());
-        // The middle group loses its first k + 1 datagrams (data first, then corrections).
-        std::vector<Bytes> arriving, expected;
-        for (int i = 0; i < static_cast<int>(datagrams.size()); ++i) {
-            const int group = i / perGroup, index = i % perGroup;
-            if (group == 1 && index <= k)
-                continue;
-            arriving.push_back(datagrams[i]);
-            if (group < 3 && index < 8)
-                expected.push_back(fragments[group * 8 + index]);
-        }
-        EXPECT_EQ(static_cast<std::size_t>(16 + std::max(0, 7 - static_cast<int>(k))),
-                  expected.size());
-        EXPECT_EQ(expected, DecodeAll(arriving)) << "k " << k;
-    }
-}
-
 TEST_F(Fec, RepeatedCutFlippedAndForeignDatagramsAreIgnored) {
     std::mt19937 rng(5);
     ASSERT_EQ(S_OK, encoder_->Configure(32, 4, kMaxPacket));
@@ -349,7 +324,8 @@ TEST_F(Fec, FragmentsLeaveInTheOrderTheyWereEncoded) {
 // stream has kept its order (a long burst came in order first), the burst's own end marks do:
 // once what came cannot restore the gap and no correction that could is still on its way, the
 // rest leaves; a correction one place late still counts. Where order is not trusted, or the end
-// was lost too, the first datagram of the next burst frees it.
+// was lost too, the first datagram of the next burst frees it. One loss more than a group's
+// corrections costs that group's rest only, once later groups have come.
 TEST_F(Fec, TheEndOfABurstReleasesWhatWaitsBehindAGap) {
     struct Scenario {
         const char* name;
@@ -370,6 +346,11 @@ TEST_F(Fec, TheEndOfABurstReleasesWhatWaitsBehindAGap) {
         {"order not trusted yet", 8, 2, false, 5, 0, "d2 r0.0 r0.1", "", "", "0-1"},
         {"the next burst", 8, 2, false, 5, 3, "d2 r0.0 r0.1", "", "d5", "0-1,3-5"},
         {"the end marks lost too", 8, 2, true, 5, 3, "d2 r0.0 r0.1 m0.0 m0.1", "", "d5", "0-1,3-5"},
+        {"one loss too many, k 0", 8, 0, false, 24, 0, "d8", "", "", "0-7,9-23"},
+        {"one loss too many, k 1", 8, 1, false, 24, 0, "d8 d9", "", "", "0-7,10-23"},
+        {"one loss too many, k 4", 8, 4, false, 24, 0, "d8 d9 d10 d11 d12", "", "", "0-7,13-23"},
+        {"one loss too many, k 8", 8, 8, false, 24, 0, "d8 d9 d10 d11 d12 d13 d14 d15 r1.0", "", "",
+         "0-7,16-23"},
     };
     std::mt19937 rng(4);
     for (const Scenario& s : scenarios) {
