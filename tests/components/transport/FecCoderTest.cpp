@@ -13,6 +13,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -508,28 +509,23 @@ TEST_F(Fec, GroupsCloseAtTheirSizeOrWhenDrainedAndArgumentsAreChecked) {
         EXPECT_EQ(c.counts, counts) << "group " << c.group << " k " << c.k;
     }
 
-    struct Config {
-        LONG group, k, max;
-        HRESULT hr;
-    };
-    const Config configs[] = {{32, 0, 1412, S_OK},          {1, 32, 1, S_OK},
-                              {32, 32, 4096, S_OK},         {0, 0, 1412, E_INVALIDARG},
-                              {33, 0, 1412, E_INVALIDARG},  {32, -1, 1412, E_INVALIDARG},
-                              {32, 33, 1412, E_INVALIDARG}, {32, 0, 0, E_INVALIDARG},
-                              {32, 0, 4097, E_INVALIDARG}};
-    for (const Config& c : configs)
-        EXPECT_EQ(c.hr, encoder_->Configure(c.group, c.k, c.max)) << c.group << " " << c.k;
+    const std::tuple<LONG, LONG, LONG, HRESULT> configs[] = {
+        // group, k, largest fragment
+        {32, 0, 1412, S_OK},          {1, 32, 1, S_OK},
+        {32, 32, 4096, S_OK},         {0, 0, 1412, E_INVALIDARG},
+        {33, 0, 1412, E_INVALIDARG},  {32, -1, 1412, E_INVALIDARG},
+        {32, 33, 1412, E_INVALIDARG}, {32, 0, 0, E_INVALIDARG},
+        {32, 0, 4097, E_INVALIDARG}};
+    for (const auto& [group, k, max, hr] : configs)
+        EXPECT_EQ(hr, encoder_->Configure(group, k, max)) << group << " " << k << " " << max;
     ASSERT_EQ(S_OK, encoder_->Configure(32, 2, kMaxPacket));
-    struct Refused {
-        const void* data;
-        ULONG length;
-        HRESULT hr;
-    };
-    for (const Refused& r : {Refused{fragment.data(), 0, E_INVALIDARG},
-                             Refused{fragment.data(), kMaxPacket + 1, E_INVALIDARG},
-                             Refused{nullptr, 10, E_POINTER}}) {
+    const std::tuple<const void*, ULONG, HRESULT> refused[] = {
+        {fragment.data(), 0, E_INVALIDARG},
+        {fragment.data(), kMaxPacket + 1, E_INVALIDARG},
+        {nullptr, 10, E_POINTER}};
+    for (const auto& [data, length, hr] : refused) {
         LONG count = kSentinel;
-        EXPECT_EQ(r.hr, encoder_->Encode(r.data, r.length, list, &count)) << r.length;
+        EXPECT_EQ(hr, encoder_->Encode(data, length, list, &count)) << length;
         EXPECT_EQ(0, count);
     }
     LONG count = kSentinel;
