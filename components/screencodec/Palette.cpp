@@ -30,8 +30,8 @@ inline bool RepeatsEight(const std::uint8_t* p, std::uint16_t value) noexcept {
     return ((w[0] ^ pair) | (w[1] ^ pair) | (w[2] ^ pair) | (w[3] ^ pair)) == 0;
 }
 
-// Whether the eight indices at p all equal `index`, or hold the escape; eight pixels of one
-// colour.
+// Whether the eight indices at p all equal `index`; whether one of them is the escape; eight
+// pixels of one colour.
 inline bool RepeatsIndex(const std::uint8_t* p, std::uint8_t index) noexcept {
     const std::uint32_t same = index * 0x01010101u;
     std::uint32_t w[2];
@@ -42,7 +42,7 @@ inline bool RepeatsIndex(const std::uint8_t* p, std::uint8_t index) noexcept {
 inline bool HasEscape(const std::uint8_t* p) noexcept {
     std::uint32_t w[2];
     std::memcpy(w, p, sizeof w);
-    // A byte of 0xFF is a zero byte of the complement.
+    // An escape byte (0xFF) is a zero byte of the complement.
     const auto hasFF = [](std::uint32_t x) { return ((~x - 0x01010101u) & x & 0x80808080u) != 0; };
     return hasFF(w[0]) || hasFF(w[1]);
 }
