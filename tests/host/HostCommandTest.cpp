@@ -1,6 +1,8 @@
-// vantrel.exe's command line and its refusals, as a real program: every bad argument, address,
-// missing file and missing registration gets its own exit code and a sentence that names the
-// problem; and a class whose DLL is not registered is named with that DLL.
+// vantrel.exe as a real program: every bad argument, address, missing file and missing
+// registration gets its own exit code and a sentence that names the problem (a class whose DLL
+// is not registered is named with that DLL); share feeding the shared-memory server and a
+// multicast session at once, with a session viewer and students as separate programs; and the
+// README's samples (built from the README itself, host/samples).
 #include <windows.h>
 
 #include "HostTestSupport.h"
@@ -63,28 +65,17 @@ TEST(HostCommand, RefusesWhatItCannotDoInWords) {
     }
 }
 
-// A DLL's registration taken away for one test, and given back.
-class Unregistered {
-  public:
-    explicit Unregistered(const char* dll) : module_(LoadLibraryA(ProgramBeside(dll).c_str())) {
-        if (module_)
-            Call("DllUnregisterServer");
-    }
-    ~Unregistered() {
-        if (module_) {
-            EXPECT_EQ(S_OK, Call("DllRegisterServer"));
-            FreeLibrary(module_);
-        }
-    }
-    bool Ok() const { return module_ != nullptr; }
-
-  private:
-    HRESULT Call(const char* entry) {
-        auto fn = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(GetProcAddress(module_, entry));
-        return fn ? fn() : E_FAIL;
-    }
-    HMODULE module_;
-};
+// Calls entry (DllRegisterServer, DllUnregisterServer) of dll beside the test.
+HRESULT CallDll(const char* dll, const char* entry) {
+    const HMODULE module = LoadLibraryA(ProgramBeside(dll).c_str());
+    const auto fn =
+        module ? reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(GetProcAddress(module, entry))
+               : nullptr;
+    const HRESULT hr = fn ? fn() : E_FAIL;
+    if (module)
+        FreeLibrary(module);
+    return hr;
+}
 
 TEST(HostCommand, NamesTheClassAndTheDllThatAreNotRegistered) {
     const struct {
@@ -103,12 +94,57 @@ TEST(HostCommand, NamesTheClassAndTheDllThatAreNotRegistered) {
         {"Vantrel.dll", "play x.lsn", "the class DesktopReader is not registered: Vantrel.dll"},
     };
     for (const auto& row : table) {
-        Unregistered gone(row.dll);
-        ASSERT_TRUE(gone.Ok()) << row.dll;
+        ASSERT_EQ(S_OK, CallDll(row.dll, "DllUnregisterServer")) << row.dll;
         const Ran ran = RunVantrel(row.args);
+        EXPECT_EQ(S_OK, CallDll(row.dll, "DllRegisterServer")) << row.dll;
         EXPECT_EQ(kNotRegistered, ran.code) << row.args << "\n" << ran.out;
         EXPECT_NE(std::string::npos, ran.out.find(row.says)) << ran.out;
         EXPECT_NE(std::string::npos, ran.out.find(std::string("regsvr32 ") + row.dll)) << ran.out;
+    }
+}
+
+// The viewers start after share: only its refresh brings them a whole picture. A student
+// filtering another teacher's address gets none. (Whether the pictures equal the teacher's
+// screen: host_demo.)
+TEST(HostShare, PublishedAndCastPicturesReachTheirViewers) {
+    NoiseBox noise(RECT{64, 64, 448, 352}, 21);
+    ASSERT_TRUE(noise.Shown());
+    LoggedProgram share("share"), viewer("session-view"), student("view"), stranger("view");
+    ASSERT_TRUE(share.Start("vantrel.exe",
+                            "share --publish --sessions 8 --cast 239.255.9.1:5100 --refresh 1"));
+    ASSERT_TRUE(share.WaitFor("share: running", kPatience)) << share.Output();
+    EXPECT_TRUE(share.Said("the sessions 0 to 7 of this machine")) << share.Output();
+    ASSERT_TRUE(viewer.Start("vantrel.exe", "session-view --session 5"));
+    ASSERT_TRUE(student.Start("vantrel.exe", "view 239.255.9.1:5100 --from 127.0.0.1"));
+    ASSERT_TRUE(stranger.Start("vantrel.exe", "view 239.255.9.1:5100 --from 10.0.0.99 --seconds 4",
+                               nullptr));
+    EXPECT_TRUE(viewer.WaitFor("picture complete: ", kPatience)) << viewer.Output();
+    EXPECT_TRUE(student.WaitFor("picture complete: ", kPatience)) << student.Output();
+    EXPECT_EQ(kFailed, stranger.Wait(30000)) << stranger.Output();
+    EXPECT_TRUE(stranger.Said("no picture arrived")) << stranger.Output();
+    EXPECT_EQ(kOk, viewer.Stop(30000)) << viewer.Output();
+    EXPECT_EQ(kOk, student.Stop(30000)) << student.Output();
+    EXPECT_EQ(kOk, share.Stop(30000)) << share.Output();
+    EXPECT_TRUE(share.Said("share: stopped by stop event")) << share.Output();
+}
+
+// The sending machine casts and records while a student joins late, the terminal server's
+// viewer gets the published picture, and the recorded lesson plays to its end.
+TEST(HostSamples, TheFourWiringsOfTheReadmeRun) {
+    NoiseBox noise(RECT{128, 128, 384, 320}, 31);
+    ASSERT_TRUE(noise.Shown());
+    TempFile lessonFile("sample");
+    LoggedProgram teacher("teacher"), student("student");
+    ASSERT_TRUE(teacher.Start("sample_teacher.exe", Quote(lessonFile.Path()) + " 6", nullptr));
+    PumpFor(1500);
+    ASSERT_TRUE(student.Start("sample_student.exe", "8", nullptr));
+    EXPECT_EQ(0u, student.Wait(30000)) << student.Output();
+    EXPECT_EQ(0u, teacher.Wait(30000)) << teacher.Output();
+    for (const auto& [program, args] :
+         {std::make_pair("sample_terminal.exe", std::string("4")),
+          std::make_pair("sample_playback.exe", Quote(lessonFile.Path()))}) {
+        const Ran ran = RunVantrel(args, program);
+        EXPECT_EQ(0u, ran.code) << program << "\n" << ran.out;
     }
 }
 

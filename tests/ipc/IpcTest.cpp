@@ -1,0 +1,609 @@
+// DesktopIPCServer and DesktopIPCRender through COM, read and driven through the channel's
+// literal names and offsets (so a wrong constant in the library cannot hide behind the same
+// constant here), with in-process viewers that answer or stay mute and log every visit. The
+// server: the control section at construction, start and stop, the pass (rectangles, cursor,
+// flags, the viewers signalled in id order with the time-out), the viewer limit, refused
+// packets (the decoder's own refusals are the stream tests') and a release while a pass waits.
+// The render: without a server and as a sink, its session's channel objects, the picture from
+// an in-process server, and the viewer's side against a control section written by hand.
+#include <windows.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/ScreenTestSupport.h"
+#include "wincom/KernelObjects.h"
+
+using namespace vantrel;
+using namespace vantrel::test;
+
+namespace {
+
+
+// "Global\ScreenUpdate", read-only, by its layout.
+class RawControl {
+  public:
+    bool Open() {
+        mapping_ = TryOpenNamedSection("Global\\ScreenUpdate");
+        if (mapping_)
+            view_.reset(MapViewOfFile(mapping_.get(), FILE_MAP_READ, 0, 0, 66876));
+        p_ = static_cast<const BYTE*>(view_.get());
+        return p_ != nullptr;
+    }
+    std::string Name() const {
+        return std::string(reinterpret_cast<const char*>(p_),
+                           strnlen(reinterpret_cast<const char*>(p_), 260));
+    }
+    void Close() {
+        view_.reset();
+        mapping_.reset();
+        p_ = nullptr;
+    }
+    DWORD Flags() const { return packet::LoadU32(p_ + 0x104); }
+    POINT Cursor() const { return POINT{packet::LoadI32(p_ + 0x108), packet::LoadI32(p_ + 0x10C)}; }
+    BITMAPINFOHEADER Header() const {
+        BITMAPINFOHEADER h;
+        std::memcpy(&h, p_ + 0x110, sizeof h);
+        return h;
+    }
+    UINT Count() const { return packet::LoadU32(p_ + 0x538); }
+    RECT Rect(UINT i) const {
+        RECT r;
+        std::memcpy(&r, p_ + 0x53C + 16 * i, sizeof r);
+        return r;
+    }
+
+  private:
+    UniqueMapping mapping_;
+    UniqueViewOfFile view_;
+    const BYTE* p_ = nullptr;
+};
+
+// One answer of a viewer: when it was signalled and what the control section held then.
+struct Visit {
+    int id;
+    DWORD tick;
+    DWORD flags;
+    UINT count;
+    POINT cursor;
+};
+
+// A viewer of session id on a thread of this process, by the literal names. Mute: it never sets
+// its complete event. Every visit goes into the shared log, in the order they happened.
+class InProcessViewer {
+  public:
+    InProcessViewer(int id, std::vector<Visit>* log, CriticalSection* lock, bool mute = false)
+        : id_(id), log_(log), lock_(lock), mute_(mute) {
+        const std::string n = std::to_string(id);
+        receive_ = CreateNamedEvent(("Global\\StudentRecveive" + n).c_str(), true, false);
+        complete_ = CreateNamedEvent(("Global\\StudentComplete" + n).c_str(), true, false);
+        stop_.reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+        control_.Open();
+        thread_.reset(CreateThread(nullptr, 0, Entry, this, 0, nullptr));
+    }
+    ~InProcessViewer() {
+        SetEvent(stop_.get());
+        WaitForSingleObject(thread_.get(), INFINITE);
+    }
+    bool Ok() const { return receive_ && complete_ && thread_; }
+
+  private:
+    static DWORD WINAPI Entry(void* self) {
+        static_cast<InProcessViewer*>(self)->Loop();
+        return 0;
+    }
+    void Loop() {
+        const HANDLE waits[2] = {stop_.get(), receive_.get()};
+        while (WaitForMultipleObjects(2, waits, FALSE, INFINITE) == WAIT_OBJECT_0 + 1) {
+            ResetEvent(receive_.get());
+            if (!control_.Open())
+                continue;
+            {
+                std::lock_guard<CriticalSection> guard(*lock_);
+                log_->push_back(Visit{id_, GetTickCount(), control_.Flags(), control_.Count(),
+                                      control_.Cursor()});
+            }
+            if (!mute_)
+                SetEvent(complete_.get());
+        }
+    }
+    int id_;
+    std::vector<Visit>* log_;
+    CriticalSection* lock_;
+    bool mute_;
+    RawControl control_;
+    UniqueEvent receive_, complete_, stop_;
+    UniqueThread thread_;
+};
+
+// COM, a codec, a DesktopIPCServer made by its class object, and the log of in-process viewers.
+class IpcServer : public ScreenTest {
+  protected:
+    void SetUp() override {
+        ScreenTest::SetUp();
+        sink_ = Create<IDataTransmitter>(CLSID_DesktopIPCServer);
+        ASSERT_TRUE(sink_ && SUCCEEDED(sink_.As(&server_)));
+        ASSERT_TRUE(control_.Open());
+    }
+    void TearDown() override {
+        server_.Reset();
+        sink_.Reset();
+        ScreenTest::TearDown();
+    }
+    void Feed(const std::vector<std::vector<BYTE>>& packets) {
+        for (auto p : packets)
+            EXPECT_EQ(S_OK, sink_->Transfer(p.data(), static_cast<unsigned long>(p.size()), FALSE));
+    }
+    std::vector<Visit> Visits() {
+        std::lock_guard<CriticalSection> guard(logLock_);
+        return log_;
+    }
+    size_t VisitsOf(int id) {
+        size_t n = 0;
+        for (const Visit& v : Visits())
+            n += v.id == id;
+        return n;
+    }
+    // A pass ran to its end: its rectangles are written and the flags cleared.
+    bool PassDone(UINT count = 1) {
+        return WaitUntil([&] { return control_.Count() >= count && control_.Flags() == 0; });
+    }
+    // No visit for quietMs and no pass under way.
+    bool Settle(DWORD quietMs = 300) {
+        size_t count = Visits().size();
+        DWORD since = GetTickCount();
+        return WaitUntil([&] {
+            if (Visits().size() != count) {
+                count = Visits().size();
+                since = GetTickCount();
+            }
+            return GetTickCount() - since > quietMs && control_.Flags() == 0;
+        });
+    }
+    std::vector<BYTE> PixelSection() {
+        UniqueMapping section = TryOpenNamedSection(control_.Name().c_str());
+        UniqueViewOfFile view = section ? MapWholeSection(section.get()) : UniqueViewOfFile();
+        const BITMAPINFOHEADER h = control_.Header();
+        const size_t size = static_cast<size_t>(((h.biBitCount * h.biWidth + 31) >> 3) & ~3) *
+                            static_cast<size_t>(-h.biHeight);
+        if (!view)
+            return {};
+        const BYTE* p = static_cast<const BYTE*>(view.get());
+        return std::vector<BYTE>(p, p + size);
+    }
+
+    ComPtr<IDataTransmitter> sink_;
+    ComPtr<IDesktopIPCServer> server_;
+    RawControl control_;
+    CriticalSection logLock_;
+    std::vector<Visit> log_;
+};
+
+bool IsPixelSectionName(const std::string& name) {
+    if (name.size() != 17 || name.compare(0, 9, "Global\\QX") != 0)
+        return false;
+    return name.find_first_not_of("0123456789ABCDEF", 9) == std::string::npos;
+}
+
+// From construction on the control section names a pixel section in the screen's format. A
+// pass publishes the format, the pixels, the rectangles (of a changed corner: its grid cell
+// only) and a pointer that only moves; a new format, and every start even of an unchanged one,
+// re-create the pixel section, and the first pass after that says so.
+TEST_F(IpcServer, ControlSectionAtConstructionAndStartStopStates) {
+    const std::string first = control_.Name();
+    EXPECT_TRUE(IsPixelSectionName(first)) << first;
+    EXPECT_EQ(0u, control_.Flags());
+    EXPECT_EQ(0u, control_.Header().biSize);  // no pass yet
+    EXPECT_TRUE(TryOpenNamedSection(first.c_str()));
+
+    PacketSource source(codec_.Get(), 640, 480, 9);
+    InProcessViewer viewer(0, &log_, &logLock_);
+    ASSERT_TRUE(viewer.Ok());
+    Feed(source.FullScreen());  // not started: ignored
+    Sleep(200);
+    EXPECT_EQ(first, control_.Name());
+    EXPECT_TRUE(Visits().empty());
+    EXPECT_EQ(E_FAIL, server_->StopIPCServer());
+    EXPECT_EQ(S_OK, server_->StartIPCServer());
+    EXPECT_EQ(E_FAIL, server_->StartIPCServer());
+    Feed(source.FullScreen());
+    ASSERT_TRUE(PassDone());
+    ASSERT_TRUE(Settle());
+    std::string last = control_.Name();
+    EXPECT_TRUE(IsPixelSectionName(last) && last != first) << last;
+    EXPECT_EQ(3u, Visits().front().flags);
+    const BITMAPINFOHEADER h = control_.Header();
+    EXPECT_EQ(40u, h.biSize);
+    EXPECT_EQ(640, h.biWidth);
+    EXPECT_EQ(-480, h.biHeight);
+    EXPECT_EQ(16, h.biBitCount);
+    EXPECT_EQ(source.Rows(), PixelSection());
+    RECT box{};
+    for (UINT i = 0; i < control_.Count(); ++i) {
+        const RECT r = control_.Rect(i);
+        UnionRect(&box, &box, &r);
+    }
+    EXPECT_EQ((RECT{0, 0, 640, 480}), box);
+
+    source.Paint(77);
+    size_t seen = Visits().size();
+    Feed(source.Packets(RECT{100, 50, 110, 60}));
+    ASSERT_TRUE(WaitUntil([&] { return Visits().size() > seen && control_.Flags() == 0; }));
+    EXPECT_EQ(1u, control_.Count());
+    EXPECT_EQ((RECT{96, 48, 112, 64}), control_.Rect(0));
+    EXPECT_EQ(1u, Visits().back().flags);
+    seen = Visits().size();
+    Feed({source.CursorPacket(packet::kCursorNewPosition, 300, 200)});
+    ASSERT_TRUE(WaitUntil([&] { return Visits().size() > seen && control_.Flags() == 0; }));
+    EXPECT_EQ(300, Visits().back().cursor.x);
+    EXPECT_EQ(200, Visits().back().cursor.y);
+    EXPECT_EQ(1u, Visits().back().flags);
+    EXPECT_GE(control_.Count(), 1u);  // the pointer's old and new places
+    EXPECT_EQ(last, control_.Name()) << "the same format keeps its section";
+
+    PacketSource smaller(codec_.Get(), 320, 240, 5);
+    for (bool restart : {false, true}) {
+        SCOPED_TRACE(restart ? "a start" : "a new format");
+        if (restart) {
+            EXPECT_EQ(S_OK, server_->StopIPCServer());
+            EXPECT_EQ(E_FAIL, server_->StopIPCServer());
+            ASSERT_TRUE(Settle());
+            ASSERT_EQ(S_OK, server_->StartIPCServer());
+        }
+        seen = Visits().size();
+        Feed(smaller.FullScreen());
+        ASSERT_TRUE(WaitUntil([&] { return Visits().size() > seen; }));
+        ASSERT_TRUE(Settle());
+        EXPECT_TRUE(IsPixelSectionName(control_.Name()) && control_.Name() != last);
+        last = control_.Name();
+        EXPECT_EQ(320, control_.Header().biWidth);
+        EXPECT_EQ(smaller.Rows(), PixelSection());
+        EXPECT_EQ(3u, Visits()[seen].flags);
+    }
+    EXPECT_EQ(S_OK, server_->StopIPCServer());
+}
+
+// Strips across a large desktop make a region of some 12,000 rectangles while a pass waits for
+// the viewer (answered here by hand): the next pass carries the first 4096 (bottom band first),
+// and the rest is not published until it changes again.
+TEST_F(IpcServer, APassCarriesTheFirst4096RectanglesOnly) {
+    PacketSource source(codec_.Get(), 2048, 1536, 61);
+    UniqueEvent receive = CreateNamedEvent("Global\\StudentRecveive0", true, false);
+    UniqueEvent complete = CreateNamedEvent("Global\\StudentComplete0", true, false);
+    ASSERT_EQ(S_OK, server_->StartIPCServer());
+    Feed(source.Packets(RECT{0, 0, 8, 1536}));
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(receive.get(), 10000));
+    ResetEvent(receive.get());
+    for (LONG x = 16; x < 2048; x += 16)
+        Feed(source.Packets(RECT{x, 0, x + 8, 1536}));
+    for (LONG y = 0; y < 1536; y += 16)
+        Feed(source.Packets(RECT{0, y, 2048, y + 8}));
+    SetEvent(complete.get());
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(receive.get(), 10000));
+    ResetEvent(receive.get());
+    EXPECT_EQ(1u, control_.Flags());
+    EXPECT_EQ(4096u, control_.Count());
+    EXPECT_EQ((RECT{2032, 1528, 2040, 1536}), control_.Rect(0));
+    SetEvent(complete.get());
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(receive.get(), 500)) << "another pass";
+    EXPECT_EQ(S_OK, server_->StopIPCServer());
+}
+
+// Only ids below the limit are signalled; with a limit of zero or less passes still run to
+// their end. The visits add up over the rows, so a late one shows in the next row.
+TEST_F(IpcServer, ViewerLimitOfZeroOrLessSignalsNobody) {
+    PacketSource source(codec_.Get(), 320, 240, 3);
+    InProcessViewer zero(0, &log_, &logLock_), seven(7, &log_, &logLock_),
+        eight(8, &log_, &logLock_);
+    ASSERT_EQ(S_OK, server_->StartIPCServer());
+    const struct {
+        int limit;
+        size_t zero, seven;
+    } rows[] = {{0, 0, 0}, {-5, 0, 0}, {1, 1, 0}, {8, 2, 1}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.limit);
+        EXPECT_EQ(S_OK, server_->SetMaxIPCClients(row.limit));
+        source.Paint(static_cast<uint32_t>(row.limit + 100));
+        Feed(source.FullScreen());
+        ASSERT_TRUE(PassDone());
+        EXPECT_TRUE(WaitUntil([&] { return VisitsOf(0) == row.zero && VisitsOf(7) == row.seven; }));
+        ASSERT_TRUE(Settle());
+        EXPECT_EQ(row.zero, VisitsOf(0));
+        EXPECT_EQ(row.seven, VisitsOf(7));
+        EXPECT_EQ(0u, VisitsOf(8));
+    }
+}
+
+// Nothing a broken packet carries reaches the picture, the control section or a viewer.
+TEST_F(IpcServer, RefusedPacketsChangeNothing) {
+    PacketSource source(codec_.Get(), 320, 240, 21);
+    InProcessViewer viewer(0, &log_, &logLock_);
+    ASSERT_EQ(S_OK, server_->StartIPCServer());
+    Feed(source.FullScreen());
+    ASSERT_TRUE(WaitUntil([&] { return VisitsOf(0) >= 1; }));
+    ASSERT_TRUE(Settle());
+    const std::string name = control_.Name();
+    const std::vector<BYTE> pixels = PixelSection();
+    const size_t visits = Visits().size();
+
+    source.Paint(22);
+    const std::vector<BYTE> frame = source.Packets(RECT{0, 0, 64, 64}).front();
+    const std::vector<BYTE> cursor = source.CursorPacket(packet::kCursorNewPosition, 10, 10);
+    std::vector<BYTE> flipped = frame, cut = frame, magic = frame, tooBig = frame;
+    for (size_t i = 60; i < flipped.size(); i += 7)
+        flipped[i] ^= 0x5A;
+    cut.resize(40);
+    packet::StoreU32(cut.data() + 4, 40);
+    magic[0] = 'X';
+    packet::StoreI32(tooBig.data() + 12 + 8, 640);  // desktop wider than its BITMAPINFO
+    std::vector<BYTE> shortCursor(cursor.begin(), cursor.begin() + 8);
+    const struct {
+        const char* what;
+        std::vector<BYTE> bytes;
+        long delta;
+    } cases[] = {
+        {"length one byte off", frame, 1},
+        {"length one byte short", frame, -1},
+        {"damaged body", flipped, 0},
+        {"header cut short", cut, 0},
+        {"unknown magic", magic, 0},
+        {"desktop and format disagree", tooBig, 0},
+        {"short cursor packet", shortCursor, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::vector<BYTE> bytes = c.bytes;
+        EXPECT_EQ(S_OK, sink_->Transfer(bytes.data(),
+                                        static_cast<unsigned long>(bytes.size() + c.delta), FALSE));
+    }
+    EXPECT_EQ(S_OK, sink_->Transfer(nullptr, 0, FALSE));
+    Sleep(300);
+    EXPECT_EQ(name, control_.Name());
+    EXPECT_EQ(320, control_.Header().biWidth);
+    EXPECT_EQ(pixels, PixelSection());
+    EXPECT_EQ(visits, Visits().size());
+    Feed({frame});
+    EXPECT_TRUE(WaitUntil([&] { return Visits().size() > visits; })) << "a whole packet after them";
+    EXPECT_TRUE(Settle());
+}
+
+// A mute viewer costs the pass the time-out; the viewers around it are still served, in
+// ascending id. Releasing the server mid-pass waits for the pass to end.
+TEST_F(IpcServer, MuteViewerDelaysThePassAndOthersAreServedInOrder) {
+    InProcessViewer first(1, &log_, &logLock_), mute(2, &log_, &logLock_, true),
+        third(3, &log_, &logLock_);
+    PacketSource source(codec_.Get(), 320, 240, 31);
+    ASSERT_EQ(S_OK, server_->StartIPCServer());
+    Feed(source.FullScreen());
+    ASSERT_TRUE(WaitUntil([&] { return VisitsOf(3) == 1; }, 20000));
+    auto visits = Visits();
+    ASSERT_EQ(3u, visits.size());
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(i + 1, visits[i].id);
+    EXPECT_GE(visits[2].tick - visits[1].tick, 5000u - 40u);  // tick granularity
+
+    // Second pass: once viewer 1 has answered the server waits for 2; the release waits too.
+    source.Paint(32);
+    Feed(source.FullScreen());
+    ASSERT_TRUE(WaitUntil([&] { return VisitsOf(1) == 2; }, 20000));
+    const DWORD start = GetTickCount();
+    server_.Reset();
+    sink_.Reset();
+    EXPECT_GE(GetTickCount() - start, 3000u);
+    EXPECT_EQ(2u, VisitsOf(3)) << "the pass ran to its end before the object went";
+}
+
+
+constexpr UINT kNotify = WM_APP + 3;
+
+class IpcRender : public IpcServer {
+  protected:
+    void SetUp() override {
+        IpcServer::SetUp();
+        render_ = Create<IDesktopRender>(CLSID_DesktopIPCRender);
+        ASSERT_TRUE(render_);
+        render_->SetNotifyWindow(notify_.Handle(), kNotify, 99);
+    }
+    void TearDown() override {
+        if (render_)
+            render_->Stop();
+        render_.Reset();
+        IpcServer::TearDown();
+    }
+    // The rows behind the BITMAPINFOHEADER (16-bit: no colour part).
+    std::vector<BYTE> Picture() {
+        const std::vector<BYTE> image = CurrentImage(render_.Get());
+        return image.size() < 40 ? std::vector<BYTE>()
+                                 : std::vector<BYTE>(image.begin() + 40, image.end());
+    }
+    static bool EventExists(const char* name) { return static_cast<bool>(TryOpenNamedEvent(name)); }
+
+    NotifyWindow notify_{kNotify};
+    ComPtr<IDesktopRender> render_;
+};
+
+TEST_F(IpcRender, WithoutServerAsSinkAndSessionObjects) {
+    // No server: the control section does not exist.
+    server_.Reset();
+    sink_.Reset();
+    control_.Close();
+    ASSERT_FALSE(TryOpenNamedSection("Global\\ScreenUpdate"));
+    EXPECT_EQ(static_cast<HRESULT>(-1), render_->Run());
+    EXPECT_EQ(S_OK, render_->Stop());
+    EXPECT_EQ(S_OK, render_->Stop());
+
+    ComPtr<IDataTransmitter> transmitter;
+    ComPtr<IFrameBuffer> frames;
+    ASSERT_EQ(S_OK, render_.As(&transmitter));
+    ASSERT_EQ(S_OK, render_.As(&frames));
+    BYTE junk[64] = {1, 2, 3};
+    EXPECT_EQ(S_OK, transmitter->Transfer(junk, sizeof junk, FALSE));
+    EXPECT_EQ(S_OK, transmitter->Transfer(nullptr, 0, TRUE));
+    EXPECT_EQ(S_OK, transmitter->Flush());
+    unsigned long size = 0xdeadbeef;
+    void* info = reinterpret_cast<void*>(0xdeadbeef);
+    EXPECT_EQ(E_FAIL, frames->GetFullScreenData(junk, &size, TRUE));
+    EXPECT_EQ(E_FAIL, frames->GetFullScreenDataUncompressed(junk, &size));
+    EXPECT_EQ(E_FAIL, frames->GetBitmapInfo(&info));
+    EXPECT_EQ(0xdeadbeefu, size);
+    EXPECT_EQ(reinterpret_cast<void*>(0xdeadbeef), info);
+    EXPECT_EQ(1, junk[0]);
+
+    // With a server: -1 names session 0; an id set while running waits for the next Run.
+    sink_ = Create<IDataTransmitter>(CLSID_DesktopIPCServer);
+    ASSERT_TRUE(sink_);
+    EXPECT_EQ(S_OK, render_->SetSessionId(-1));
+    ASSERT_EQ(S_OK, render_->Run());
+    EXPECT_EQ(E_FAIL, render_->Run());
+    // Manual-reset events, cleared at creation (the viewer waits for no pass yet: the server
+    // has published no BITMAPINFO), and a mutex nobody owns.
+    for (const char* name : {"Global\\StudentRecveive0", "Global\\StudentComplete0"}) {
+        UniqueEvent e = TryOpenNamedEvent(name);
+        ASSERT_TRUE(e) << name;
+        EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(e.get(), 0)) << name;
+        SetEvent(e.get());
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(e.get(), 0)) << name;
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(e.get(), 0)) << name;
+        ResetEvent(e.get());
+    }
+    UniqueHandle mutex = TryOpenNamedMutex("Global\\StudentEventMutex0");
+    ASSERT_TRUE(mutex);
+    std::thread([&] {
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex.get(), 0)) << "owned";
+        ReleaseMutex(mutex.get());
+    }).join();
+    EXPECT_EQ(S_OK, render_->SetSessionId(7));
+    EXPECT_FALSE(EventExists("Global\\StudentRecveive7"));
+    EXPECT_EQ(S_OK, render_->Stop());
+    EXPECT_FALSE(EventExists("Global\\StudentRecveive0"));
+    ASSERT_EQ(S_OK, render_->Run());
+    EXPECT_TRUE(EventExists("Global\\StudentRecveive7"));
+    EXPECT_TRUE(EventExists("Global\\StudentComplete7"));
+    EXPECT_TRUE(TryOpenNamedMutex("Global\\StudentEventMutex7"));
+    EXPECT_FALSE(EventExists("Global\\StudentRecveive0"));
+
+    // Released while running: the thread ends and the session's objects go with the object.
+    transmitter.Reset();
+    frames.Reset();
+    render_.Reset();
+    EXPECT_FALSE(EventExists("Global\\StudentRecveive7"));
+    EXPECT_FALSE(TryOpenNamedMutex("Global\\StudentEventMutex7"));
+}
+
+// The picture from a server in this process; the picture stays when the server goes, and a new
+// server reaches the same viewer.
+TEST_F(IpcRender, ShowsThePictureKeepsItWhenTheServerGoesAndFollowsANewServer) {
+    ASSERT_EQ(S_OK, render_->Run());
+    ASSERT_EQ(S_OK, server_->StartIPCServer());
+    PacketSource first(codec_.Get(), 320, 240, 41);
+    Feed(first.FullScreen());
+    EXPECT_TRUE(WaitUntil([&] { return Picture() == first.Rows(); }));
+    EXPECT_TRUE(WaitUntil([&] { return notify_.Count(2, 99) == 1; }));
+
+    server_.Reset();
+    sink_.Reset();
+    PumpFor(300);
+    EXPECT_EQ(first.Rows(), Picture()) << "the last picture stays";
+
+    sink_ = Create<IDataTransmitter>(CLSID_DesktopIPCServer);
+    ASSERT_TRUE(sink_ && SUCCEEDED(sink_.As(&server_)));
+    ASSERT_EQ(S_OK, server_->StartIPCServer());
+    PacketSource second(codec_.Get(), 256, 192, 43);
+    Feed(second.FullScreen());
+    EXPECT_TRUE(WaitUntil([&] { return Picture() == second.Rows(); }));
+    const DWORD start = GetTickCount();
+    EXPECT_EQ(S_OK, render_->Stop());
+    EXPECT_LT(GetTickCount() - start, 2000u);
+    EXPECT_EQ(S_OK, server_->StopIPCServer());
+}
+
+// The viewer's side of the channel against a control section written here by hand (no
+// server object): it retries the open with its debugger text until a BITMAPINFO is published,
+// reads the pass's fields at their offsets, answers before it repaints, repaints the whole
+// image for an empty rectangle, copies at most 4096 rectangles, and on flag bit 1 reopens the
+// section now named, retrying without answering while that fails. ResetContent paints the
+// shared pixels over with the background colour.
+TEST_F(IpcRender, ViewerFollowsAControlSectionWrittenByHand) {
+    server_.Reset();
+    sink_.Reset();
+    control_.Close();
+    UniqueMapping controlSection = CreateNamedSection("Global\\ScreenUpdate", 66876);
+    UniqueViewOfFile controlView = MapWholeSection(controlSection.get());
+    ASSERT_TRUE(controlView);
+    BYTE* c = static_cast<BYTE*>(controlView.get());
+    // A 16-bit section of w x h pixels named name, filled with a pattern, published at 0x000 and
+    // its BITMAPINFO at 0x110.
+    auto publish = [&](const char* name, int w, int h, std::vector<BYTE>* rows) {
+        UniqueMapping section = CreateNamedSection(name, static_cast<DWORD>(w * h * 2));
+        UniqueViewOfFile view = MapWholeSection(section.get());
+        for (int i = 0; i < w * h; ++i)
+            packet::StoreU16(static_cast<BYTE*>(view.get()) + 2 * i, static_cast<uint16_t>(i * 37));
+        rows->assign(static_cast<BYTE*>(view.get()), static_cast<BYTE*>(view.get()) + w * h * 2);
+        std::memset(c, 0, 260);
+        std::strcpy(reinterpret_cast<char*>(c), name);
+        const std::vector<BYTE> bmi = Bmi(w, h, 16);
+        std::memcpy(c + 0x110, bmi.data(), 40);
+        return std::make_pair(std::move(section), std::move(view));
+    };
+    // One pass: the fields, then the viewer's receive event; whether it answered within ms.
+    UniqueEvent receive, complete;
+    auto pass = [&](DWORD flags, std::vector<RECT> rects, POINT cursor, DWORD ms) {
+        packet::StoreU32(c + 0x104, flags);
+        packet::StoreI32(c + 0x108, cursor.x);
+        packet::StoreI32(c + 0x10C, cursor.y);
+        packet::StoreU32(c + 0x538, static_cast<uint32_t>(rects.size()));
+        std::memcpy(c + 0x53C, rects.data(), std::min<size_t>(rects.size(), 4096) * sizeof(RECT));
+        ResetEvent(complete.get());
+        SetEvent(receive.get());
+        return WaitForSingleObject(complete.get(), ms) == WAIT_OBJECT_0;
+    };
+
+    DebugOutput debug;
+    ASSERT_EQ(S_OK, render_->SetSessionId(3));
+    ASSERT_EQ(S_OK, render_->Run());
+    receive = TryOpenNamedEvent("Global\\StudentRecveive3");
+    complete = TryOpenNamedEvent("Global\\StudentComplete3");
+    ASSERT_TRUE(receive && complete);
+    EXPECT_TRUE(WaitUntil([&] { return debug.Count("OpenFromBitmapInfo Failed 1\n") >= 3; }));
+    std::vector<BYTE> rows;
+    auto first = publish("Global\\VantrelIpcTestA", 64, 32, &rows);
+    long width = 0, height = 0, bits = -1;
+    EXPECT_TRUE(WaitUntil([&] {
+        return render_->GetDesktopInfomation(&width, &height, &bits) == S_OK && width == 64;
+    }));
+    EXPECT_EQ(32, height);
+    EXPECT_EQ(0, bits);
+    const size_t failures = debug.Count("OpenFromBitmapInfo Failed 1\n");
+
+    ASSERT_TRUE(pass(1, {RECT{}}, POINT{10, 12}, 5000));
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(receive.get(), 0)) << "the viewer resets it";
+    EXPECT_TRUE(WaitUntil([&] { return Picture() == rows && notify_.Count(2, 99) == 1; }));
+    ASSERT_TRUE(pass(1, std::vector<RECT>(5000, RECT{0, 0, 8, 8}), POINT{}, 5000));
+    ASSERT_TRUE(pass(0, {}, POINT{}, 5000));
+    PumpFor(100);
+    EXPECT_EQ(1, notify_.Count(2, 99)) << "the picture is complete once per Run";
+    EXPECT_EQ(failures, debug.Count("OpenFromBitmapInfo Failed 1\n"));
+
+    // A re-created section that cannot be opened yet holds the answer back.
+    std::strcpy(reinterpret_cast<char*>(c), "Global\\VantrelIpcTestMissing");
+    EXPECT_FALSE(pass(2, {}, POINT{}, 300));
+    EXPECT_GE(debug.Count("OpenFromBitmapInfo Failed 2\n"), 2u);
+    auto second = publish("Global\\VantrelIpcTestB", 32, 16, &rows);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(complete.get(), 5000));
+    ASSERT_TRUE(pass(1, {RECT{0, 0, 32, 16}}, POINT{}, 5000));
+    EXPECT_TRUE(WaitUntil([&] { return Picture() == rows; }));
+    PumpFor(100);
+    EXPECT_EQ(1, notify_.Count(2, 99)) << "once per Run, also across a new section";
+    EXPECT_EQ(S_OK, render_->GetDesktopInfomation(&width, &height, &bits));
+    EXPECT_EQ(32, width);
+
+    // The viewer's image is the shared section itself.
+    EXPECT_EQ(S_OK, render_->ResetContent());
+    const BYTE* pixels = static_cast<const BYTE*>(second.second.get());
+    for (int i = 0; i < 32 * 16; ++i)
+        ASSERT_EQ(0x0210, packet::LoadU16(pixels + 2 * i)) << i;  // 0x808000 at 5-5-5
+    EXPECT_EQ(S_OK, render_->Stop());
+}
+
+}  // namespace
