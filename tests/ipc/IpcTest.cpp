@@ -20,7 +20,6 @@ using namespace vantrel::test;
 
 namespace {
 
-
 // "Global\ScreenUpdate", read-only, by its layout.
 class RawControl {
   public:
@@ -181,9 +180,8 @@ class IpcServer : public ScreenTest {
 };
 
 bool IsPixelSectionName(const std::string& name) {
-    if (name.size() != 17 || name.compare(0, 9, "Global\\QX") != 0)
-        return false;
-    return name.find_first_not_of("0123456789ABCDEF", 9) == std::string::npos;
+    return name.size() == 17 && name.compare(0, 9, "Global\\QX") == 0 &&
+           name.find_first_not_of("0123456789ABCDEF", 9) == std::string::npos;
 }
 
 // From construction on the control section names a pixel section in the screen's format. A
@@ -330,12 +328,10 @@ TEST_F(IpcServer, RefusedPacketsChangeNothing) {
     source.Paint(22);
     const std::vector<BYTE> frame = source.Packets(RECT{0, 0, 64, 64}).front();
     const std::vector<BYTE> cursor = source.CursorPacket(packet::kCursorNewPosition, 10, 10);
-    std::vector<BYTE> flipped = frame, cut = frame, magic = frame, tooBig = frame;
+    // One packet of each kind of refusal: the acceptance rules themselves are the packet tests'.
+    std::vector<BYTE> flipped = frame, tooBig = frame;
     for (size_t i = 60; i < flipped.size(); i += 7)
         flipped[i] ^= 0x5A;
-    cut.resize(40);
-    packet::StoreU32(cut.data() + 4, 40);
-    magic[0] = 'X';
     packet::StoreI32(tooBig.data() + 12 + 8, 640);  // desktop wider than its BITMAPINFO
     std::vector<BYTE> shortCursor(cursor.begin(), cursor.begin() + 8);
     const struct {
@@ -344,10 +340,7 @@ TEST_F(IpcServer, RefusedPacketsChangeNothing) {
         long delta;
     } cases[] = {
         {"length one byte off", frame, 1},
-        {"length one byte short", frame, -1},
         {"damaged body", flipped, 0},
-        {"header cut short", cut, 0},
-        {"unknown magic", magic, 0},
         {"desktop and format disagree", tooBig, 0},
         {"short cursor packet", shortCursor, 0},
     };
@@ -393,7 +386,6 @@ TEST_F(IpcServer, MuteViewerDelaysThePassAndOthersAreServedInOrder) {
     EXPECT_GE(GetTickCount() - start, 3000u);
     EXPECT_EQ(2u, VisitsOf(3)) << "the pass ran to its end before the object went";
 }
-
 
 constexpr UINT kNotify = WM_APP + 3;
 
