@@ -1,6 +1,7 @@
-// The receive queue on its own: created once, its capacity, index wrap-around and order under
-// two threads, the stop event winning over filled slots and waking blocked threads. The
-// producer's time-out is checked through DesktopReceiver (CastComponentsTest).
+// The receive queue on its own: created once, its capacity, order under two threads (far more
+// blocks than slots, so the indexes wrap), the stop event winning over filled slots and waking
+// blocked threads. The producer's time-out is checked through DesktopReceiver
+// (CastComponentsTest).
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -53,20 +54,6 @@ TEST(ReceiveQueue, CreatedOnceHoldsItsSlotsWrapsAndKeepsOrder) {
     for (DWORD expected : {1, 2, 3})
         EXPECT_EQ(expected, Take(q));
     EXPECT_EQ(0xdeadbeefu, Take(q, 20));
-
-    // The indexes went round once: slot 3 is slot 0 again.
-    std::vector<BYTE*> slots;
-    for (int i = 0; i < 6; ++i) {
-        BYTE* w = q.AcquireWriteSlot(0);
-        ASSERT_NE(nullptr, w);
-        slots.push_back(w);
-        q.CommitWriteSlot();
-        EXPECT_EQ(w, q.AcquireReadSlot(0));
-        q.CommitReadSlot();
-    }
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(slots[i], slots[i + 3]) << i;
-    EXPECT_TRUE(slots[0] != slots[1] && slots[1] != slots[2]);
 
     // One producer, one consumer, far more blocks than slots.
     const DWORD kBlocks = 20000;
