@@ -247,22 +247,16 @@ TEST_F(HostLesson, ARecordingWhoseProgramWasKilledIsRepairedAndContinued) {
     }
     const std::string name = Quote(lessonFile.Path());
     EXPECT_EQ(kUnclosed, RunVantrel("info " + name).code);
-    const Bytes killed = lessonFile.Read();
     const Ran repair = RunVantrel("repair " + name);
     EXPECT_EQ(kOk, repair.code) << repair.out;
-    // What the recorder wrote up to its last whole record stays as it was.
+    // Which bytes a repair keeps: tests/record, at every cut.
     const Bytes repaired = lessonFile.Read();
     const size_t kept = RecordsOf(repaired).size();
     EXPECT_NE(std::string::npos,
               repair.out.find("plays again: kept " + std::to_string(kept) + " whole records"))
         << repair.out;
     ASSERT_GT(kept, 2u);
-    ASSERT_LE(repaired.size(), killed.size());
-    EXPECT_TRUE(std::equal(repaired.begin() + lesson::kHeaderSize, repaired.end(),
-                           killed.begin() + lesson::kHeaderSize));
-    EXPECT_EQ(repaired.size(), HeaderOf(repaired).fileLength);
     const uint32_t before = HeaderOf(repaired).duration;
-    EXPECT_GE(before, TimeOf(RecordsOf(repaired).back()));
     EXPECT_GT(before, 500u);
     const Ran append = RunVantrel("share --record " + name + " --append --seconds 2");
     EXPECT_EQ(kOk, append.code) << append.out;
