@@ -43,8 +43,8 @@ class FakeTransport final : public IMulticastSender,
                             public ComObjectRoot {
   public:
     struct State {
-        CriticalSection lock;
-        std::vector<std::string> calls;
+        CallJournal calls;
+        CriticalSection lock;  // guards encoded, sent and sendMs
         std::vector<Bytes> encoded, sent;
         std::vector<double> sendMs;
         LONG perEncode = 1, perDrain = 0;
@@ -52,17 +52,14 @@ class FakeTransport final : public IMulticastSender,
         DatagramCallback callback = nullptr;
         void* context = nullptr;
 
-        std::vector<std::string> Calls() {
-            std::lock_guard<CriticalSection> guard(lock);
-            return calls;
-        }
+        std::vector<std::string> Calls() { return calls.Entries(); }
         size_t Count(const std::string& what) {
             const auto c = Calls();
             return static_cast<size_t>(std::count(c.begin(), c.end(), what));
         }
         void Clear() {
+            calls.Clear();
             std::lock_guard<CriticalSection> guard(lock);
-            calls.clear();
             encoded.clear();
             sent.clear();
             sendMs.clear();
@@ -135,8 +132,7 @@ class FakeTransport final : public IMulticastSender,
 
   private:
     HRESULT Note(const std::string& call) {
-        std::lock_guard<CriticalSection> guard(state->lock);
-        state->calls.push_back(call);
+        state->calls.Add(call);
         return state->answer;
     }
     HRESULT List(FecBuffer* list, LONG n, const BYTE* first, ULONG length) {
