@@ -71,11 +71,8 @@ HRESULT BlockCodec::SetLevel(ULONG mode, ULONG level) noexcept {
     if (!IsMode(mode) || level < 1 || level > 9)
         return E_INVALIDARG;
     const int i = ModeIndex(mode);
-    if (levels_[i] != level) {
-        ZSTD_freeCCtx(compressors_[i]);
-        compressors_[i] = nullptr;
-        fed_[i] = 0;
-    }
+    if (levels_[i] != level)
+        DropCompressor(i);
     levels_[i] = level;
     return S_OK;
 }
@@ -112,14 +109,17 @@ ZSTD_CCtx* BlockCodec::Compressor(ULONG mode) noexcept {
     return c;
 }
 
-void BlockCodec::RenewAfter(ULONG mode, std::size_t fed) noexcept {
-    const int i = ModeIndex(mode);
-    fed_[i] += fed;
-    if (fed_[i] < kRenewAfter)
-        return;
+void BlockCodec::DropCompressor(int i) noexcept {
     ZSTD_freeCCtx(compressors_[i]);
     compressors_[i] = nullptr;
     fed_[i] = 0;
+}
+
+void BlockCodec::RenewAfter(ULONG mode, std::size_t fed) noexcept {
+    const int i = ModeIndex(mode);
+    fed_[i] += fed;
+    if (fed_[i] >= kRenewAfter)
+        DropCompressor(i);
 }
 
 z_stream* BlockCodec::Inflater() noexcept {

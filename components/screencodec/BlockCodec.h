@@ -62,6 +62,8 @@ class BlockCodec {
     };
 
     ZSTD_CCtx* Compressor(ULONG mode) noexcept;
+    // Frees a mode's context; the next Compress of that mode makes a new one.
+    void DropCompressor(int i) noexcept;
     // Counts the bytes a mode's context has taken and drops the context after kRenewAfter.
     void RenewAfter(ULONG mode, std::size_t fed) noexcept;
     z_stream* Inflater() noexcept;
