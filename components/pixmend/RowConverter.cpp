@@ -7,36 +7,31 @@
 
 #include <emmintrin.h>
 
-#include <cstring>
+#include "wincom/Unaligned.h"
 
 namespace pixmend {
 namespace {
 
 volatile LONG g_sse2 = 0;  // 1 once SelectKernels found SSE2; never goes back to 0
 
-inline std::uint32_t Load32(const std::uint8_t* p) noexcept {
-    std::uint32_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
-inline void Store16(std::uint8_t* p, std::uint32_t v) noexcept {
-    const std::uint16_t w = static_cast<std::uint16_t>(v);
-    std::memcpy(p, &w, sizeof w);
-}
+using vantrel::LoadU16;
+using vantrel::LoadU32;
+using vantrel::StoreU16;
+using vantrel::StoreU32;
 
 // x holds blue in bits 0-7, green 8-15, red 16-23.
-inline std::uint32_t Pack888(std::uint32_t x) noexcept {
-    return ((x >> 3) & 0x001Fu) | ((x >> 6) & 0x03E0u) | ((x >> 9) & 0x7C00u);
+inline std::uint16_t Pack888(std::uint32_t x) noexcept {
+    return static_cast<std::uint16_t>(((x >> 3) & 0x001Fu) | ((x >> 6) & 0x03E0u) |
+                                      ((x >> 9) & 0x7C00u));
 }
 
-inline std::uint32_t Pack565(std::uint32_t v) noexcept {
-    return ((v >> 1) & 0x7FE0u) | (v & 0x1Fu);
+inline std::uint16_t Pack565(std::uint32_t v) noexcept {
+    return static_cast<std::uint16_t>(((v >> 1) & 0x7FE0u) | (v & 0x1Fu));
 }
 
 void Scalar32(const std::uint8_t* src, std::uint8_t* dst, std::size_t pixels) noexcept {
     for (std::size_t i = 0; i < pixels; ++i)
-        Store16(dst + 2 * i, Pack888(Load32(src + 4 * i)));
+        StoreU16(dst + 2 * i, Pack888(LoadU32(src + 4 * i)));
 }
 
 void Scalar24(const std::uint8_t* src, std::uint8_t* dst, std::size_t pixels) noexcept {
@@ -44,28 +39,25 @@ void Scalar24(const std::uint8_t* src, std::uint8_t* dst, std::size_t pixels) no
     // Four pixels are three whole words: no byte is read outside the source row.
     for (; i + 4 <= pixels; i += 4) {
         const std::uint8_t* s = src + 3 * i;
-        const std::uint32_t a = Load32(s), b = Load32(s + 4), c = Load32(s + 8);
+        const std::uint32_t a = LoadU32(s), b = LoadU32(s + 4), c = LoadU32(s + 8);
         const std::uint32_t p0 = Pack888(a);
         const std::uint32_t p1 = Pack888((a >> 24) | (b << 8));
         const std::uint32_t p2 = Pack888((b >> 16) | (c << 16));
         const std::uint32_t p3 = Pack888(c >> 8);
         const std::uint32_t lo = p0 | (p1 << 16), hi = p2 | (p3 << 16);
-        std::memcpy(dst + 2 * i, &lo, sizeof lo);
-        std::memcpy(dst + 2 * i + 4, &hi, sizeof hi);
+        StoreU32(dst + 2 * i, lo);
+        StoreU32(dst + 2 * i + 4, hi);
     }
     for (; i < pixels; ++i) {
         const std::uint8_t* s = src + 3 * i;
-        Store16(dst + 2 * i,
-                Pack888(s[0] | (s[1] << 8) | (static_cast<std::uint32_t>(s[2]) << 16)));
+        StoreU16(dst + 2 * i,
+                 Pack888(s[0] | (s[1] << 8) | (static_cast<std::uint32_t>(s[2]) << 16)));
     }
 }
 
 void Scalar565(const std::uint8_t* src, std::uint8_t* dst, std::size_t pixels) noexcept {
-    for (std::size_t i = 0; i < pixels; ++i) {
-        std::uint16_t v;
-        std::memcpy(&v, src + 2 * i, sizeof v);
-        Store16(dst + 2 * i, Pack565(v));
-    }
+    for (std::size_t i = 0; i < pixels; ++i)
+        StoreU16(dst + 2 * i, Pack565(LoadU16(src + 2 * i)));
 }
 
 __attribute__((target("sse2"))) inline __m128i Pack888x4(__m128i x) noexcept {

@@ -3,9 +3,8 @@
 
 #include <zlib.h>
 
-#include <cstring>
-
 #include "Palette.h"
+#include "wincom/Unaligned.h"
 
 namespace screencodec {
 namespace {
@@ -15,15 +14,8 @@ constexpr std::uint64_t kMaxDeflateRatio = 1032;
 // Nor zstd by more than this: at best a block of 128 KiB from 4 bytes (3 of header, 1 repeated).
 constexpr std::uint64_t kMaxZstdRatio = 32768;
 
-void PutU32(std::uint8_t* p, std::uint32_t v) noexcept {
-    std::memcpy(p, &v, sizeof v);
-}
-
-std::uint32_t GetU32(const std::uint8_t* p) noexcept {
-    std::uint32_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
+using vantrel::LoadU32;
+using vantrel::StoreU32;
 
 std::uint32_t HeaderCrc(const std::uint8_t* block, std::size_t mapLength) noexcept {
     std::uint32_t crc = crc32(0, block, 24);
@@ -42,29 +34,29 @@ PixelFilter BlockHeader::Filter() const noexcept {
 }
 
 void BlockHeader::Write(std::uint8_t* out) const noexcept {
-    PutU32(out, kTag);
+    StoreU32(out, kTag);
     out[4] = version;
     out[5] = method;
     out[6] = filter;
     out[7] = mode;
-    PutU32(out + 8, originalLength);
-    PutU32(out + 12, bodyLength);
-    PutU32(out + 16, filterOffset);
-    PutU32(out + 20, dataCrc);
-    PutU32(out + 24, HeaderCrc(out, mapLength));
+    StoreU32(out + 8, originalLength);
+    StoreU32(out + 12, bodyLength);
+    StoreU32(out + 16, filterOffset);
+    StoreU32(out + 20, dataCrc);
+    StoreU32(out + 24, HeaderCrc(out, mapLength));
 }
 
 HRESULT BlockHeader::Read(const std::uint8_t* block, std::size_t cb) noexcept {
-    if (cb < kFixedSize || GetU32(block) != kTag)
+    if (cb < kFixedSize || LoadU32(block) != kTag)
         return kInvalid;
     version = block[4];
     method = block[5];
     filter = block[6];
     mode = block[7];
-    originalLength = GetU32(block + 8);
-    bodyLength = GetU32(block + 12);
-    filterOffset = GetU32(block + 16);
-    dataCrc = GetU32(block + 20);
+    originalLength = LoadU32(block + 8);
+    bodyLength = LoadU32(block + 12);
+    filterOffset = LoadU32(block + 16);
+    dataCrc = LoadU32(block + 20);
     const std::uint8_t packed = version == kVersionDeflate ? kDeflate : kZstd;
     if (version < kVersionDeflate || version > kVersion || (method != kStored && method != packed))
         return kInvalid;
@@ -80,7 +72,7 @@ HRESULT BlockHeader::Read(const std::uint8_t* block, std::size_t cb) noexcept {
         if (method == kStored || cb < kFixedSize + mapLength ||
             static_cast<std::uint64_t>(filterOffset) + 2 > originalLength)
             return kInvalid;
-        transformedLength = GetU32(block + kFixedSize);
+        transformedLength = LoadU32(block + kFixedSize);
         if (transformedLength < filterOffset + 2 + 2 + (originalLength - filterOffset) / 2 ||
             transformedLength > static_cast<std::uint64_t>(originalLength) + Palette::kMaxGrowth)
             return kInvalid;
@@ -94,7 +86,7 @@ HRESULT BlockHeader::Read(const std::uint8_t* block, std::size_t cb) noexcept {
     }
     if (static_cast<std::uint64_t>(kFixedSize) + mapLength + bodyLength != cb)
         return kInvalid;
-    if (GetU32(block + 24) != HeaderCrc(block, mapLength))
+    if (LoadU32(block + 24) != HeaderCrc(block, mapLength))
         return kInvalid;
 
     if (method == kStored && bodyLength != originalLength)

@@ -5,21 +5,18 @@
 #include <cstring>
 #include <new>
 
+#include "wincom/Unaligned.h"
+
 namespace screencodec {
 namespace {
 
 constexpr std::size_t kColourValues = 65536;
 constexpr std::uint32_t kGenerations = 1u << 24;
 
-inline std::uint16_t Load(const std::uint8_t* p) noexcept {
-    std::uint16_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
-inline void Store(std::uint8_t* p, std::uint16_t v) noexcept {
-    std::memcpy(p, &v, sizeof v);
-}
+using vantrel::LoadU16;
+using vantrel::LoadU32;
+using vantrel::StoreU16;
+using vantrel::StoreU32;
 
 // Whether the eight pixels at p all equal `value`: most of a screen's background comes in such
 // blocks, which then need no table lookup per pixel.
@@ -61,12 +58,13 @@ std::size_t VisitPixels(const std::uint8_t* px, std::size_t first, std::size_t p
                         Run run) noexcept {
     std::size_t i = first;
     while (i < pixels) {
-        if (i > 0 && i + 8 <= pixels && RepeatsEight(px + 2 * i, Load(px + 2 * i - 2)) && run(i)) {
+        if (i > 0 && i + 8 <= pixels && RepeatsEight(px + 2 * i, LoadU16(px + 2 * i - 2)) &&
+            run(i)) {
             i += 8;
             continue;
         }
         for (const std::size_t stop = i + 8 < pixels ? i + 8 : pixels; i < stop; ++i)
-            if (!each(i, Load(px + 2 * i)))
+            if (!each(i, LoadU16(px + 2 * i)))
                 return i;
     }
     return pixels;
@@ -96,8 +94,8 @@ std::size_t Palette::Finish(const PixelFilter& filter, const std::uint8_t* data,
     if ((cb - offset) % 2)
         *p++ = data[cb - 1];
     for (std::size_t j = 0; j < k; ++j, p += 2)
-        Store(p, distinct_[j]);
-    Store(p, static_cast<std::uint16_t>(k));
+        StoreU16(p, distinct_[j]);
+    StoreU16(p, static_cast<std::uint16_t>(k));
     return static_cast<std::size_t>(p + 2 - out);
 }
 
@@ -137,7 +135,7 @@ std::size_t Palette::Apply(const PixelFilter& filter, const std::uint8_t* data, 
             return true;
         },
         [&](std::size_t at) {
-            counts[Load(px + 2 * at - 2)] += 8;
+            counts[LoadU16(px + 2 * at - 2)] += 8;
             std::memset(ix + at, ix[at - 1], 8);
             return true;
         });
@@ -156,7 +154,7 @@ std::size_t Palette::Apply(const PixelFilter& filter, const std::uint8_t* data, 
             return true;
         },
         [&](std::size_t at) {
-            counts[Load(px + 2 * at - 2)] += 8;
+            counts[LoadU16(px + 2 * at - 2)] += 8;
             return true;
         });
     const std::size_t k = kMaxColours - 1;
@@ -180,7 +178,7 @@ std::size_t Palette::Apply(const PixelFilter& filter, const std::uint8_t* data, 
             const std::uint8_t x = index[v];
             ix[at] = x;
             if (x == kEscape) {
-                Store(escape, v);
+                StoreU16(escape, v);
                 escape += 2;
             }
             return true;
@@ -201,7 +199,7 @@ bool Palette::Restore(const PixelFilter& filter, std::uint8_t* transformed,
         return false;
     const std::size_t pixels = (cb - offset) / 2;
     const std::size_t odd = (cb - offset) % 2;
-    const std::size_t k = Load(transformed + transformedLength - 2);
+    const std::size_t k = LoadU16(transformed + transformedLength - 2);
     if (k < 1 || k > kMaxColours)
         return false;
     const std::size_t fixed = offset + pixels + odd + 2 * k + 2;
@@ -218,7 +216,7 @@ bool Palette::Restore(const PixelFilter& filter, std::uint8_t* transformed,
     // Index -> colour; above 0xFFFF: 0x10000 escape, 0x20000 an index no colour has.
     std::uint32_t lut[kMaxColours];
     for (std::size_t j = 0; j < kMaxColours; ++j)
-        lut[j] = j < k ? Load(table + 2 * j) : 0x20000;
+        lut[j] = j < k ? LoadU16(table + 2 * j) : 0x20000;
     if (k < kMaxColours)
         lut[kEscape] = 0x10000;
 
@@ -235,20 +233,19 @@ bool Palette::Restore(const PixelFilter& filter, std::uint8_t* transformed,
     std::uint32_t seen = 0;
     std::size_t used = 0;
     const auto four = [&](std::size_t at) {
-        std::uint32_t x;
-        std::memcpy(&x, ix + at, sizeof x);
+        const std::uint32_t x = LoadU32(ix + at);
         const std::uint32_t c0 = lut[x & 0xFF], c1 = lut[(x >> 8) & 0xFF],
                             c2 = lut[(x >> 16) & 0xFF], c3 = lut[x >> 24];
         seen |= c0 | c1 | c2 | c3;
         const std::uint32_t low = (c0 & 0xFFFFu) | (c1 << 16);
         const std::uint32_t high = (c2 & 0xFFFFu) | (c3 << 16);
-        std::memcpy(px + 2 * at, &low, sizeof low);
-        std::memcpy(px + 2 * at + 4, &high, sizeof high);
+        StoreU32(px + 2 * at, low);
+        StoreU32(px + 2 * at + 4, high);
     };
     const auto one = [&](std::size_t at) {
         const std::uint32_t c = lut[ix[at]];
         if (c < 0x10000) {
-            Store(px + 2 * at, static_cast<std::uint16_t>(c));
+            StoreU16(px + 2 * at, static_cast<std::uint16_t>(c));
             return true;
         }
         if (c != 0x10000 || used == escapes)

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "wincom/CpuFeatures.h"
+#include "wincom/Unaligned.h"
 #include "wincom/WinTypes.h"
 
 namespace screencodec {
@@ -63,15 +64,9 @@ inline std::uint16_t Unfold(std::uint16_t z) noexcept {
     return static_cast<std::uint16_t>((shifted ^ L::Fill(z & L::kBottoms)) | (z & ~L::kFields));
 }
 
-inline std::uint16_t Load(const std::uint8_t* p) noexcept {
-    std::uint16_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
-inline void Store(std::uint8_t* p, std::uint16_t v) noexcept {
-    std::memcpy(p, &v, sizeof v);
-}
+using vantrel::LoadU16;
+using vantrel::LoadU32;
+using vantrel::StoreU16;
 
 // The same arithmetic on eight pixels at once (the DLL is built for plain i686, so SSE2 is used
 // where the processor has it). The filter has no chain; the inverse is a running sum, taken
@@ -146,7 +141,7 @@ __attribute__((target("sse2"), force_align_arg_pointer)) std::size_t FilterWide(
 template <typename L>
 __attribute__((target("sse2"), force_align_arg_pointer)) std::size_t UnfilterWide(
     std::uint8_t* data, std::size_t first, std::size_t last) noexcept {
-    __m128i carry = _mm_set1_epi16(static_cast<short>(first ? Load(data + 2 * (first - 1)) : 0));
+    __m128i carry = _mm_set1_epi16(static_cast<short>(first ? LoadU16(data + 2 * (first - 1)) : 0));
     std::size_t i = first;
     for (; i + 8 <= last; i += 8) {
         __m128i x =
@@ -168,47 +163,41 @@ void FilterPixels(const std::uint8_t* in, std::uint8_t* out, std::size_t first,
     // In place (in == out) the wide loop would read pixels it has already replaced.
     const std::size_t wide =
         HasSse2() && in != out && last > first ? FilterWide<L>(in, out, first, last) : first;
-    std::uint16_t prev = wide ? Load(in + 2 * (wide - 1)) : 0;
+    std::uint16_t prev = wide ? LoadU16(in + 2 * (wide - 1)) : 0;
     for (std::size_t i = wide; i < last; ++i) {
-        const std::uint16_t v = Load(in + 2 * i);
-        Store(out + 2 * i, Fold<L>(Sub<L>(v, prev)));
+        const std::uint16_t v = LoadU16(in + 2 * i);
+        StoreU16(out + 2 * i, Fold<L>(Sub<L>(v, prev)));
         prev = v;
     }
     if (wide != first && first == 0 && last > 0)
-        Store(out, Fold<L>(Sub<L>(Load(in), 0)));
+        StoreU16(out, Fold<L>(Sub<L>(LoadU16(in), 0)));
 }
 
 template <typename L>
 void UnfilterPixels(std::uint8_t* data, std::size_t first, std::size_t last) noexcept {
     const std::size_t wide = HasSse2() ? UnfilterWide<L>(data, first, last) : first;
-    std::uint16_t prev = wide ? Load(data + 2 * (wide - 1)) : 0;
+    std::uint16_t prev = wide ? LoadU16(data + 2 * (wide - 1)) : 0;
     for (std::size_t i = wide; i < last; ++i) {
-        prev = Add<L>(Unfold<L>(Load(data + 2 * i)), prev);
-        Store(data + 2 * i, prev);
+        prev = Add<L>(Unfold<L>(LoadU16(data + 2 * i)), prev);
+        StoreU16(data + 2 * i, prev);
     }
-}
-
-std::uint32_t ReadU32(const std::uint8_t* p) noexcept {
-    std::uint32_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
 }
 
 }  // namespace
 
 PixelFilter PixelFilter::ForPayload(const std::uint8_t* data, std::size_t cb) noexcept {
     // BITMAPINFOHEADER: biSize at 0, biBitCount (u16) at 14, biCompression at 16; masks at 40.
-    if (cb < 40 || ReadU32(data) != 40)
+    if (cb < 40 || LoadU32(data) != 40)
         return PixelFilter();
     const unsigned bitCount = data[14] | (data[15] << 8);
-    const std::uint32_t compression = ReadU32(data + 16);
+    const std::uint32_t compression = LoadU32(data + 16);
     if (bitCount != 16)
         return PixelFilter();
     if (compression == BI_RGB)
         return PixelFilter(kDelta555, 40);
     if (compression != BI_BITFIELDS || cb < 52)
         return PixelFilter();
-    const std::uint32_t r = ReadU32(data + 40), g = ReadU32(data + 44), b = ReadU32(data + 48);
+    const std::uint32_t r = LoadU32(data + 40), g = LoadU32(data + 44), b = LoadU32(data + 48);
     if (r == 0xF800 && g == 0x07E0 && b == 0x001F)
         return PixelFilter(kDelta565, 52);
     if (r == 0x7C00 && g == 0x03E0 && b == 0x001F)
@@ -240,7 +229,7 @@ bool PixelFilter::LooksPhotographic(const std::uint8_t* data, std::size_t cb,
     std::uint32_t seen[65536 / 32] = {};
     std::size_t colours = 0;
     for (std::size_t i = first; i < last; ++i) {
-        const std::uint16_t v = Load(pixels + 2 * i);
+        const std::uint16_t v = LoadU16(pixels + 2 * i);
         const std::uint32_t bit = 1u << (v % 32);
         if (seen[v / 32] & bit)
             continue;

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "contracts/CursorRecordLayout.h"
+#include "wincom/Unaligned.h"
 #include "wincom/WinTypes.h"
 
 namespace vantrel::packet {
@@ -41,28 +42,12 @@ constexpr uint64_t kMaxDesktopBytes = 128u << 20;
 
 // ---- Little-endian access ----------------------------------------------------------------------
 
-inline uint32_t LoadU32(const void* p) noexcept {
-    uint32_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-inline int32_t LoadI32(const void* p) noexcept {
-    return static_cast<int32_t>(LoadU32(p));
-}
-inline uint16_t LoadU16(const void* p) noexcept {
-    uint16_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-inline void StoreU32(void* p, uint32_t v) noexcept {
-    std::memcpy(p, &v, sizeof v);
-}
-inline void StoreI32(void* p, int32_t v) noexcept {
-    StoreU32(p, static_cast<uint32_t>(v));
-}
-inline void StoreU16(void* p, uint16_t v) noexcept {
-    std::memcpy(p, &v, sizeof v);
-}
+using vantrel::LoadI32;
+using vantrel::LoadU16;
+using vantrel::LoadU32;
+using vantrel::StoreI32;
+using vantrel::StoreU16;
+using vantrel::StoreU32;
 
 // ---- Common head and acceptance ----------------------------------------------------------------
 
