@@ -5,14 +5,10 @@
 #include <cstring>
 #include <new>
 
+#include "Lap.h"
+
 namespace vantrel {
 namespace {
-
-LONGLONG Now() noexcept {
-    LARGE_INTEGER t;
-    QueryPerformanceCounter(&t);
-    return t.QuadPart;
-}
 
 const DWORD* Masks(const BITMAPINFO* bmi) noexcept {
     return reinterpret_cast<const DWORD*>(bmi->bmiColors);
@@ -37,10 +33,10 @@ StreamDecoder::Outcome StreamDecoder::Decode(const void* data, uint32_t cbData) 
 uint32_t StreamDecoder::Decompress(const void* data, uint32_t cbData,
                                    packet::Verdict verdict) noexcept {
     const packet::ByteRange body = packet::BodyOf(data, cbData, verdict);
-    const LONGLONG start = Now();
+    Lap lap;
     ULONG size = packet::kBufferSize;
     const HRESULT hr = codec_->Decompress(body.data, body.size, buffer_.get(), &size);
-    timings_.decompress += Now() - start;
+    lap.To(&timings_.decompress);
     // The codec never writes past the capacity; the size it reports bounds the checks that
     // follow.
     if (hr != S_OK || size > packet::kBufferSize)
@@ -64,7 +60,7 @@ StreamDecoder::Outcome StreamDecoder::DecodeFrame(const void* data, uint32_t cbD
         packet::PayloadError::None)
         return Outcome::Damaged;
 
-    const LONGLONG start = Now();
+    Lap lap;
     const auto* bmi = reinterpret_cast<const BITMAPINFO*>(payload.bitmapInfo);
     if (!FormatMatches(frame, payload)) {
         const bool masksOnly = FormatMatches(frame, payload, false);
@@ -84,7 +80,7 @@ StreamDecoder::Outcome StreamDecoder::DecodeFrame(const void* data, uint32_t cbD
     // Every packet brings the sender's palette of its grab.
     image_.LoadBitmapInfo(bmi);
     const bool written = image_.WriteRows(&frame.band, payload.rows) != FALSE;
-    timings_.write += Now() - start;
+    lap.To(&timings_.write);
     ++timings_.packets;
     owner_.OnBandApplied(frame.band);
     // A band sticking out of the desktop is not written, so none of it counts: a malformed
@@ -143,7 +139,7 @@ StreamDecoder::Outcome StreamDecoder::DecodeCursor(const void* data, uint32_t cb
     if (error == packet::CursorError::TooShort)
         return Outcome::Damaged;
 
-    const LONGLONG start = Now();
+    Lap lap;
     if (view.record.flags & (packet::kCursorNewShape | packet::kCursorShapeAlias)) {
         // A shape that cannot be read is treated like one the platform could not make into an
         // icon: no pointer until the next shape, while the position still applies. A record
@@ -159,7 +155,7 @@ StreamDecoder::Outcome StreamDecoder::DecodeCursor(const void* data, uint32_t cb
         const POINT position{view.record.x, view.record.y};
         ReportCursorChange(&position);
     }
-    timings_.cursor += Now() - start;
+    lap.To(&timings_.cursor);
     ++timings_.packets;
     return Outcome::Cursor;
 }

@@ -5,31 +5,9 @@
 #include <cstring>
 #include <new>
 
+#include "Lap.h"
+
 namespace vantrel {
-namespace {
-
-LONGLONG Now() noexcept {
-    LARGE_INTEGER t;
-    QueryPerformanceCounter(&t);
-    return t.QuadPart;
-}
-
-// Adds the time since the last lap to *slot.
-class Lap {
-  public:
-    Lap() noexcept : last_(Now()) {}
-    void To(LONGLONG* slot) noexcept {
-        const LONGLONG t = Now();
-        if (slot)
-            *slot += t - last_;
-        last_ = t;
-    }
-
-  private:
-    LONGLONG last_;
-};
-
-}  // namespace
 
 StreamEncoder::StreamEncoder(DesktopImage& image, SinkTable& sinks) noexcept
     : image_(image),
