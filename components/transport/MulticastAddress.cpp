@@ -1,6 +1,7 @@
 #include "MulticastAddress.h"
 
 namespace transport {
+namespace {
 
 // Four decimal parts of 0 to 255, dotted, nothing else (InetPtonA's rule; it is Vista's).
 bool ParseIpv4(const char* text, in_addr* address) noexcept {
@@ -29,6 +30,14 @@ bool ParseIpv4(const char* text, in_addr* address) noexcept {
 
 bool IsMulticast(const in_addr& address) noexcept {
     return (ntohl(address.s_addr) >> 28) == 0xE;
+}
+
+}  // namespace
+
+bool ParseEndpoint(const char* localText, const char* groupText, unsigned short port,
+                   in_addr* local, in_addr* group) noexcept {
+    return ParseIpv4(localText, local) && ParseIpv4(groupText, group) && IsMulticast(*group) &&
+           port != 0;
 }
 
 }  // namespace transport

@@ -5,8 +5,9 @@
 
 namespace transport {
 
-// An IPv4 address in dotted form into *address (network order); false when it does not parse.
-bool ParseIpv4(const char* text, in_addr* address) noexcept;
-bool IsMulticast(const in_addr& address) noexcept;
+// The interface, group and port that Open and Join take, addresses in network order; false when
+// an address does not parse as dotted IPv4, the group is not a multicast one or the port is 0.
+bool ParseEndpoint(const char* localText, const char* groupText, unsigned short port,
+                   in_addr* local, in_addr* group) noexcept;
 
 }  // namespace transport

@@ -37,9 +37,8 @@ HRESULT MulticastReceiver::InternalQueryInterface(REFIID riid, void** ppv) noexc
 HRESULT MulticastReceiver::Join(LPCSTR lpszLocalAddress, LPCSTR lpszGroupAddress,
                                 USHORT wPort) noexcept {
     in_addr local{}, group{};
-    RETURN_HR_IF(E_INVALIDARG, !ParseIpv4(lpszLocalAddress, &local) ||
-                                   !ParseIpv4(lpszGroupAddress, &group) || !IsMulticast(group) ||
-                                   wPort == 0);
+    RETURN_HR_IF(E_INVALIDARG,
+                 !ParseEndpoint(lpszLocalAddress, lpszGroupAddress, wPort, &local, &group));
     std::lock_guard<vantrel::CriticalSection> hold(lock_);
     RETURN_IF_FAILED(StopLocked());
     socket_.reset();

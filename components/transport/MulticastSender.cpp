@@ -19,9 +19,8 @@ HRESULT MulticastSender::InternalQueryInterface(REFIID riid, void** ppv) noexcep
 HRESULT MulticastSender::Open(LPCSTR lpszLocalAddress, LPCSTR lpszGroupAddress,
                               USHORT wPort) noexcept {
     in_addr local{}, group{};
-    RETURN_HR_IF(E_INVALIDARG, !ParseIpv4(lpszLocalAddress, &local) ||
-                                   !ParseIpv4(lpszGroupAddress, &group) || !IsMulticast(group) ||
-                                   wPort == 0);
+    RETURN_HR_IF(E_INVALIDARG,
+                 !ParseEndpoint(lpszLocalAddress, lpszGroupAddress, wPort, &local, &group));
     std::lock_guard<vantrel::CriticalSection> hold(lock_);
     socket_.reset();
 
