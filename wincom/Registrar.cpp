@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <string>
 
+#include "ComPtr.h"
 #include "ComServer.h"
+#include "Result.h"
 #include "UniqueHandle.h"
 
 namespace vantrel {
@@ -68,6 +70,13 @@ bool ModuleFileNameW(HMODULE module, wchar_t* path, DWORD size) noexcept {
     return n != 0 && n < size;
 }
 
+// The type library in the module's resources; path (MAX_PATH) receives the module's file name.
+HRESULT LoadModuleTypeLib(HMODULE module, wchar_t* path, ComPtr<ITypeLib>* typeLib) noexcept {
+    if (!ModuleFileNameW(module, path, MAX_PATH))
+        return E_FAIL;
+    return LoadTypeLibEx(path, REGKIND_NONE, typeLib->Put());
+}
+
 }  // namespace
 
 void GuidToRegistryString(REFGUID g, char* buf, std::size_t size) noexcept {
@@ -128,27 +137,17 @@ HRESULT UnregisterComClass(const ComClass& row) noexcept {
 
 HRESULT RegisterModuleTypeLib(HMODULE module) noexcept {
     wchar_t path[MAX_PATH];
-    if (!ModuleFileNameW(module, path, MAX_PATH))
-        return E_FAIL;
-    ITypeLib* typeLib = nullptr;
-    HRESULT hr = LoadTypeLibEx(path, REGKIND_NONE, &typeLib);
-    if (FAILED(hr))
-        return hr;
-    hr = RegisterTypeLib(typeLib, path, nullptr);
-    typeLib->Release();
-    return hr;
+    ComPtr<ITypeLib> typeLib;
+    RETURN_IF_FAILED(LoadModuleTypeLib(module, path, &typeLib));
+    return RegisterTypeLib(typeLib.Get(), path, nullptr);
 }
 
 HRESULT UnregisterModuleTypeLib(HMODULE module) noexcept {
     wchar_t path[MAX_PATH];
-    if (!ModuleFileNameW(module, path, MAX_PATH))
-        return E_FAIL;
-    ITypeLib* typeLib = nullptr;
-    HRESULT hr = LoadTypeLibEx(path, REGKIND_NONE, &typeLib);
-    if (FAILED(hr))
-        return hr;
+    ComPtr<ITypeLib> typeLib;
+    RETURN_IF_FAILED(LoadModuleTypeLib(module, path, &typeLib));
     TLIBATTR* attr = nullptr;
-    hr = typeLib->GetLibAttr(&attr);
+    HRESULT hr = typeLib->GetLibAttr(&attr);
     if (SUCCEEDED(hr)) {
         // Unregistering twice is harmless. What UnRegisterTypeLib returns for a library that is
         // not registered differs between systems (Wine: E_INVALIDARG), so ask first.
@@ -161,7 +160,6 @@ HRESULT UnregisterModuleTypeLib(HMODULE module) noexcept {
         }
         typeLib->ReleaseTLibAttr(attr);
     }
-    typeLib->Release();
     return hr;
 }
 
