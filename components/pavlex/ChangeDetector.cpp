@@ -30,8 +30,10 @@ bool ChangeDetector::run(bool watchScreen, bool watchCursor) noexcept {
         hashes_ = std::vector<std::uint32_t>();
         haveBaseline_ = false;
     }
-    if (watchCursor && !watchCursor_)
+    if (watchCursor && !watchCursor_) {
         tracker_.reset();
+        cursorStill_ = 0;
+    }
     watchScreen_ = watchScreen;
     watchCursor_ = watchCursor;
     if (!watchScreen && !watchCursor)
@@ -89,7 +91,7 @@ void ChangeDetector::loop() noexcept {
     WindowDc screen(nullptr);
     for (unsigned n = 0;; ++n) {
         try {
-            poll(screen, n % kGeometryPolls == 0);
+            poll(screen, n);
         } catch (...) {
             // Out of memory for this poll: try again at the next one.
         }
@@ -111,9 +113,9 @@ ChangeDetector::Geometry ChangeDetector::ReadGeometry(HDC screen) noexcept {
                     GetDeviceCaps(screen, BITSPIXEL)};
 }
 
-void ChangeDetector::poll(WindowDc& screen, bool checkGeometry) {
+void ChangeDetector::poll(WindowDc& screen, unsigned n) {
     // The screen DC is kept between polls; a fresh one now and then shows a display change.
-    if (checkGeometry || !screen) {
+    if (n % kGeometryPolls == 0 || !screen) {
         screen = WindowDc(nullptr);
         if (screen) {
             const Geometry now = ReadGeometry(screen.get());
@@ -126,7 +128,7 @@ void ChangeDetector::poll(WindowDc& screen, bool checkGeometry) {
     }
     if (screen && watchScreen_)
         pollScreen(screen.get());
-    if (watchCursor_)
+    if (watchCursor_ && (cursorStill_ < kCursorRestPolls || n % kScanPolls == 0))
         pollCursor();
 }
 
@@ -222,8 +224,12 @@ void ChangeDetector::pollScreen(HDC screen) {
 void ChangeDetector::pollCursor() {
     POINT position{};
     const DWORD flags = tracker_.poll(&position);
-    if (flags)
+    if (flags) {
         cursor_.add(flags, position, tracker_.shape());
+        cursorStill_ = 0;
+    } else if (cursorStill_ < kCursorRestPolls) {
+        ++cursorStill_;
+    }
 }
 
 }  // namespace vantrel::pavlex

@@ -36,6 +36,11 @@ class ChangeDetector {
     static constexpr DWORD kDefaultInterval = 30;  // ms between polls, 33 per second
     static constexpr int kScanPolls = 3;           // polls per full scan of the screen
     static constexpr unsigned kGeometryPolls = 8;  // polls between looks at the display mode
+    // A pointer that has not changed for this many polls is read only at every kScanPolls-th
+    // poll: under Wine each read is a round trip to the display server, which at every poll
+    // made up a third of an idle detector's CPU. Its first move is then seen within kScanPolls
+    // polls, and it is followed at every poll from there.
+    static constexpr unsigned kCursorRestPolls = 33;
     // Largest strip in bytes. Each grab costs a fixed round trip to the display, so strips are
     // as large as can be; from about 200 KiB on the platform's temporary image costs it about
     // three times as much per pixel (measured under Wine at 1024 x 768: 2 % of a core with
@@ -74,7 +79,7 @@ class ChangeDetector {
     static DWORD WINAPI ThreadMain(void* self);
     static Geometry ReadGeometry(HDC screen) noexcept;
     void loop() noexcept;
-    void poll(WindowDc& screen, bool checkGeometry);
+    void poll(WindowDc& screen, unsigned n);
     void pollScreen(HDC screen);
     void pollCursor();
     // Buffers for the current geometry; false when out of memory or GDI refuses.
@@ -106,6 +111,7 @@ class ChangeDetector {
     bool haveBaseline_ = false;  // hashes_ describe the screen
     TileMap dirty_;
     CursorTracker tracker_;
+    unsigned cursorStill_ = 0;  // pointer reads since it last changed, up to kCursorRestPolls
     std::atomic<bool> displayChanged_{false};
 };
 
