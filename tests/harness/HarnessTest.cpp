@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "common/Screen.h"
+#include "wincom/UniqueHandle.h"
 
 using namespace vantrel;
 
