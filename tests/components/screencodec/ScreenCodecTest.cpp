@@ -1,8 +1,6 @@
-// ScreenCodec created through CoCreateInstance from the registered DLL, as Vantrel's objects
-// create it: round trips of screen-like and random payloads in both modes, capacities with
-// guard bytes behind them, damaged, truncated, foreign and old blocks, the call contract, the
-// names hosts find it by (its registration and module lifetime are the shared COM server's,
-// checked on Vantrel.dll).
+// ScreenCodec created through CoCreateInstance as Vantrel's objects create it: round trips in
+// both modes, capacities with guard bytes behind them, damaged and old blocks, the call contract.
+// Any bytes round-trip and any block decodes without harm in the codec's fuzz target.
 #include <windows.h>
 
 #include <algorithm>
@@ -183,17 +181,13 @@ TEST_P(CodecMode, PayloadsOfEveryShapeAndSizeRoundTripInTheCurrentFormat) {
         Content content;
         int width, rows, desktop, filter;  // filter -1: any
     } bands[] = {{Content::Text, 1024, 40, 1024, 3},
-                 {Content::Text, 333, 41, 1024, -1},
                  {Content::Text, 1, 300, 1920, -1},
-                 {Content::Text, 7, 9, 1366, -1},
                  {Content::Photo, 1366, 30, 1366, 1},
                  {Content::Photo, 97, 101, 1920, -1},
-                 {Content::Photo, 3, 5, 640, -1},
                  {Content::Photo565, 1023, 33, 1280, 2},
                  {Content::Photo565, 15, 200, 1920, -1},
                  {Content::TextAndPhoto565, 1920, 24, 1920, 4},
-                 {Content::TextAndPhoto565, 481, 37, 800, -1},
-                 {Content::TextAndPhoto565, 2, 2, 1024, -1}};
+                 {Content::TextAndPhoto565, 481, 37, 800, -1}};
     for (const auto& band : bands) {
         SCOPED_TRACE(testing::Message()
                      << band.width << "x" << band.rows << " of " << band.desktop);
@@ -280,37 +274,17 @@ TEST_F(Codec, DamagedTruncatedAndForeignBlocksAreRefused) {
         block.push_back(0);
         ExpectRefused(block, "one byte more");
     }
-    Bytes stored;
-    ASSERT_EQ(S_OK, Compress(RandomBytes(300, 4), 2, kPacketCapacity, &stored));
-    stored.back() ^= 0x80;
-    ExpectRefused(stored, "stored body against its check value");
-    ExpectRefused(RandomBytes(5000, 30), "random bytes");
     ExpectRefused(MakePayload(Content::Text, 64, 8, 1), "an uncompressed payload");
 }
 
+// One refused argument per rule; a refused call leaves its out parameter alone.
 TEST_F(Codec, ArgumentsAreChecked) {
-    Bytes src = MakePayload(Content::Text, 64, 8, 1), block, dst(4096);
-    ASSERT_EQ(S_OK, Compress(src, 2, kPacketCapacity, &block));
-    const ULONG cbSrc = Size(src), cbBlock = Size(block);
+    Bytes src = MakePayload(Content::Text, 64, 8, 1), dst(4096);
     ULONG cb = 4096, value = kSentinel;
-    EXPECT_EQ(E_POINTER, codec_->Compress(nullptr, cbSrc, dst.data(), &cb, 2));
-    EXPECT_EQ(E_POINTER, codec_->Compress(src.data(), cbSrc, nullptr, &cb, 2));
-    EXPECT_EQ(E_POINTER, codec_->Compress(src.data(), cbSrc, dst.data(), nullptr, 2));
-    for (ULONG mode : {0u, 3u, 0xFFFFFFFFu}) {
-        cb = 4096;
-        EXPECT_EQ(E_INVALIDARG, codec_->Compress(src.data(), cbSrc, dst.data(), &cb, mode));
-    }
-    cb = 4096;
-    EXPECT_EQ(E_POINTER, codec_->Decompress(nullptr, cbBlock, dst.data(), &cb));
-    EXPECT_EQ(E_POINTER, codec_->Decompress(block.data(), cbBlock, nullptr, &cb));
-    EXPECT_EQ(E_POINTER, codec_->Decompress(block.data(), cbBlock, dst.data(), nullptr));
-    EXPECT_EQ(E_POINTER, codec_->CheckBlock(nullptr, cbBlock));
-    EXPECT_EQ(E_POINTER, codec_->GetOriginalSize(nullptr, cbBlock, &value));
-    EXPECT_EQ(E_POINTER, codec_->GetOriginalSize(block.data(), cbBlock, nullptr));
-    EXPECT_EQ(E_POINTER, codec_->GetVersion(nullptr));
-    EXPECT_EQ(E_POINTER, codec_->GetFormatTag(nullptr));
-    EXPECT_EQ(E_POINTER, codec_->GetMaxCompressedSize(10, nullptr));
-    EXPECT_EQ(E_POINTER, codec_->GetLevel(1, nullptr));
+    EXPECT_EQ(E_POINTER, codec_->Compress(src.data(), Size(src), nullptr, &cb, 2));
+    EXPECT_EQ(E_INVALIDARG, codec_->Compress(src.data(), Size(src), dst.data(), &cb, 3));
+    EXPECT_EQ(E_POINTER, codec_->Decompress(nullptr, 100, dst.data(), &cb));
+    EXPECT_EQ(E_POINTER, codec_->GetOriginalSize(src.data(), Size(src), nullptr));
     EXPECT_EQ(E_INVALIDARG, codec_->GetMaxCompressedSize(0xFFFFFFFF, &value));
     EXPECT_EQ(E_INVALIDARG, codec_->GetLevel(0, &value));
     EXPECT_EQ(kSentinel, value);
@@ -386,11 +360,7 @@ TEST_F(Codec, ObjectsOnSeveralThreadsWorkAtOnceAtLevelsOfTheirOwn) {
         thread.join();
     EXPECT_EQ(S_OK, codec_->GetLevel(2, &level));
     EXPECT_EQ(fast, level);
-}
-
-// The registry rows themselves come from the shared server code, checked on Vantrel.dll; what
-// is the codec's own is its names.
-TEST_F(Codec, HostsFindTheClassByItsProgIds) {
+    // Hosts find the class by its ProgIDs (the registry rows are the shared server code's).
     for (const wchar_t* id : {L"Vantrel.ScreenCodec.1", L"Vantrel.ScreenCodec"}) {
         CLSID found{};
         ASSERT_EQ(S_OK, CLSIDFromProgID(id, &found));
