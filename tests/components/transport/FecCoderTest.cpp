@@ -1,8 +1,9 @@
-// FecCoder created through CoCreateInstance, encoding as the caster does and decoding as the
-// receiver does: every loss pattern the code must survive, one loss too many, datagrams that
-// are repeated, reordered, cut, flipped or not ours, the order in which fragments leave, and the
-// call contract. Scenarios name datagrams as EncodeAll labels them and list the serials of the
-// fragments handed back as ranges ("0-3,7").
+// FecCoder through CoCreateInstance, encoding as the caster does and decoding as the receiver
+// does: losses restored, one too many, damaged and stray datagrams, the order in which fragments
+// leave, the call contract. That every loss of up to the correction count is restored, whatever
+// the group and the kernel, the FEC fuzz target checks; through the lossy relay, tests/cast.
+// Scenarios name datagrams as EncodeAll labels them and list the serials handed back as ranges
+// ("0-3,7").
 #include <windows.h>
 
 #include <Transport.h>
@@ -180,46 +181,6 @@ class Fec : public testing::Test {
     vantrel::ComPtr<IFecCoder> decoder_;
 };
 
-// Every subset of up to k of a partial group's 5 + k datagrams lost for k of 0 to 8 (Drain
-// closes it), random losses of k in full groups of 32 + k for larger k; the rest arrive shuffled.
-TEST_F(Fec, EveryLossOfUpToTheRepairCountIsRestored) {
-    std::mt19937 rng(12);
-    int serial = 0;
-    auto check = [&](int n, LONG k, std::uint64_t lost) {
-        const std::vector<Bytes> fragments = MakeFragments(n, rng, serial);
-        serial += n;
-        const std::vector<Bytes> datagrams = EncodeAll(fragments);
-        std::vector<Bytes> arriving;
-        for (int i = 0; i < n + k; ++i)
-            if (!(lost >> i & 1))
-                arriving.push_back(datagrams[i]);
-        std::shuffle(arriving.begin(), arriving.end(), rng);
-        std::vector<Bytes> restored = DecodeAll(arriving);
-        std::sort(restored.begin(), restored.end(),
-                  [](const Bytes& a, const Bytes& b) { return Serial(a) < Serial(b); });
-        ASSERT_EQ(fragments, restored) << n << " k " << k << " lost " << lost;
-    };
-    for (LONG k = 0; k <= 8; ++k) {
-        ASSERT_EQ(S_OK, encoder_->Configure(32, k, kMaxPacket));
-        for (std::uint32_t lost = 0; lost < (1u << (5 + k)); ++lost)
-            if (__builtin_popcount(lost) <= k)
-                check(5, k, lost);
-    }
-    for (LONG k : {1, 8, 16, 32}) {
-        ASSERT_EQ(S_OK, encoder_->Configure(32, k, kMaxPacket));
-        for (int round = 0; round < 4; ++round) {
-            std::vector<int> order(32 + k);
-            for (int i = 0; i < 32 + k; ++i)
-                order[i] = i;
-            std::shuffle(order.begin(), order.end(), rng);
-            std::uint64_t lost = 0;
-            for (int i = 0; i < k; ++i)
-                lost |= std::uint64_t{1} << order[i];
-            check(32, k, lost);
-        }
-    }
-}
-
 // With checksums, a datagram cut, grown or with any bit flipped is refused; repeats count once.
 TEST_F(Fec, RepeatedCutFlippedAndForeignDatagramsAreIgnored) {
     std::mt19937 rng(5);
@@ -245,7 +206,7 @@ TEST_F(Fec, RepeatedCutFlippedAndForeignDatagramsAreIgnored) {
         EXPECT_TRUE(DecodeOne(damaged[i], &hr).empty()) << i;
         EXPECT_EQ(S_FALSE, hr) << i;
     }
-    // Four data datagrams lost, every other one twice, the whole lot reversed.
+    // As many data datagrams lost as there are corrections, the rest twice, all reversed.
     std::vector<Bytes> arriving;
     for (std::size_t i = 0; i < datagrams.size(); ++i)
         if (i != 1 && i != 5 && i != 6 && i != 11)
@@ -328,7 +289,6 @@ TEST_F(Fec, TheEndOfABurstReleasesWhatWaitsBehindAGap) {
         {"the next burst", 8, 2, false, 5, 3, "d2 r0.0 r0.1", "", "d5", "0-1,3-5"},
         {"the end marks lost too", 8, 2, true, 5, 3, "d2 r0.0 r0.1 m0.0 m0.1", "", "d5", "0-1,3-5"},
         {"one loss too many, k 0", 8, 0, false, 24, 0, "d8", "", "", "0-7,9-23"},
-        {"one loss too many, k 1", 8, 1, false, 24, 0, "d8 d9", "", "", "0-7,10-23"},
         {"one loss too many, k 4", 8, 4, false, 24, 0, "d8 d9 d10 d11 d12", "", "", "0-7,13-23"},
         {"one loss too many, k 8", 8, 8, false, 24, 0, "d8 d9 d10 d11 d12 d13 d14 d15 r1.0", "", "",
          "0-7,16-23"},
