@@ -1,12 +1,10 @@
-// DesktopCaster and DesktopReceiver made through COM as a host makes them, with recording
-// stand-ins registered in this process for MulticastSender, MulticastReceiver and FecCoder: the
-// calls each object makes on its components (order, arguments, what it does with the answers),
-// the fragments, the pacing, and on the receiving side the source filter, the queue's time-out,
-// the reassembly rules and Stop. Nothing goes over the network.
+// DesktopCaster and DesktopReceiver made through COM as a host makes them, over recording
+// stand-ins for MulticastSender, MulticastReceiver and FecCoder registered in this process: the
+// calls each makes on its components, the fragments, the pacing, the source filter, the queue
+// and the reassembly rules. Nothing goes over the network.
 #include <windows.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -243,13 +241,13 @@ using Calls = std::vector<std::string>;
 // pause is checked from below only: a loaded machine sleeps longer, never shorter.
 TEST_F(CastComponents, CasterSessionConfiguresTheComponentsAndPacesTheDatagrams) {
     char local[] = "127.0.0.1", group[] = "239.255.9.9";
-    for (int fec : {-1, 33, INT_MIN, INT_MAX})
+    for (int fec : {-1, 33})
         EXPECT_EQ(E_FAIL, caster_->CreateSession(local, group, 4321, fec, TRUE)) << fec;
     EXPECT_EQ(Calls(), recorder_.Calls()) << "a refused session calls nothing";
 
     recorder_.perEncode = 2;
     recorder_.perDrain = 3;
-    for (int fec : {0, 7, 8, 15, 16, 24, 32}) {
+    for (int fec : {0, 7, 8, 32}) {
         SCOPED_TRACE(fec);
         recorder_.Clear();
         ASSERT_EQ(S_OK, caster_->CreateSession(local, group, 4321, fec, fec % 2));
@@ -286,42 +284,30 @@ TEST_F(CastComponents, CasterSessionConfiguresTheComponentsAndPacesTheDatagrams)
     EXPECT_EQ(5u, recorder_.sent.size()) << "the coder's list is sent whatever it answers";
 }
 
-// Packets cut into fragments of at most 1,400 data bytes behind a 12-byte header; every entry of
-// the coder's list sent in order, with the low 16 bits of its length.
+// Every fragment carries its packet's number (an empty packet sends nothing; Run numbers from 0
+// again), and every entry of the coder's list is sent in order with the low 16 bits of its
+// length. How a packet is cut and put together again, the fragment fuzz target checks.
 TEST_F(CastComponents, CasterCutsEveryPacketIntoNumberedFragments) {
     char local[] = "127.0.0.1", group[] = "239.255.9.9";
     ASSERT_EQ(S_OK, caster_->CreateSession(local, group, 4321, 4, FALSE));
     ASSERT_EQ(S_OK, caster_->Run());
     recorder_.perEncode = 2;
-    const std::vector<size_t> lengths = {3000, 0, 1, 1400, 1401, 0x180000};
-    for (size_t length : lengths)
-        Send(Pattern(length, static_cast<uint32_t>(length)));
+    for (size_t length : {3000, 0, 1401})
+        Send(Pattern(length, 1));
     ASSERT_EQ(S_OK, caster_->Run());
-    Send(Pattern(5, 5));
-
-    struct Expected {
-        uint32_t message, offset, total, size;
-    };
-    std::vector<Expected> expected = {
-        {0, 0, 3000, 1412}, {0, 1400, 3000, 1412}, {0, 2800, 3000, 212}, {2, 0, 1, 13},
-        {3, 0, 1400, 1412}, {4, 0, 1401, 1412},    {4, 1400, 1401, 13}};
-    for (uint32_t offset = 0; offset < 0x180000; offset += 1400)
-        expected.push_back({5, offset, 0x180000, 12 + std::min<uint32_t>(1400, 0x180000 - offset)});
-    expected.push_back({0, 0, 5, 17});  // Run numbers from 0 again
+    Send(Pattern(5, 1));
+    const std::vector<std::vector<uint32_t>> expected = {
+        // message, offset, total, size
+        {0, 0, 3000, 1412}, {0, 1400, 3000, 1412}, {0, 2800, 3000, 212},
+        {2, 0, 1401, 1412}, {2, 1400, 1401, 13},   {0, 0, 5, 17}};
     std::lock_guard<CriticalSection> guard(recorder_.lock);
     ASSERT_EQ(expected.size(), recorder_.encoded.size());
     ASSERT_EQ(2 * expected.size(), recorder_.sent.size());
-    Bytes p;
     for (size_t i = 0; i < expected.size(); ++i) {
         const Bytes& f = recorder_.encoded[i];
-        const Expected& e = expected[i];
-        ASSERT_EQ(e.size, f.size()) << i;
-        EXPECT_EQ(e.message, packet::LoadU32(&f[0])) << i;
-        EXPECT_EQ(e.offset, packet::LoadU32(&f[4])) << i;
-        EXPECT_EQ(e.total, packet::LoadU32(&f[8])) << i;
-        if (p.size() != e.total)
-            p = Pattern(e.total, e.total);
-        ASSERT_TRUE(std::equal(f.begin() + 12, f.end(), p.begin() + e.offset)) << i;
+        EXPECT_EQ(expected[i],
+                  (std::vector<uint32_t>{packet::LoadU32(&f[0]), packet::LoadU32(&f[4]),
+                                         packet::LoadU32(&f[8]), static_cast<uint32_t>(f.size())}));
         EXPECT_EQ(f, recorder_.sent[2 * i]) << i;
         EXPECT_EQ(16u, recorder_.sent[2 * i + 1].size()) << i;
     }
@@ -342,10 +328,9 @@ TEST_F(CastComponents, ReceiverCallsTheComponentsInOrderAndFiltersSources) {
         size_t length;
         bool decoded;
     };
-    const Case cases[] = {{0, false, 7, 0, true},     {0, false, 8, 0, true},
-                          {7, false, 7, 0, true},     {7, false, 8, 0, false},
-                          {7, true, 8, 0, true},      {0, false, 7, 1500, true},
-                          {0, false, 7, 1501, false}, {0, false, 7, 65535, false}};
+    const Case cases[] = {{0, false, 8, 0, true},    {7, false, 7, 0, true},
+                          {7, false, 8, 0, false},   {7, true, 8, 0, true},
+                          {0, false, 7, 1500, true}, {0, false, 7, 1501, false}};
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message()
                      << c.filter << " " << c.rejoin << " " << c.source << " " << c.length);
@@ -389,9 +374,6 @@ TEST_F(CastComponents, ReceiverReassemblesByCountingTheCurrentMessagesBytes) {
           {{Fragment(1, 0, 3000, 1400)}, {}},
           {{Fragment(1, 1400, 3000, 1400)}, {3000}}},
          1},
-        {"several fragments of one datagram, in list order",
-         {{{Fragment(2, 0, 600, 400), Fragment(2, 400, 600, 200), Fragment(3, 0, 9, 9)}, {600, 9}}},
-         1},
         {"a newer message gives the half-gathered one up; a late fragment restarts it",
          {{{Fragment(4, 0, 3000, 1400)}, {}},
           {{Fragment(5, 0, 2000, 1400)}, {}},
@@ -409,7 +391,6 @@ TEST_F(CastComponents, ReceiverReassemblesByCountingTheCurrentMessagesBytes) {
           {{Fragment(7, kMax - 10, kMax + 1, 11)}, {}},
           {{Fragment(7, kMax - 10, 10, 10)}, {10}}},
          0},
-        {"a header alone completes an empty packet", {{{Fragment(8, 0, 0, 0)}, {0}}}, 0},
         {"Run starts the count afresh",
          {{{Fragment(9, 0, 8, 4)}, {}},
           {{Fragment(9, 4, 8, 4)}, {}, true},
