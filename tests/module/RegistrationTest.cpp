@@ -1,6 +1,6 @@
 // Registration under HKEY_CLASSES_ROOT through the DLL's own exports: the keys of each class, the
-// type library, and that unregistering removes exactly those, twice harmlessly. Every test
-// leaves the DLL registered, as the harness had it.
+// type library, and that unregistering removes exactly those, twice harmlessly. The test leaves
+// the DLL registered, as the harness had it.
 #include <windows.h>
 #include <oleauto.h>
 
@@ -84,16 +84,17 @@ TEST_F(RegistrationTest, RegisterWritesTheKeysOfEveryClassAndUnregisterExactlyRe
     ASSERT_EQ(S_OK, Dll().registerServer());
     char modulePath[MAX_PATH];
     ASSERT_NE(0u, GetModuleFileNameA(Dll().module, modulePath, MAX_PATH));
-
+    std::set<std::string> progIds, clsids, ourInterfaces;
     for (const ServedClass& c : kServedClasses) {
         SCOPED_TRACE(c.name);
         const std::string description = std::string(c.name) + " Class";
         const std::string independent = std::string("Vantrel.") + c.name;
         const std::string progId = independent + ".1";
         const std::string clsid = GuidString(*c.clsid);
-        const Tree progIdTree = {{"@", description}, {"CLSID@", clsid}};
+        progIds.insert({independent, progId});
+        clsids.insert(clsid);
         for (const std::string& id : {progId, independent}) {
-            EXPECT_EQ(progIdTree, KeyTree(id));
+            EXPECT_EQ((Tree{{"@", description}, {"CLSID@", clsid}}), KeyTree(id));
             CLSID found{};  // as a host finds the class
             EXPECT_EQ(S_OK, CLSIDFromProgID(std::wstring(id.begin(), id.end()).c_str(), &found));
             EXPECT_TRUE(IsEqualCLSID(*c.clsid, found)) << id;
@@ -108,8 +109,6 @@ TEST_F(RegistrationTest, RegisterWritesTheKeysOfEveryClassAndUnregisterExactlyRe
     }
     // In the type library only.
     EXPECT_EQ(Tree{}, KeyTree("CLSID\\" + GuidString(CLSID_DesktopIPCServer2)));
-    EXPECT_EQ(Tree{}, KeyTree("Vantrel.DesktopIPCServer2"));
-    EXPECT_EQ(Tree{}, KeyTree("Vantrel.DesktopIPCServer2.1"));
 
     BSTR typeLibPath = nullptr;
     ASSERT_EQ(S_OK, QueryPathOfRegTypeLib(LIBID_VANTRELLib, 1, 0, LOCALE_NEUTRAL, &typeLibPath));
@@ -119,12 +118,6 @@ TEST_F(RegistrationTest, RegisterWritesTheKeysOfEveryClassAndUnregisterExactlyRe
     const Snapshot registered = TakeSnapshot();
     ASSERT_EQ(S_OK, Dll().unregisterServer());
     const Snapshot unregistered = TakeSnapshot();
-
-    std::set<std::string> progIds, clsids, ourInterfaces;
-    for (const ServedClass& c : kServedClasses) {
-        progIds.insert({std::string("Vantrel.") + c.name, std::string("Vantrel.") + c.name + ".1"});
-        clsids.insert(GuidString(*c.clsid));
-    }
     for (const IID* iid : kLibraryInterfaces)
         ourInterfaces.insert(GuidString(*iid));
     Snapshot removed = Minus(registered, unregistered);
@@ -135,15 +128,9 @@ TEST_F(RegistrationTest, RegisterWritesTheKeysOfEveryClassAndUnregisterExactlyRe
         (Snapshot{{"", progIds}, {"CLSID", clsids}, {"TypeLib", {GuidString(LIBID_VANTRELLib)}}}),
         removed);
     EXPECT_EQ(Snapshot{}, Minus(unregistered, registered));
-    EXPECT_TRUE(Open("CLSID"));
 
     EXPECT_EQ(S_OK, Dll().unregisterServer());
     EXPECT_EQ(unregistered, TakeSnapshot());
-    ITypeLib* typeLib = nullptr;
-    EXPECT_TRUE(FAILED(LoadRegTypeLib(LIBID_VANTRELLib, 1, 0, LOCALE_NEUTRAL, &typeLib)));
-    if (typeLib)
-        typeLib->Release();
-
     ASSERT_EQ(S_OK, Dll().registerServer());
     EXPECT_EQ(registered, TakeSnapshot());
 }
