@@ -1,8 +1,5 @@
-// DesktopImage on its own: geometry, row access, palette, the registry switch, named sections and
-// the pointer overlay. (The logo: the capture's.)
-#include <array>
-#include <numeric>
-
+// DesktopImage on its own: refused formats, the registry switch and the pointer overlay. (The
+// logo: the capture's.)
 #include "common/ScreenTestSupport.h"
 #include "stream/DeskPref.h"
 
@@ -11,43 +8,16 @@ using namespace vantrel::test;
 
 namespace {
 
-constexpr UINT kSentinel = 0xdeadbeef;
 constexpr uint16_t kBackground555 = 0x0210, kRed555 = 0x7C00, kGreen555 = 0x03E0;
 
 struct Image : DesktopImage {
-    Image(int w, int h, int bpp, DWORD compression = BI_RGB, std::vector<DWORD> tail = {}) {
-        EXPECT_TRUE(CreateFromBitmapInfo(AsBmi(Bmi(w, h, bpp, compression, tail))));
-    }
+    Image(int w, int h, int bpp) { EXPECT_TRUE(CreateFromBitmapInfo(AsBmi(Bmi(w, h, bpp)))); }
 };
 
 }  // namespace
 
-TEST(DesktopImageGeometry, StrideAlignAndSizes) {
-    for (const auto& s : {std::array<int, 3>{1366, 4, 684}, {1023, 24, 3072}, {13, 1, 4}})
-        EXPECT_EQ(s[2], Image(s[0], 8, s[1]).GetStride()) << s[0] << "x" << s[1];
-    Image image(100, 100, 16);
-    const struct {
-        RECT in, out;
-        BOOL ok;
-    } aligns[] = {
-        {{-3, -3, 2, 2}, {0, 0, 8, 8}, TRUE},
-        {{96, 96, 101, 101}, {96, 96, 100, 100}, TRUE},
-        {{104, 0, 120, 8}, {0, 0, 0, 0}, FALSE},
-    };
-    for (const auto& a : aligns) {
-        RECT out{};
-        EXPECT_EQ(a.ok, image.AlignRect(&a.in, &out)) << a.in;
-        EXPECT_EQ(a.out, out);
-    }
-    EXPECT_FALSE(image.AlignRect(nullptr, nullptr));
-    const RECT r{8, 0, 72, 10};
-    EXPECT_EQ(64u * 2 * 10, image.GetRectBytes(&r));
-    EXPECT_EQ(1064u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 8))));
-    EXPECT_EQ(52u, DesktopImage::GetBitmapInfoSize(AsBmi(Bmi(8, 8, 16, BI_BITFIELDS))));
-}
-
-// (Shared sections between a server's and a viewer's image: the shared-memory tests.)
-TEST(DesktopImageOpen, RefusesBadFormats) {
+// (Rows, alignment and palettes: through the encoder, the decoder and the render.)
+TEST(DesktopImageOpen, RefusesBadFormatsAndFollowsTheFixCitrixSwitch) {
     DesktopImage image;
     EXPECT_FALSE(image.CreateFromBitmapInfo(nullptr));
     auto bottomUp = Bmi(64, 64, 16);
@@ -57,78 +27,13 @@ TEST(DesktopImageOpen, RefusesBadFormats) {
     EXPECT_FALSE(image.OpenFromBitmapInfo("Local\\VantrelNoSuchImage", AsBmi(Bmi(64, 64, 16))));
     EXPECT_FALSE(image.IsOpen());
     EXPECT_EQ(nullptr, image.GetBits());
-}
 
-// (Bands outside the image are not written: the decoder's tests.)
-TEST(DesktopImageRows, CopyCountsOrderAndRefusals) {
-    Image image(128, 16, 16);
-    for (LONG y = 0; y < 16; ++y) {
-        std::vector<uint16_t> row(64, static_cast<uint16_t>(y + 1));
-        const RECT r{0, y, 64, y + 1};
-        ASSERT_TRUE(image.PutRows(&r, row.data()));
-    }
-    const RECT r{0, 0, 64, 16};
-    std::vector<uint16_t> out(64 * 16);
-    UINT cb = 1000, lines = kSentinel;
-    ASSERT_TRUE(image.CopyRows(&r, out.data(), &cb, 0, &lines));
-    EXPECT_EQ(7u, lines);
-    EXPECT_EQ(896u, cb);
-    EXPECT_EQ(7, out[64 * 6]);
-    cb = 3 * 128;
-    ASSERT_TRUE(image.CopyRowsBottomUp(&r, out.data(), &cb, 4, &lines));
-    ASSERT_EQ(3u, lines);
-    EXPECT_EQ((std::vector<uint16_t>{7, 6, 5}), (std::vector<uint16_t>{out[0], out[64], out[128]}));
-
-    const RECT thin{8, 0, 8, 4};
-    cb = 100, lines = kSentinel;
-    EXPECT_FALSE(image.CopyRows(&thin, out.data(), &cb, 0, &lines));
-    EXPECT_EQ(0u, lines);
-    const RECT outside{64, 8, 129, 16};
-    cb = 100, lines = kSentinel;
-    EXPECT_FALSE(image.CopyRows(&outside, out.data(), &cb, 0, &lines));
-    EXPECT_FALSE(image.CopyRows(&r, out.data(), &cb, 17, &lines));
-    EXPECT_EQ(kSentinel, lines);
-    EXPECT_EQ(100u, cb);
-}
-
-TEST(DesktopImagePalette, ByteOrderTableAndPaletteFollowTheFormat) {
-    const PALETTEENTRY entry{10, 20, 30, PC_NOCOLLAPSE};
-    RGBQUAD colour{};
-    DesktopImage::PaletteToColorTable(&entry, 1, &colour);
-    EXPECT_EQ(
-        (std::vector<BYTE>{30, 20, 10, 0}),
-        (std::vector<BYTE>{colour.rgbBlue, colour.rgbGreen, colour.rgbRed, colour.rgbReserved}));
-
-    std::vector<DWORD> table(256);
-    std::iota(table.begin(), table.end(), 0x00010203);
-    Image image(32, 8, 8, BI_RGB, table);
-    UniquePalette palette(image.CreateImagePalette());
-    ASSERT_TRUE(palette);
-    PALETTEENTRY got[256];
-    ASSERT_EQ(256u, GetPaletteEntries(palette.get(), 0, 256, got));
-    EXPECT_EQ(0x01, got[5].peRed);
-    EXPECT_EQ(0x02, got[5].peGreen);
-    EXPECT_EQ(0x03 + 5, got[5].peBlue);
-
-    table[7] = 0x00A0B0C0;
-    EXPECT_TRUE(image.LoadBitmapInfo(AsBmi(Bmi(32, 8, 8, BI_RGB, table))));
-    EXPECT_EQ(0x00A0B0C0u, reinterpret_cast<const DWORD*>(image.GetBitmapInfo()->bmiColors)[7]);
-    EXPECT_FALSE(image.LoadBitmapInfo(AsBmi(Bmi(64, 8, 8, BI_RGB, table))));
-
-    Image deep(32, 8, 16);
-    EXPECT_FALSE(deep.RefreshPalette());
-    EXPECT_EQ(nullptr, deep.CreateImagePalette());
-}
-
-TEST(DesktopImageSettings, FixCitrixOnlyWhenExactlyOne) {
     DeskPrefOverride fix(DeskPref::kFixCitrix16bit, 1);
     ASSERT_TRUE(fix.Ok());
     for (const DWORD value : {DWORD{1}, DWORD{2}, DeskPrefOverride::kNoValue}) {
         fix.Set(value);
-        DesktopImage image;
-        EXPECT_EQ(value == 1, image.Convert565()) << value;
+        EXPECT_EQ(value == 1, DesktopImage().Convert565()) << value;
     }
-    EXPECT_EQ(-1, DeskPref::ReadValue(DeskPref::kFixCitrix16bit));
 }
 
 // ---- pointer overlay ----

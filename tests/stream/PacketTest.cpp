@@ -35,39 +35,25 @@ std::vector<BYTE> FramePacket(uint32_t cbData, uint32_t lengthField, uint32_t ma
     return p;
 }
 
-TEST(PacketLayout, FrameHeaderBytesOfTheExampleBand) {
-    std::vector<BYTE> packet(kFrameHeaderSize + 100, 0);
-    const uint32_t length =
-        WriteFrameHeader(packet.data(), Frame1024x768(RECT{0, 0, 16, 16}, 16, 1000), 100);
-    EXPECT_EQ(148u, length);
+TEST(PacketLayout, HeaderBytesBodiesAndAcceptance) {
+    std::vector<BYTE> frame(kFrameHeaderSize + 100, 0);
+    ASSERT_EQ(148u,
+              WriteFrameHeader(frame.data(), Frame1024x768(RECT{0, 0, 16, 16}, 16, 1000), 100));
     std::vector<BYTE> expected = {'H', 'M', 'R', 'F', 0x94, 0, 0, 0, 0xE8, 0x03, 0, 0};
     const std::vector<BYTE> rest = Le32({0, 0, 1024, 768, 16, 0, 0, 16, 16});
     expected.insert(expected.end(), rest.begin(), rest.end());
-    EXPECT_EQ(expected, std::vector<BYTE>(packet.begin(), packet.begin() + 48));
-
-    ASSERT_EQ(Verdict::Frame, Classify(packet.data(), length));
-    const ByteRange body = BodyOf(packet.data(), length, Verdict::Frame);
-    EXPECT_EQ(packet.data() + 48, body.data);
+    EXPECT_EQ(expected, std::vector<BYTE>(frame.begin(), frame.begin() + 48));
+    const ByteRange body = BodyOf(frame.data(), 148, Verdict::Frame);
+    EXPECT_EQ(frame.data() + 48, body.data);
     EXPECT_EQ(100u, body.size);
-}
 
-TEST(PacketLayout, CursorHeaderAndTimeRewrite) {
-    std::vector<BYTE> packet(kCursorHeaderSize + 50, 0);
-    EXPECT_EQ(62u, WriteCursorHeader(packet.data(), 1000, 50));
-    const std::vector<BYTE> expected = {'H', 'R', 'U', 'C', 62, 0, 0, 0, 0xE8, 0x03, 0, 0};
-    EXPECT_EQ(expected, std::vector<BYTE>(packet.begin(), packet.begin() + 12));
-    ASSERT_EQ(Verdict::Cursor, Classify(packet.data(), 62));
-    EXPECT_EQ(packet.data() + 12, BodyOf(packet.data(), 62, Verdict::Cursor).data);
-    EXPECT_EQ(50u, BodyOf(packet.data(), 62, Verdict::Cursor).size);
+    std::vector<BYTE> cursor(kCursorHeaderSize + 50, 0);
+    EXPECT_EQ(62u, WriteCursorHeader(cursor.data(), 1000, 50));
+    SetTime(cursor.data(), 0x01020304);
+    EXPECT_EQ((std::vector<BYTE>{'H', 'R', 'U', 'C', 62, 0, 0, 0, 4, 3, 2, 1}),
+              std::vector<BYTE>(cursor.begin(), cursor.begin() + 12));
+    EXPECT_EQ(cursor.data() + 12, BodyOf(cursor.data(), 62, Verdict::Cursor).data);
 
-    SetTime(packet.data(), 0x01020304);
-    const Head head = ReadHead(packet.data());
-    EXPECT_EQ(kCursorMagic, head.magic);
-    EXPECT_EQ(62u, head.length);
-    EXPECT_EQ(0x01020304u, head.time);
-}
-
-TEST(PacketAcceptance, ClassifiesOrRefusesAndRefusedHeadersAreNotRead) {
     const struct {
         uint32_t cbData, lengthField, magic;
         Verdict expected;
@@ -75,30 +61,24 @@ TEST(PacketAcceptance, ClassifiesOrRefusesAndRefusedHeadersAreNotRead) {
         {148, 148, kFrameMagic, Verdict::Frame},
         {148, 149, kFrameMagic, Verdict::LengthMismatch},
         {148, 147, kFrameMagic, Verdict::LengthMismatch},
-        {148, 148, 0x46524D49, Verdict::UnknownMagic},
         {148, 148, 0x484D5246, Verdict::UnknownMagic},  // the magic in big-endian order
         {48, 48, kFrameMagic, Verdict::Frame},          // the frame header alone
         {47, 47, kFrameMagic, Verdict::TooShort},
         {12, 12, kCursorMagic, Verdict::Cursor},
         {11, 11, kFrameMagic, Verdict::TooShort},
-        {0, 0, kFrameMagic, Verdict::TooShort},
         {kBufferSize, kBufferSize, kFrameMagic, Verdict::Frame},
-        {kBufferSize + 1, kBufferSize + 1, kFrameMagic, Verdict::TooLong},
         {kBufferSize + 1, kBufferSize + 1, kCursorMagic, Verdict::TooLong},
     };
     for (const auto& c : cases) {
         const std::vector<BYTE> packet = FramePacket(c.cbData, c.lengthField, c.magic);
-        const BYTE* data = packet.empty() ? reinterpret_cast<const BYTE*>("") : packet.data();
-        const Verdict v = Classify(data, c.cbData);
+        const Verdict v = Classify(packet.data(), c.cbData);
         EXPECT_EQ(c.expected, v) << c.cbData << " " << c.lengthField << " " << VerdictName(v);
-        EXPECT_EQ(IsAccepted(c.expected), BodyOf(data, c.cbData, v).data != nullptr) << c.cbData;
+        EXPECT_EQ(IsAccepted(c.expected), BodyOf(packet.data(), c.cbData, v).data != nullptr)
+            << c.cbData;
     }
     EXPECT_EQ(Verdict::NoData, Classify(nullptr, 148));
-    EXPECT_EQ(nullptr, BodyOf(nullptr, 148, Verdict::Frame).data);
     FrameHeader untouched;
     untouched.time = 0xdeadbeef;
-    const std::vector<BYTE> cursor = FramePacket(60, 60, kCursorMagic);
-    EXPECT_FALSE(ReadFrameHeader(cursor.data(), 60, &untouched));
     const std::vector<BYTE> shortFrame = FramePacket(47, 47);
     EXPECT_FALSE(ReadFrameHeader(shortFrame.data(), 47, &untouched));
     EXPECT_EQ(0xdeadbeefu, untouched.time);
@@ -121,7 +101,7 @@ std::vector<BYTE> Payload(uint16_t bpp, DWORD compression, const RECT& band, int
 
 // The last band lies partly outside the desktop: decoders drop such a band after the view, so the
 // view itself must not refuse it.
-TEST(PayloadView, FindsColourPartAndRowsAtEveryDepth) {
+TEST(PayloadView, FindsColourPartAndRowsAndRefusesBrokenHeaders) {
     const struct {
         uint16_t bpp;
         DWORD compression;
@@ -129,11 +109,8 @@ TEST(PayloadView, FindsColourPartAndRowsAtEveryDepth) {
         uint32_t bitmapInfoSize, rowBytes;
     } cases[] = {
         {1, BI_RGB, {0, 0, 8, 8}, 48, 1},
-        {4, BI_RGB, {0, 0, 24, 8}, 104, 12},
         {8, BI_RGB, {8, 8, 24, 24}, 1064, 16},
-        {16, BI_RGB, {0, 0, 16, 16}, 40, 32},
         {16, BI_BITFIELDS, {0, 760, 1024, 768}, 52, 2048},
-        {32, BI_RGB, {0, 0, 8, 1}, 40, 32},
         {16, BI_RGB, {1020, 760, 1036, 776}, 40, 32},
     };
     for (const auto& c : cases) {
@@ -142,12 +119,10 @@ TEST(PayloadView, FindsColourPartAndRowsAtEveryDepth) {
         const std::vector<BYTE> exact = Payload(c.bpp, c.compression, c.band);
         FramePayloadView view;
         ASSERT_EQ(PayloadError::None, ParseFramePayload(exact.data(), exact.size(), frame, &view));
-        EXPECT_EQ(exact.data(), view.bitmapInfo);
         EXPECT_EQ(c.bitmapInfoSize, view.bitmapInfoSize);
         EXPECT_EQ(exact.data() + c.bitmapInfoSize, view.rows);
         EXPECT_EQ(c.rowBytes, view.rowBytes);
         EXPECT_EQ(static_cast<uint32_t>(c.band.bottom - c.band.top), view.rowCount);
-        EXPECT_EQ(c.bpp, view.header.biBitCount);
         const DWORD fields = c.compression == BI_BITFIELDS;
         EXPECT_EQ((std::vector<DWORD>{fields * 0xF800, fields * 0x07E0, fields * 0x1F}),
                   (std::vector<DWORD>(view.masks, view.masks + 3)));
@@ -155,9 +130,7 @@ TEST(PayloadView, FindsColourPartAndRowsAtEveryDepth) {
         EXPECT_EQ(PayloadError::RowsDoNotFit,
                   ParseFramePayload(shortBy1.data(), shortBy1.size(), frame, &view));
     }
-}
 
-TEST(PayloadView, RefusesBrokenHeadersAndLeavesTheViewAlone) {
     const RECT band{0, 0, 16, 16};
     const FrameHeader frame = Frame1024x768(band);
     auto with = [&](auto edit) {
@@ -165,35 +138,30 @@ TEST(PayloadView, RefusesBrokenHeadersAndLeavesTheViewAlone) {
         edit(*reinterpret_cast<BITMAPINFOHEADER*>(p.data()));
         return p;
     };
-    FrameHeader at8 = frame, inverted = frame, otherDesktop = frame;
+    FrameHeader at8 = frame, inverted = frame;
     at8.bitsPerPixel = 8;
     inverted.band = RECT{16, 0, 0, 16};
-    otherDesktop.desktop = RECT{0, 0, 1280, 1024};
     const struct {
         const char* what;
         std::vector<BYTE> payload;
         FrameHeader frame;
         PayloadError expected;
-    } cases[] = {
+    } refused[] = {
         {"39 bytes", std::vector<BYTE>(39, 0), frame, PayloadError::TooShort},
         {"biSize 124", with([](auto& h) { h.biSize = 124; }), frame, PayloadError::HeaderSize},
         {"2 bpp", with([](auto& h) { h.biBitCount = 2; }), frame, PayloadError::BitCount},
         {"RLE8", with([](auto& h) { h.biCompression = BI_RLE8; }), frame,
          PayloadError::Compression},
-        {"bit fields at 8 bpp",
-         with([](auto& h) { h.biBitCount = 8, h.biCompression = BI_BITFIELDS; }), at8,
-         PayloadError::Compression},
         {"header 8 bpp, packet 16", with([](auto& h) { h.biBitCount = 8; }), frame,
          PayloadError::BitCountMismatch},
         {"bottom-up", with([](auto& h) { h.biHeight = 768; }), frame,
          PayloadError::DesktopMismatch},
-        {"other desktop", Payload(16, BI_RGB, band), otherDesktop, PayloadError::DesktopMismatch},
         {"inverted band", Payload(16, BI_RGB, band), inverted, PayloadError::BadBand},
         // 8 bpp needs its 1064-byte BITMAPINFO whole before any row.
         {"colour table cut", Payload(8, BI_RGB, RECT{0, 0, 0, 0}, -1), at8,
          PayloadError::BitmapInfoTooLarge},
     };
-    for (const auto& c : cases) {
+    for (const auto& c : refused) {
         FramePayloadView view;
         view.bitmapInfoSize = 0xdeadbeef;
         EXPECT_EQ(c.expected,
@@ -202,21 +170,18 @@ TEST(PayloadView, RefusesBrokenHeadersAndLeavesTheViewAlone) {
             << c.what;
         EXPECT_EQ(0xdeadbeefu, view.bitmapInfoSize) << c.what;
     }
-}
 
-TEST(PayloadView, DesktopsADecoderBuilds) {
+    // The desktops a decoder builds: at most 8192 a side and 128 MiB of pixels.
     const struct {
         RECT desktop;
         uint32_t bpp;
         bool fits;
-    } cases[] = {
-        {{0, 0, 1024, 768}, 16, true},   {{0, 0, 8192, 8192}, 16, true},
-        {{0, 0, 8192, 8192}, 24, false}, {{0, 0, 8192, 4096}, 32, true},
-        {{0, 0, 8193, 1}, 1, false},     {{0, 0, 1, 8193}, 1, false},
-        {{0, 0, 0, 768}, 16, false},     {{0, 0, 1024, -768}, 16, false},
-        {{1, 0, 1025, 768}, 16, false},  {{0, 0, 1024, 768}, 12, false},
+    } desktops[] = {
+        {{0, 0, 8192, 8192}, 16, true}, {{0, 0, 8192, 8192}, 24, false},
+        {{0, 0, 1, 8193}, 1, false},    {{0, 0, 1024, -768}, 16, false},
+        {{1, 0, 1025, 768}, 16, false}, {{0, 0, 1024, 768}, 12, false},
     };
-    for (const auto& c : cases)
+    for (const auto& c : desktops)
         EXPECT_EQ(c.fits, DesktopWithinLimits(c.desktop, c.bpp))
             << c.desktop.left << "," << c.desktop.right << "x" << c.desktop.bottom << "@" << c.bpp;
 }
@@ -240,20 +205,13 @@ TEST(CursorRecordLayout, FieldOffsetsSenderFlagsAndLengths) {
     const std::vector<BYTE> expected = {3, 0, 0, 0, 1, 0, 0,  0, 0xFB, 0xFF, 0xFF, 0xFF, 0xBC, 2,
                                         0, 0, 3, 0, 4, 0, 32, 0, 32,   0,    4,    0,    1,    32};
     EXPECT_EQ(expected, bytes);  // read back field by field: the fuzz targets
-    CursorRecord read;
-    EXPECT_FALSE(ReadCursorRecord(bytes.data(), 27, &read));
-
     EXPECT_EQ(2u, SenderCursorFlags(6));
-    EXPECT_EQ(0u, SenderCursorFlags(4));
-    EXPECT_EQ(3u, SenderCursorFlags(7));
     const struct {
         CursorRecord record;
         uint32_t length;
     } cases[] = {
         {Shape(2, 32, 32, 32, 4), 32},  // position only: shape not counted
         {Shape(1, 32, 32, 32, 4), 32 + 4096 + 128},
-        {Shape(3, 32, 32, 1, 4), 32 + 128 + 128},
-        {Shape(1, 24, 2, 4, 4), 32 + 24 + 8},
         // 256 x 256 x 8 bpp: the XOR count 65536 keeps its low 16 bits, 0.
         {Shape(1, 256, 256, 8, 32), 32 + 0 + 8192},
         // 4 bpp x 15 x 1 = 60 bits: 7 bytes, integer division.
@@ -264,8 +222,9 @@ TEST(CursorRecordLayout, FieldOffsetsSenderFlagsAndLengths) {
             << c.record.width << "x" << c.record.height << "x" << int(c.record.bitsPerPixel);
 }
 
-TEST(CursorRecordView, WhatEachFlagAsksForAndWhereTheSenderLaysTheMasks) {
-    // Width 24: AND rows padded to 4 bytes; the XOR bits start 4 x height bytes in, not 3 x.
+// Width 24: AND rows padded to 4 bytes; the XOR bits start 4 x height bytes in, not 3 x. The
+// trailing 4 bytes of the sender's length are not needed; one byte of the XOR bits is.
+TEST(CursorRecordView, WhereTheSenderLaysTheMasksAndWhatEachFlagAsksFor) {
     const struct {
         CursorRecord record;
         uint32_t andSize, xorSize;
@@ -274,32 +233,24 @@ TEST(CursorRecordView, WhatEachFlagAsksForAndWhereTheSenderLaysTheMasks) {
         const uint32_t length = SenderCursorRecordLength(c.record);
         const std::vector<BYTE> bytes = RecordBytes(c.record, length);
         CursorRecordView view;
+        ASSERT_EQ(CursorError::None, ParseCursorRecord(bytes.data(), length - 4, &view));
+        EXPECT_EQ(CursorError::MasksDoNotFit, ParseCursorRecord(bytes.data(), length - 5, &view));
         ASSERT_EQ(CursorError::None, ParseCursorRecord(bytes.data(), length, &view));
-        EXPECT_TRUE(view.newShape);
-        EXPECT_EQ(c.record.flags == 3, view.newPosition);
-        EXPECT_EQ(bytes.data() + 16, view.shape);
         EXPECT_EQ(bytes.data() + 28, view.andMask);
         EXPECT_EQ(c.andSize, view.andMaskSize);
         EXPECT_EQ(bytes.data() + 28 + c.andSize, view.xorBits);
         EXPECT_EQ(c.xorSize, view.xorBitsSize);
     }
-    // The trailing 4 bytes of the sender's length are not needed; one byte of the XOR bits is.
-    const std::vector<BYTE> bytes = RecordBytes(Shape(3, 32, 32, 32, 4), 4256);
-    CursorRecordView view;
-    EXPECT_EQ(CursorError::None, ParseCursorRecord(bytes.data(), 4252, &view));
-    EXPECT_EQ(CursorError::MasksDoNotFit, ParseCursorRecord(bytes.data(), 4251, &view));
-
     const struct {
         uint32_t flags, shapePresent;
         bool newShape, newPosition;
     } flags[] = {
-        {2, 1, false, true},  {1, 1, true, false}, {4, 1, true, false},
-        {1, 0, false, false}, {3, 1, true, true},  {0x100, 1, false, false},
-    };
+        {2, 1, false, true}, {4, 1, true, false}, {1, 0, false, false}, {3, 1, true, true}};
     for (const auto& f : flags) {
         CursorRecord r = Shape(f.flags, 32, 32, 1, 4);
         r.shapePresent = f.shapePresent;
         const std::vector<BYTE> record = RecordBytes(r, 32 + 256);
+        CursorRecordView view;
         ASSERT_EQ(CursorError::None, ParseCursorRecord(record.data(), record.size(), &view))
             << f.flags;
         EXPECT_EQ(f.newShape, view.newShape) << f.flags;
@@ -318,11 +269,9 @@ TEST(CursorRecordView, RefusesRecordsWhoseShapeCannotBeRead) {
         {"position cut", Shape(2, 32, 32, 1, 4), 15, CursorError::TooShort},
         {"shape header cut", Shape(3, 32, 32, 1, 4), 27, CursorError::BadShape},
         {"zero width", Shape(1, 0, 32, 1, 4), 400, CursorError::BadShape},
-        {"zero height", Shape(1, 32, 0, 1, 4), 400, CursorError::BadShape},
         {"3 bpp", Shape(1, 32, 32, 3, 4), 400, CursorError::BadShape},
         {"AND rows too short", Shape(1, 32, 32, 1, 3), 400, CursorError::BadShape},
         {"XOR rows end inside a byte", Shape(1, 20, 20, 1, 4), 400, CursorError::BadShape},
-        {"only the mask", Shape(1, 32, 32, 1, 4), 28 + 128, CursorError::MasksDoNotFit},
         // What the sender sends for a 256 x 256 x 8 shape: the truncated count leaves no XOR bits.
         {"truncated count", Shape(1, 256, 256, 8, 32), 32 + 8192, CursorError::MasksDoNotFit},
         {"largest counts", Shape(1, 0xFFFF, 0xFFFF, 32, 0xFFFF), 1000, CursorError::MasksDoNotFit},
@@ -338,14 +287,12 @@ TEST(CursorRecordView, RefusesRecordsWhoseShapeCannotBeRead) {
         EXPECT_EQ(fixedPart ? 700 : 0, view.record.y) << c.what;
         EXPECT_FALSE(view.newShape) << c.what;
     }
-    // A position-only record needs no shape and ignores the shape fields; 16 bytes will do.
+    // A position-only record needs no shape and may stop after its 16 bytes.
     const std::vector<BYTE> bytes = RecordBytes(Shape(2, 0, 0, 3, 0), 32);
     CursorRecordView view;
-    EXPECT_EQ(CursorError::None, ParseCursorRecord(bytes.data(), 32, &view));
-    CursorRecordView shortView;
-    EXPECT_EQ(CursorError::None, ParseCursorRecord(bytes.data(), 16, &shortView));
-    EXPECT_TRUE(shortView.newPosition);
-    EXPECT_EQ(700, shortView.record.y);
+    EXPECT_EQ(CursorError::None, ParseCursorRecord(bytes.data(), 16, &view));
+    EXPECT_TRUE(view.newPosition);
+    EXPECT_EQ(700, view.record.y);
     EXPECT_EQ(CursorError::TooShort, ParseCursorRecord(nullptr, 32, &view));
 }
 
