@@ -31,22 +31,19 @@ struct ServedClass {
     std::vector<const IID*> interfaces;  // what QueryInterface answers, identity first
 };
 
-template <typename... Iid>
-ServedClass Served(const char* name, const CLSID& clsid, const Iid&... interfaces) {
-    return {&clsid, name, {&interfaces...}};
-}
-
 inline const std::vector<ServedClass> kServedClasses = {
-    Served("DesktopCapture", CLSID_DesktopCapture, IID_IDesktopCapture),
-    Served("DesktopRecorder", CLSID_DesktopRecorder, IID_IDesktopRecorder, IID_IDataTransmitter),
-    Served("DesktopCaster", CLSID_DesktopCaster, IID_IDesktopCaster, IID_IDataTransmitter),
-    Served("DesktopReceiver", CLSID_DesktopReceiver, IID_IDesktopReceiver),
-    Served("DesktopRender", CLSID_DesktopRender, IID_IDesktopRender, IID_IDataTransmitter,
-           IID_IFrameBuffer),
-    Served("DesktopReader", CLSID_DesktopReader, IID_IDesktopReader),
-    Served("DesktopIPCServer", CLSID_DesktopIPCServer, IID_IDataTransmitter, IID_IDesktopIPCServer),
-    Served("DesktopIPCRender", CLSID_DesktopIPCRender, IID_IDataTransmitter, IID_IDesktopRender,
-           IID_IFrameBuffer),
+    {&CLSID_DesktopCapture, "DesktopCapture", {&IID_IDesktopCapture}},
+    {&CLSID_DesktopRecorder, "DesktopRecorder", {&IID_IDesktopRecorder, &IID_IDataTransmitter}},
+    {&CLSID_DesktopCaster, "DesktopCaster", {&IID_IDesktopCaster, &IID_IDataTransmitter}},
+    {&CLSID_DesktopReceiver, "DesktopReceiver", {&IID_IDesktopReceiver}},
+    {&CLSID_DesktopRender,
+     "DesktopRender",
+     {&IID_IDesktopRender, &IID_IDataTransmitter, &IID_IFrameBuffer}},
+    {&CLSID_DesktopReader, "DesktopReader", {&IID_IDesktopReader}},
+    {&CLSID_DesktopIPCServer, "DesktopIPCServer", {&IID_IDataTransmitter, &IID_IDesktopIPCServer}},
+    {&CLSID_DesktopIPCRender,
+     "DesktopIPCRender",
+     {&IID_IDataTransmitter, &IID_IDesktopRender, &IID_IFrameBuffer}},
 };
 
 // The Vantrel.dll next to the test program, the file the test prefix registered: COM finds this

@@ -183,9 +183,7 @@ TEST_F(RenderTest, BrokenPacketsChangeNothingAsynchronousOnesWaitTheirTurn) {
     std::vector<BYTE> cursor = desk.CursorPacket(3, 10, 10);  // before any frame: ignored
     EXPECT_EQ(S_OK, transmitter_->Transfer(cursor.data(), static_cast<ULONG>(cursor.size()), 0));
     EXPECT_TRUE(CurrentImage(render_.Get()).empty());
-    ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
-    desk.SendAll();
-    ASSERT_EQ(S_OK, desk.Unregister(transmitter_.Get()));
+    Feed(desk);
     const std::vector<BYTE> before = CurrentImage(render_.Get());
     ASSERT_FALSE(before.empty());
 
@@ -224,9 +222,7 @@ TEST_F(RenderTest, FullScreenDataRebuildsTheSamePictureInASecondRender) {
     EXPECT_EQ(nullptr, info);
 
     PacketSource desk(codec_.Get(), 1024, 768, 11);
-    ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
-    desk.SendAll();
-    desk.Unregister(transmitter_.Get());
+    Feed(desk);
     ASSERT_EQ(S_OK, frames->GetBitmapInfo(&info));
     ASSERT_NE(nullptr, info);
     EXPECT_EQ(1024, static_cast<BITMAPINFO*>(info)->bmiHeader.biWidth);
@@ -350,9 +346,7 @@ TEST_F(RenderTest, ViewRectanglesDragAndScrollBarsFollowTheScrollMode) {
     ASSERT_EQ(S_OK, render_->GetIdelWindowSize(&iw, &ih));
     EXPECT_EQ(RECT({0, 0, 0, 0}), RECT({0, 0, iw, ih}));
     PacketSource desk(codec_.Get(), 1024, 768, 5);
-    desk.Register(transmitter_.Get());
-    desk.SendAll();
-    desk.Unregister(transmitter_.Get());
+    Feed(desk);
     RECT outer{0, 0, 1024, 768};
     AdjustWindowRectEx(&outer, static_cast<DWORD>(GetWindowLongA(w, GWL_STYLE)), FALSE,
                        static_cast<DWORD>(GetWindowLongA(w, GWL_EXSTYLE)));
@@ -410,9 +404,7 @@ TEST_F(RenderTest, ViewRectanglesDragAndScrollBarsFollowTheScrollMode) {
 // Who moves the drawn pointer in each mode: ViewGeometry; here that the render asks it.
 TEST_F(RenderTest, CursorMoveModesDecideWhoMovesTheDrawnPointer) {
     PacketSource desk(codec_.Get(), 1024, 768, 5);
-    desk.Register(transmitter_.Get());
-    desk.SendAll();
-    desk.Unregister(transmitter_.Get());
+    Feed(desk);
     ASSERT_EQ(S_OK, render_->SetScrollMode(0));  // the whole desktop over the client area
     ASSERT_EQ(S_OK, render_->SetWindowPosition(0, 0, 512, 384));
     auto pointerAt = [&](int x, int y) {
@@ -485,9 +477,7 @@ TEST_F(RenderTest, PaletteStreamPaintsWhileAnotherThreadDecodes) {
 // source's worker does after Unregister.
 TEST_F(RenderTest, ReleasedOnAnotherThreadTheWindowClosesOnItsOwnThread) {
     PacketSource desk(codec_.Get(), 320, 240, 5);
-    desk.Register(transmitter_.Get());
-    desk.SendAll();
-    desk.Unregister(transmitter_.Get());
+    Feed(desk);
     const HWND w = RenderWindow();
     ASSERT_EQ(S_OK, render_->SetParentWindow(host_.Handle()));
     IDataTransmitter* last = transmitter_.Get();

@@ -17,7 +17,6 @@ class RenderScreenTest : public CaptureTest {
         CaptureTest::SetUp();
         ASSERT_TRUE(render_ = Create<IDesktopRender>(CLSID_DesktopRender));
         ASSERT_EQ(S_OK, render_.As(&transmitter_));
-        ASSERT_EQ(S_OK, render_->SetNotifyWindow(notes_.Handle(), kNotifyMessage, kNotifyParam));
         ASSERT_EQ(S_OK, render_->SetParentWindow(host_.Handle()));
         ASSERT_EQ(S_OK, render_->SetWindowPosition(0, 0, 400, 300));
         ASSERT_EQ(S_OK, render_->SetVisible(TRUE));
@@ -30,15 +29,6 @@ class RenderScreenTest : public CaptureTest {
         transmitter_.Reset();
         render_.Reset();
         CaptureTest::TearDown();
-    }
-    // Streams the screen to the decoding sink and the render until the first whole picture.
-    void StartStreaming() {
-        ASSERT_EQ(S_OK, capture_->RegisterDataTransmitter(transmitter_.Get()));
-        RunAndWaitForPicture();
-        const std::vector<WPARAM> picture = {RN_FORMATCHANGED, RN_PICTURECOMPLETE};
-        ASSERT_TRUE(WaitUntil([&] { return Codes(notes_, picture).size() >= 2; }));
-        PumpFor(50);
-        EXPECT_EQ(picture, Codes(notes_, picture));
     }
     // Until the render's client area on the screen shows want(x, y), a screen pixel, at 5-5-5
     // (the capture may still be catching up); skip(x, y) leaves a client pixel out.
@@ -56,13 +46,7 @@ class RenderScreenTest : public CaptureTest {
         });
         EXPECT_TRUE(same) << view << ": " << wrong << " pixels differ";
     }
-    RECT Source() {
-        long l, t, r, b;
-        EXPECT_EQ(S_OK, render_->GetSourcePosition(&l, &t, &r, &b));
-        return RECT{l, t, r, b};
-    }
 
-    NotifyWindow notes_{kNotifyMessage};
     HostWindow host_{kHost, true};
     ComPtr<IDesktopRender> render_;
     ComPtr<IDataTransmitter> transmitter_;
@@ -71,7 +55,8 @@ class RenderScreenTest : public CaptureTest {
 TEST_F(RenderScreenTest, ManualStretchedAndFollowViewsShowTheRightPartOfTheCapturedScreen) {
     NoiseBox noise(kNoise, 0xC0FFEE);
     ASSERT_TRUE(noise.Shown());
-    StartStreaming();
+    ASSERT_EQ(S_OK, capture_->RegisterDataTransmitter(transmitter_.Get()));
+    RunAndWaitForPicture();  // the render's notifications: RenderTest
     ASSERT_TRUE(Converges());
 
     // 1:1: a source of the client's size.
@@ -104,7 +89,10 @@ TEST_F(RenderScreenTest, ManualStretchedAndFollowViewsShowTheRightPartOfTheCaptu
     // Follow: the pointer in the bottom-right corner pulls the view there, 1:1.
     ASSERT_EQ(S_OK, render_->SetScrollMode(1));
     SetCursorPos(1005, 745);
-    ASSERT_TRUE(WaitUntil([&] { return Source() == RECT({624, 468, 1024, 768}); })) << Source();
+    ASSERT_TRUE(WaitUntil([&] {
+        EXPECT_EQ(S_OK, render_->GetSourcePosition(&l, &t, &r, &b));
+        return RECT{l, t, r, b} == RECT{624, 468, 1024, 768};
+    })) << RECT{l, t, r, b};
     screen = GrabScreen32({624, 468, 1024, 768});
     // The render draws the pointer into its picture; the screen grab has none.
     ExpectShows("follow", shown, [](int x, int y) { return x >= 360 && y >= 260; });

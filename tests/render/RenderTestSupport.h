@@ -48,18 +48,6 @@ class HostWindow {
     Window window_;  // last: its destruction still reaches the observer
 };
 
-// The notification codes posted to notes so far, in order; only those in `only` when not empty.
-// Every notification carries the host's parameter.
-inline std::vector<WPARAM> Codes(const NotifyWindow& notes, std::vector<WPARAM> only = {}) {
-    std::vector<WPARAM> out;
-    for (const auto& n : notes.Notes()) {
-        EXPECT_EQ(kNotifyParam, static_cast<DWORD>(n.lParam));
-        if (only.empty() || std::count(only.begin(), only.end(), n.wParam))
-            out.push_back(n.wParam);
-    }
-    return out;
-}
-
 // COM, a codec, a notification window, a host window and one render made by its class object.
 class RenderTest : public ScreenTest {
   protected:
@@ -83,10 +71,23 @@ class RenderTest : public ScreenTest {
         EXPECT_EQ(S_OK, render_->GetWindowHandle(&h));
         return h;
     }
+    // The whole of desk, sent to the render.
+    void Feed(PacketSource& desk) {
+        ASSERT_EQ(S_OK, desk.Register(transmitter_.Get()));
+        desk.SendAll();
+        desk.Unregister(transmitter_.Get());
+    }
+    // The codes posted so far, in order, of those in only; each carries the host's parameter.
     // Posted notifications arrive once this thread pumps.
-    std::vector<WPARAM> Codes(std::vector<WPARAM> only = {}) {
+    std::vector<WPARAM> Codes(const std::vector<WPARAM>& only) {
         PumpFor(30);
-        return test::Codes(notes_, std::move(only));
+        std::vector<WPARAM> out;
+        for (const auto& n : notes_.Notes()) {
+            EXPECT_EQ(kNotifyParam, static_cast<DWORD>(n.lParam));
+            if (std::count(only.begin(), only.end(), n.wParam))
+                out.push_back(n.wParam);
+        }
+        return out;
     }
     // Forgets the notifications posted so far, also those not delivered yet.
     void ClearCodes() {

@@ -84,12 +84,9 @@ TEST_F(SinkTableTest, DeliversInSlotOrderPastFailuresReusesFreedSlotsAndSkipsByS
 
 // ---- Changes while the worker thread delivers --------------------------------------------------
 
-// Delivers kPacket rounds times on another thread.
-std::thread Worker(SinkTable& table, int rounds = 1) {
-    return std::thread([&table, rounds] {
-        for (int i = 0; i < rounds; ++i)
-            table.Deliver(kPacket, sizeof kPacket);
-    });
+// Delivers kPacket once on another thread.
+std::thread Worker(SinkTable& table) {
+    return std::thread([&table] { table.Deliver(kPacket, sizeof kPacket); });
 }
 
 TEST_F(SinkTableTest, UnregisteredDuringItsTransferIsReleasedAfterTheCallReturnsOrKeptWhenBack) {
@@ -127,39 +124,6 @@ TEST_F(SinkTableTest, UnregisteredDuringItsTransferIsReleasedAfterTheCallReturns
     again.join();
     EXPECT_EQ(1, d->Refs());
     EXPECT_EQ(2, d->AddRefs());
-}
-
-TEST_F(SinkTableTest, RegistrationChurnAgainstAWorkerKeepsCountsAndOrder) {
-    // The worker delivers while this thread keeps replacing B; A and C never move.
-    const auto sinks = Registered({"A", "B", "C"});
-    FakeSink *a = sinks[0], *b = sinks[1], *c = sinks[2];
-    const int rounds = 2000;
-    std::thread worker = Worker(table_, rounds);
-    for (int i = 0; i < rounds; ++i) {
-        EXPECT_EQ(S_OK, table_.UnregisterDataTransmitter(b));
-        EXPECT_EQ(S_OK, table_.RegisterDataTransmitter(b));
-    }
-    worker.join();
-    EXPECT_EQ(static_cast<size_t>(rounds), a->PacketCount());
-    EXPECT_EQ(static_cast<size_t>(rounds), c->PacketCount());
-    EXPECT_LE(b->PacketCount(), static_cast<size_t>(rounds));
-    EXPECT_EQ(1, b->Refs());
-    EXPECT_EQ(rounds + 1, b->AddRefs());
-
-    // Within every delivery A comes first and C last, with B at most once between them.
-    std::string last = "C.Transfer";
-    for (const std::string& e : journal_.Entries()) {
-        if (e == "B.Release")
-            continue;
-        if (e == "A.Transfer") {
-            EXPECT_EQ("C.Transfer", last);
-        } else if (e == "B.Transfer") {
-            EXPECT_EQ("A.Transfer", last);
-        } else {
-            EXPECT_NE("C.Transfer", last) << e;
-        }
-        last = e;
-    }
 }
 
 }  // namespace
