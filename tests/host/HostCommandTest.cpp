@@ -1,8 +1,6 @@
-// vantrel.exe as a real program: every bad argument, address, missing file and missing
-// registration gets its own exit code and a sentence that names the problem (a class whose DLL
-// is not registered is named with that DLL); share feeding the shared-memory server and a
-// multicast session at once, with a session viewer and students as separate programs; and the
-// README's samples (built from the README itself, host/samples).
+// vantrel.exe as a real program: a bad argument, address, missing file or registration gets its
+// exit code and a sentence that names the problem (one case per rule); share feeding the
+// shared-memory server and a multicast session at once; and the README's samples.
 #include <windows.h>
 
 #include "HostTestSupport.h"
@@ -20,40 +18,26 @@ TEST(HostCommand, RefusesWhatItCannotDoInWords) {
     const Refusal table[] = {
         {"", kUsage, "usage: vantrel <command>"},
         {"help", kOk, "vantrel snapshot FILE TIME OUTPUT.png"},
-        {"share --help", kOk, "--refresh N"},
         {"lecture", kUsage, "there is no command \"lecture\""},
         {"share", kUsage, "share needs somewhere to share to"},
         {"share --preview --bogus", kUsage, "unknown option --bogus"},
         {"share --preview --preview", kUsage, "--preview is given twice"},
         {"share --record", kUsage, "--record needs a value (FILE)"},
-        {"share --append --preview", kUsage, "--append goes with --record"},
         {"share --preview --fec 4", kUsage, "--fec goes with --cast"},
         {"share --cast 10.1.2.3:5000", kUsage, "is not a multicast address"},
         {"share --cast 239.255.1.1", kUsage, "GROUP:PORT"},
         {"share --cast 239.255.1.1:70000", kUsage, "the port must be a whole number from 1"},
-        {"share --cast 239.255.1.1:5000 --fec 33", kUsage, "--fec must be a whole number"},
         {"share --cast 239.255.1.1:5000 --checksums maybe", kUsage, "--checksums must be on"},
-        {"share --cast 239.255.1.1:5000 --interface 300.1.1.1", kUsage, "IPv4 address"},
         {"share --cast 239.255.1.1:5000 --interface 192.0.2.7", kNetwork,
          "192.0.2.7 is not an address of this machine"},
         {"share --preview --window 1,2,3", kUsage, "X,Y,WIDTH,HEIGHT"},
-        {"share --preview --window 0,0,0,10", kUsage, "width and a height above 0"},
-        {"share --preview --view follow --source 0,0,10,10", kUsage, "goes with --view fit"},
-        {"share --record x.lsn --window 0,0,9,9", kUsage, "--window goes with --preview"},
-        {"share --preview --seconds 0", kUsage, "--seconds must be"},
         {"share --preview --stop-event NoSuchVantrelEvent", kUsage, "no event named"},
-        {"view", kUsage, "too few arguments"},
         {"view 239.255.1.1:5000 239.255.1.2:5000", kUsage, "unexpected argument"},
-        {"view 239.255.1.1:5000 --view zoom", kUsage, "--view must be follow, scroll or fit"},
         {"view 239.255.1.1:5000 --from 1.2.3", kUsage, "--from must be an IPv4 address"},
-        {"view 239.255.1.1:5000 --interface 192.0.2.7", kNetwork, "not an address of this"},
         {"publish 239.255.1.1:5000 --sessions 0", kUsage, "--sessions must be"},
-        {"session-view --session x", kUsage, "--session must be"},
         {"session-view --seconds 5", kNoServer, "no shared-memory server runs on this machine"},
         {"play --speed 0 x.lsn", kUsage, "--speed must be a whole number from 1 to 64"},
-        {"play Z:\\no\\such\\lesson.lsn", kFileError, "there is no lesson file"},
         {"info Z:\\no\\such\\lesson.lsn", kFileError, "there is no lesson file"},
-        {"repair Z:\\no\\such\\lesson.lsn", kFileError, "there is no lesson file"},
         {"snapshot x.lsn 1:xx out.png", kUsage, "the time must be a time in seconds"},
         {"snapshot x.lsn 3", kUsage, "too few arguments"},
     };
@@ -85,12 +69,8 @@ TEST(HostCommand, NamesTheClassAndTheDllThatAreNotRegistered) {
     } table[] = {
         {"Transport.dll", "view 239.255.7.1:5000 --seconds 5",
          "the class MulticastReceiver is not registered: Transport.dll"},
-        {"Transport.dll", "share --cast 239.255.7.1:5000 --seconds 5",
-         "the class MulticastSender is not registered: Transport.dll"},
         {"ScreenCodec.dll", "share --preview --seconds 5",
          "the class ScreenCodec is not registered: ScreenCodec.dll"},
-        {"Vantrel.dll", "session-view --seconds 5",
-         "the class DesktopIPCRender is not registered: Vantrel.dll"},
         {"Vantrel.dll", "play x.lsn", "the class DesktopReader is not registered: Vantrel.dll"},
     };
     for (const auto& row : table) {
