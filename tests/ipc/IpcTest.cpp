@@ -444,7 +444,7 @@ TEST_F(IpcRender, WithoutServerAsSinkAndSessionObjects) {
 }
 
 // The picture from a server in this process; the picture stays when the server goes, and a new
-// server reaches the same viewer.
+// server (a new section) reaches the same viewer, which tells the picture complete once per Run.
 TEST_F(IpcRender, ShowsThePictureKeepsItWhenTheServerGoesAndFollowsANewServer) {
     ASSERT_EQ(S_OK, render_->Run());
     ASSERT_EQ(S_OK, server_->StartIPCServer());
@@ -464,13 +464,13 @@ TEST_F(IpcRender, ShowsThePictureKeepsItWhenTheServerGoesAndFollowsANewServer) {
     PacketSource second(codec_.Get(), 256, 192, 43);
     Feed(second.FullScreen());
     EXPECT_TRUE(WaitUntil([&] { return Picture() == second.Rows(); }));
+    EXPECT_EQ(1, notify_.Count(2, 99));
     EXPECT_EQ(S_OK, server_->StopIPCServer());
 }
 
-// The viewer's side of the channel against a control section written here by hand (no
-// server object): it retries the open with its debugger text until a BITMAPINFO is published,
-// reads the pass's fields at their offsets, answers before it repaints, repaints the whole
-// image for an empty rectangle, copies at most 4096 rectangles, and on flag bit 1 reopens the
+// The viewer against a control section written here by hand, with what a server of ours never
+// writes: it retries until a BITMAPINFO is published, repaints the whole image for an empty
+// rectangle, copies at most 4096 rectangles of a larger count, and on flag bit 1 reopens the
 // section now named, retrying without answering while that fails. ResetContent paints the
 // shared pixels over with the background colour.
 TEST_F(IpcRender, ViewerFollowsAControlSectionWrittenByHand) {
@@ -517,33 +517,18 @@ TEST_F(IpcRender, ViewerFollowsAControlSectionWrittenByHand) {
     EXPECT_TRUE(WaitUntil([&] { return debug.Count("OpenFromBitmapInfo Failed 1\n") >= 3; }));
     std::vector<BYTE> rows;
     auto first = publish("Global\\VantrelIpcTestA", 64, 32, &rows);
-    long width = 0, height = 0, bits = -1;
-    EXPECT_TRUE(WaitUntil([&] {
-        return render_->GetDesktopInfomation(&width, &height, &bits) == S_OK && width == 64;
-    }));
-    EXPECT_EQ(32, height);
-    EXPECT_EQ(0, bits);
-
     ASSERT_TRUE(pass(1, {RECT{}}, POINT{10, 12}, 5000));
     EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(receive.get(), 0)) << "the viewer resets it";
-    EXPECT_TRUE(WaitUntil([&] { return Picture() == rows && notify_.Count(2, 99) == 1; }));
+    EXPECT_TRUE(WaitUntil([&] { return Picture() == rows; }));
     ASSERT_TRUE(pass(1, std::vector<RECT>(5000, RECT{0, 0, 8, 8}), POINT{}, 5000));
-    ASSERT_TRUE(pass(0, {}, POINT{}, 5000));
-    PumpFor(100);
-    EXPECT_EQ(1, notify_.Count(2, 99)) << "the picture is complete once per Run";
 
     // A re-created section that cannot be opened yet holds the answer back.
     std::strcpy(reinterpret_cast<char*>(c), "Global\\VantrelIpcTestMissing");
     EXPECT_FALSE(pass(2, {}, POINT{}, 300));
-    EXPECT_GE(debug.Count("OpenFromBitmapInfo Failed 2\n"), 2u);
     auto second = publish("Global\\VantrelIpcTestB", 32, 16, &rows);
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(complete.get(), 5000));
     ASSERT_TRUE(pass(1, {RECT{0, 0, 32, 16}}, POINT{}, 5000));
     EXPECT_TRUE(WaitUntil([&] { return Picture() == rows; }));
-    PumpFor(100);
-    EXPECT_EQ(1, notify_.Count(2, 99)) << "once per Run, also across a new section";
-    EXPECT_EQ(S_OK, render_->GetDesktopInfomation(&width, &height, &bits));
-    EXPECT_EQ(32, width);
 
     // The viewer's image is the shared section itself.
     EXPECT_EQ(S_OK, render_->ResetContent());
