@@ -148,8 +148,7 @@ PacketSource::~PacketSource() {
 }
 
 void PacketSource::Paint(uint32_t seed) {
-    RECT all;
-    image.GetScreenRect(&all);
+    const RECT all = Whole();
     std::vector<BYTE> px(image.GetRectBytes(&all));
     for (auto& p : px)
         p = static_cast<BYTE>((seed = seed * 1664525u + 1013904223u) >> 24);
@@ -159,10 +158,10 @@ void PacketSource::Paint(uint32_t seed) {
     EXPECT_TRUE(image.PutRows(&all, px.data()));
 }
 
-int PacketSource::SendAll() {
+RECT PacketSource::Whole() const {
     RECT all;
     image.GetScreenRect(&all);
-    return Send(all);
+    return all;
 }
 
 std::vector<std::vector<BYTE>> PacketSource::Packets(const RECT& r) {
@@ -173,12 +172,6 @@ std::vector<std::vector<BYTE>> PacketSource::Packets(const RECT& r) {
     for (size_t i = first; i < all.size(); ++i)
         out.push_back(all[i].bytes);
     return out;
-}
-
-std::vector<std::vector<BYTE>> PacketSource::FullScreen() {
-    RECT all;
-    image.GetScreenRect(&all);
-    return Packets(all);
 }
 
 std::vector<BYTE> PacketSource::CursorPacket(uint32_t flags, int x, int y, int w, int h) {
@@ -199,14 +192,10 @@ std::vector<RECT> PacketSource::Bands() const {
     return out;
 }
 
-std::vector<BYTE> PacketSource::Rows(const RECT* r) {
-    RECT all;
-    image.GetScreenRect(&all);
-    if (!r)
-        r = &all;
-    std::vector<BYTE> out(image.GetRectBytes(r));
+std::vector<BYTE> PacketSource::Rows(const RECT& r) {
+    std::vector<BYTE> out(image.GetRectBytes(&r));
     UINT cb = static_cast<UINT>(out.size()), lines = 0;
-    EXPECT_TRUE(image.CopyRows(r, out.data(), &cb, 0, &lines));
+    EXPECT_TRUE(image.CopyRows(&r, out.data(), &cb, 0, &lines));
     return out;
 }
 

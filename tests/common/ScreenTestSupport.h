@@ -1,8 +1,7 @@
-// What the image, stream, capture, render and shared-memory tests share beyond common/Screen.h
-// and common/FakeSink.h: a sink that decodes with the shared StreamDecoder, a packet source on the
-// shared StreamEncoder, cursor records, a catcher for the debugger output, and fixtures holding
-// COM, a codec and (for capture) a DesktopCapture made through COM. Library vantrel_test_screen
-// (links Vantrel.dll's stream code).
+// What the screen tests share beyond Screen.h and FakeSink.h: a sink decoding with the shared
+// StreamDecoder, a packet source on the shared StreamEncoder, cursor records, a catcher for the
+// debugger output, and fixtures holding COM, a codec and a DesktopCapture. Links Vantrel.dll's
+// stream code.
 #pragma once
 
 #include <windows.h>
@@ -160,17 +159,18 @@ class PacketSource {
     HRESULT Unregister(IDataTransmitter* sink) { return sinks.UnregisterDataTransmitter(sink); }
     // r of the image as the encoder cuts it; the number of packets.
     int Send(const RECT& r) { return encoder.SendRegion(&r); }
-    int SendAll();
+    int SendAll() { return Send(Whole()); }
     // The packets of one Send.
     std::vector<std::vector<BYTE>> Packets(const RECT& r);
-    std::vector<std::vector<BYTE>> FullScreen();
+    std::vector<std::vector<BYTE>> FullScreen() { return Packets(Whole()); }
     // One cursor packet of a hook record (flags, position, a w x h shape when flags ask).
     std::vector<BYTE> CursorPacket(uint32_t flags, int x, int y, int w = 32, int h = 32);
     // The band rectangles of the recorded frame packets.
     std::vector<RECT> Bands() const;
     // Unpadded rows of r (default: the whole image), top row first.
-    std::vector<BYTE> Rows(const RECT* r = nullptr);
-    std::vector<BYTE> Rows(const RECT& r) { return Rows(&r); }
+    std::vector<BYTE> Rows(const RECT& r);
+    std::vector<BYTE> Rows() { return Rows(Whole()); }
+    RECT Whole() const;
 
     DesktopImage image;
     FakeSink recorder{"recorder"};
