@@ -95,7 +95,7 @@ void ChangeDetector::loop() noexcept {
         } catch (...) {
             // Out of memory for this poll: try again at the next one.
         }
-        deadline += interval_;
+        deadline += interval_ * pollsToSkip();
         const DWORD now = GetTickCount();
         DWORD wait = 0;
         if (static_cast<LONG>(deadline - now) > 0) {
@@ -126,10 +126,23 @@ void ChangeDetector::poll(WindowDc& screen, unsigned n) {
             }
         }
     }
+    const bool whole = ++scanPoll_ >= kScanPolls;
+    if (whole)
+        scanPoll_ = 0;
     if (screen && watchScreen_)
-        pollScreen(screen.get());
-    if (watchCursor_ && (cursorStill_ < kCursorRestPolls || n % kScanPolls == 0))
+        pollScreen(screen.get(), whole);
+    if (watchCursor_ && (cursorStill_ < kCursorRestPolls || whole))
         pollCursor();
+}
+
+unsigned ChangeDetector::pollsToSkip() noexcept {
+    const bool resting = (!watchCursor_ || cursorStill_ >= kCursorRestPolls) &&
+                         std::none_of(hot_.begin(), hot_.end(), [](std::uint8_t h) { return h; });
+    if (!resting)
+        return 1;
+    const unsigned polls = static_cast<unsigned>(kScanPolls - scanPoll_);
+    scanPoll_ = kScanPolls - 1;
+    return polls;
 }
 
 bool ChangeDetector::prepare(HDC screen) {
@@ -183,7 +196,7 @@ bool ChangeDetector::scanStrip(HDC screen, int strip) {
     return dirty_.markHashedBand(grabbed.bits, grabbed.stride, top, rows, hashes_.data());
 }
 
-void ChangeDetector::pollScreen(HDC screen) {
+void ChangeDetector::pollScreen(HDC screen, bool whole) {
     if (!haveBaseline_) {
         takeBaseline(screen);
         return;
@@ -191,9 +204,6 @@ void ChangeDetector::pollScreen(HDC screen) {
     // Strips that changed last time, or all of them when a whole scan is due; a strip that
     // changes brings its neighbours in.
     queue_.clear();
-    const bool whole = ++scanPoll_ >= kScanPolls;
-    if (whole)
-        scanPoll_ = 0;
     for (int s = 0; s < strips_; ++s) {
         if (whole || hot_[s])
             queue_.push_back(s);

@@ -10,7 +10,8 @@
 // about a fifth less CPU when the processor and the display server stay busy through them
 // (measured at 1920 x 1080 on an otherwise idle machine: 4.0 % of a core against 4.7 %). A
 // strip that changed is read again at the next poll (animations are followed at the poll
-// rate) and its neighbours at once (a change across a strip border is reported whole).
+// rate) and its neighbours at once (a change across a strip border is reported whole). At rest,
+// with the pointer still and no strip changing, only the whole scans wake the thread.
 #pragma once
 
 #include <windows.h>
@@ -36,10 +37,10 @@ class ChangeDetector {
     static constexpr DWORD kDefaultInterval = 30;  // ms between polls, 33 per second
     static constexpr int kScanPolls = 3;           // polls per full scan of the screen
     static constexpr unsigned kGeometryPolls = 8;  // polls between looks at the display mode
-    // A pointer that has not changed for this many polls is read only at every kScanPolls-th
-    // poll: under Wine each read is a round trip to the display server, which at every poll
-    // made up a third of an idle detector's CPU. Its first move is then seen within kScanPolls
-    // polls, and it is followed at every poll from there.
+    // A pointer that has not changed for this many polls is read only with the whole scans:
+    // under Wine each read is a round trip to the display server, which at every poll made up
+    // a third of an idle detector's CPU. Its first move is then seen within kScanPolls polls,
+    // and it is followed at every poll from there.
     static constexpr unsigned kCursorRestPolls = 33;
     // Largest strip in bytes. Each grab costs a fixed round trip to the display, so strips are
     // as large as can be; from about 200 KiB on the platform's temporary image costs it about
@@ -80,7 +81,12 @@ class ChangeDetector {
     static Geometry ReadGeometry(HDC screen) noexcept;
     void loop() noexcept;
     void poll(WindowDc& screen, unsigned n);
-    void pollScreen(HDC screen);
+    // Reads the strips that changed at the last poll, or all of them when whole.
+    void pollScreen(HDC screen, bool whole);
+    // Intervals until the next poll that has work: at rest (the pointer still, no strip
+    // changed at the last poll) the polls before the next whole scan would only wake the
+    // thread, so they are slept through and the next poll is the whole scan.
+    unsigned pollsToSkip() noexcept;
     void pollCursor();
     // Buffers for the current geometry; false when out of memory or GDI refuses.
     bool prepare(HDC screen);
