@@ -170,6 +170,11 @@ TEST_F(PavlexCapture, PointerMovesAndShapesBecomeRecordsThatDrawTheSame) {
     EXPECT_EQ(packet::kCursorNewPosition, moved.record.flags);
     EXPECT_EQ(301, moved.record.x);
     EXPECT_EQ(420, moved.record.y);
+    // A pointer that has stood still for a while is read less often, but still followed.
+    Sleep(1500);
+    SetCursorPos(302, 421);
+    ASSERT_TRUE(WaitAndReset(cursorEvent_, kPatience));
+    EXPECT_EQ(302, TakeRecord().record.x);
 
     // Only this window is activated: the platform reports the pointer of the foreground
     // window's thread and, without a window manager, deactivating a window takes seconds.
