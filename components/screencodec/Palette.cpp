@@ -110,8 +110,9 @@ std::size_t Palette::Apply(const PixelFilter& filter, const std::uint8_t* data, 
     std::uint16_t* distinct = distinct_.get();
     std::memcpy(out, data, offset);
 
-    // One pass for the usual band of at most 256 colours: indices in order of appearance. It
-    // counts the colours too, so that a band with more goes on counting where it stopped.
+    // One pass for the usual band of at most 256 colours: indices in order of appearance. It does
+    // not count them: a counter bumped per pixel is a chain of stores to one place along a run,
+    // and only a band with more colours needs the counts.
     if (++generation_ == kGenerations) {
         std::memset(slots_.get(), 0, kColourValues * sizeof(std::uint32_t));
         generation_ = 1;
@@ -130,22 +131,30 @@ std::size_t Palette::Apply(const PixelFilter& filter, const std::uint8_t* data, 
                 slots[v] = slot = tag | static_cast<std::uint32_t>(colours);
                 distinct[colours++] = v;
             }
-            ++counts[v];
             ix[at] = static_cast<std::uint8_t>(slot);
             return true;
         },
         [&](std::size_t at) {
-            counts[LoadU16(px + 2 * at - 2)] += 8;
             std::memset(ix + at, ix[at - 1], 8);
             return true;
         });
-    if (stopped == pixels) {
-        for (std::size_t j = 0; j < colours; ++j)
-            counts[distinct[j]] = 0;
+    if (stopped == pixels)
         return Finish(filter, data, cb, out, colours, 0);
-    }
 
-    // More colours: the 255 most frequent ones get indices and the rest escape.
+    // More colours: the 255 most frequent ones get indices and the rest escape. The pixels before
+    // the stop are counted from their indices, in four tallies that a run does not serialise.
+    std::uint32_t tally[4][kMaxColours] = {};
+    std::size_t at = 0;
+    for (; at + 4 <= stopped; at += 4) {
+        ++tally[0][ix[at]];
+        ++tally[1][ix[at + 1]];
+        ++tally[2][ix[at + 2]];
+        ++tally[3][ix[at + 3]];
+    }
+    for (; at < stopped; ++at)
+        ++tally[0][ix[at]];
+    for (std::size_t j = 0; j < colours; ++j)
+        counts[distinct[j]] = tally[0][j] + tally[1][j] + tally[2][j] + tally[3][j];
     VisitPixels(
         px, stopped, pixels,
         [&](std::size_t, std::uint16_t v) {
