@@ -7,6 +7,7 @@
 
 #include "CursorChanges.h"
 #include "ScreenChanges.h"
+#include "wincom/ScreenStrips.h"
 
 namespace vantrel::pavlex {
 
@@ -150,7 +151,8 @@ bool ChangeDetector::prepare(HDC screen) {
     if (width <= 0 || height <= 0)
         return false;
     // Check values are kept per pixel row, so strips need not follow the tile rows.
-    const int rows = std::max(1, kStripBytes / (width * 4));
+    PrepareScreenReads(screen);
+    const int rows = ScreenStripRows(width);
     if (!strip_.valid() || strip_.view().width != width || stripRows_ != rows) {
         if (!strip_.create(screen, width, rows))
             return false;

@@ -42,11 +42,6 @@ class ChangeDetector {
     // a third of an idle detector's CPU. Its first move is then seen within kScanPolls polls,
     // and it is followed at every poll from there.
     static constexpr unsigned kCursorRestPolls = 33;
-    // Largest strip in bytes. Each grab costs a fixed round trip to the display, so strips are
-    // as large as can be; from about 200 KiB on the platform's temporary image costs it about
-    // three times as much per pixel (measured under Wine at 1024 x 768: 2 % of a core with
-    // strips of 128 or 160 KiB, 6 % with 200 to 255 KiB).
-    static constexpr int kStripBytes = 160 * 1024;
 
     ChangeDetector(ScreenChanges& screen, CursorChanges& cursor) noexcept
         : screen_(screen), cursor_(cursor) {}

@@ -10,6 +10,7 @@
 
 #include "stream/DeskPref.h"
 #include "wincom/KernelObjects.h"
+#include "wincom/ScreenStrips.h"
 #include "contracts/Pixmend.h"
 #include "stream/UpdateRegion.h"
 
@@ -93,6 +94,7 @@ BOOL DesktopImage::OpenScreen(const char* sectionName) noexcept {
         const HDC screen = screenDc_->get();
         if (!screen || !(GetDeviceCaps(screen, RASTERCAPS) & RC_BITBLT))
             return false;
+        PrepareScreenReads(screen);
         memDc_.reset(CreateCompatibleDC(screen));
         if (!memDc_ || !(GetDeviceCaps(memDc_.get(), RASTERCAPS) & RC_DI_BITMAP))
             return false;
@@ -288,12 +290,8 @@ BOOL DesktopImage::Grab(const RECT* r) noexcept {
     Guard guard(lock_);
     if (!memDc_ || !screenDc_ || !screenDc_->get())
         return FALSE;
-    // The platform reads a large screen area through a temporary image it allocates afresh for
-    // every call; strips that stay below kGrabStripBytes (at 4 bytes a pixel) cost a third as
-    // much per pixel, so a big area goes in strips.
     const LONG width = r->right - r->left;
-    const LONG stripRows =
-        std::max<LONG>(1, static_cast<LONG>(kGrabStripBytes) / std::max<LONG>(1, 4 * width));
+    const LONG stripRows = ScreenStripRows(width);
     BOOL result = TRUE;
     for (LONG top = r->top; top < r->bottom; top += stripRows) {
         const LONG rows = std::min(stripRows, r->bottom - top);

@@ -27,9 +27,6 @@ class DesktopImage {
     static constexpr UINT kFormatBlockSize = packet::kMaxBitmapInfoSize;
     // Save-under size made at every open; it grows for pointers that need more.
     static constexpr UINT kSaveUnderSize = 8448;
-    // Largest screen read of one BitBlt: every read costs a round trip to the display, and from
-    // about 200 KiB on the platform's temporary image costs about three times as much per pixel.
-    static constexpr UINT kGrabStripBytes = 160 * 1024;
     static constexpr COLORREF kBackground = 0x808000;
 
     DesktopImage() noexcept;
