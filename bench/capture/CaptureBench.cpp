@@ -1,13 +1,12 @@
 // Live capture benchmark (scripts/bench capture): DesktopCapture through COM, as a host runs it,
-// captures the virtual screen for about 10 s per scenario while a window animates a region or
-// the whole screen at 30 frames a second (bars and a gradient, or a page of the screen corpus
-// scrolling, for real content). A counting sink measures passes (updates: a frame packet that
-// neither continues the previous band nor follows it closely starts one), packets and bytes per
-// second, and
-// the capture thread's CPU time (GetThreadTimes on the thread that calls Transfer: grab,
-// convert, compress and deliver, on one core), in windows of 2 s whose median is printed, since
-// the machine is shared. The change detector's own cost is bench_pavlex's. Prints a table and
-// the whole-screen figures beside the targets; no thresholds.
+// captures the virtual screen for about 10 s per scenario while a window of another process
+// (ChildPainter.h) animates a region or the whole screen at 30 frames a second (bars and a
+// gradient, or a page of the screen corpus scrolling, for real content). A counting sink measures
+// passes (updates: a frame packet that neither continues the previous band nor follows it closely
+// starts one), packets and bytes per second, and the capture thread's CPU time (GetThreadTimes on
+// the thread that calls Transfer: grab, convert, compress and deliver, on one core), in windows of
+// 2 s whose median is printed, since the machine is shared. The change detector's own cost is
+// bench_pavlex's. Prints a table and the whole-screen figures beside the targets; no thresholds.
 #include <windows.h>
 #include <objbase.h>
 
@@ -20,6 +19,7 @@
 
 #include "Vantrel.h"
 #include "common/Animation.h"
+#include "common/ChildPainter.h"
 #include "common/ScreenCorpus.h"
 #include "common/DeskPrefOverride.h"
 #include "common/FakeSink.h"
@@ -140,32 +140,22 @@ Figures RunScenario(IDesktopCapture* capture, PassCounter& sink, const Scenario&
     std::optional<test::DeskPrefOverride> fps;
     if (s.fps >= 0)
         fps.emplace("FPS", static_cast<DWORD>(s.fps));
-    const RECT& a = s.area;
-    bench::Animation animation(a, s.realContent ? CorpusPage(a.right - a.left, a.bottom - a.top)
-                                                : std::vector<uint32_t>{});
+    bench::ChildPainter painter("bench_capture.exe", s.realContent ? "page" : "bars", s.area);
     sink.Reset();
-    if (FAILED(capture->Run())) {
-        std::printf("%-28s  Run failed\n", s.name);
+    if (!painter.ok() || FAILED(capture->Run())) {
+        std::printf("%-28s  %s failed\n", s.name, painter.ok() ? "Run" : "the painter");
         return {};
     }
     // The first picture and the pointer's first record are not part of the measurement.
-    for (int i = 0; i < 30; ++i) {
-        animation.Step();
-        Sleep(kFrameMs);
-    }
+    Sleep(1000);
     const PassCounter::Counts start = sink.Take();
     std::vector<double> msPerPass, percent;
     PassCounter::Counts windowStart = start;
     ULONGLONG windowCpu = sink.Cpu();
     DWORD windowTick = GetTickCount();
     const DWORD t0 = windowTick;
-    DWORD next = t0;
     while (GetTickCount() - t0 < kMeasureMs) {
-        animation.Step();
-        next += kFrameMs;
-        const LONG wait = static_cast<LONG>(next - GetTickCount());
-        if (wait > 0)
-            Sleep(static_cast<DWORD>(wait));
+        Sleep(kWindowMs - std::min(kWindowMs, GetTickCount() - windowTick));
         if (GetTickCount() - windowTick >= kWindowMs) {
             const PassCounter::Counts now = sink.Take();
             const ULONGLONG cpu = sink.Cpu();
@@ -194,9 +184,24 @@ Figures RunScenario(IDesktopCapture* capture, PassCounter& sink, const Scenario&
     return f;
 }
 
+// The child's part: the animation at about 30 frames a second until the parent stops it.
+void Animate(const std::string& what, const RECT& a, HANDLE stop) {
+    bench::Animation animation(a, what == "page" ? CorpusPage(a.right - a.left, a.bottom - a.top)
+                                                 : std::vector<uint32_t>{});
+    for (DWORD next = GetTickCount(); WaitForSingleObject(stop, 0) == WAIT_TIMEOUT;) {
+        animation.Step();
+        next += kFrameMs;
+        const LONG wait = static_cast<LONG>(next - GetTickCount());
+        if (wait > 0)
+            Sleep(static_cast<DWORD>(wait));
+    }
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    if (bench::RunAsChildPainter(argc, argv, Animate))
+        return 0;
     if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)))
         return 1;
     int rc = 0;

@@ -2,13 +2,14 @@
 // capture thread uses it, on the virtual display at whatever size it has (scripts/bench runs
 // it at 1024 x 768 and again at 1920 x 1080).
 //  - idle: the process's CPU time (GetProcessTimes: the detector's thread and this program's
-//    idle loop) while the screen does not change, in % of one core; the median of several
+//    idle loop) while the screen, a still picture another process shows (ChildPainter.h),
+//    does not change, in % of one core; the median of several
 //    windows, since the machine is shared;
 //  - latency: one pixel at a random place changes colour at a random moment of the detector's
 //    cycle; the time from when the screen shows it to when a rectangle covering it has been
 //    fetched after the screen event. Percentiles.
 //  - the floor: the same CPU measure for a loop that only reads every pixel of the screen every
-//    90 ms, in strips of 160 KiB into one reused 32-bit DIB, as the detector does; it shows what
+//    90 ms, in strips into one reused 32-bit DIB, as the detector does; it shows what
 //    reading the screen costs on this platform before any detection, and the idle figure is
 //    also given as a ratio to it.
 // Prints the figures beside the targets (idle at most 3 % of a core, p95 at most 100 ms); no
@@ -18,12 +19,16 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "common/BenchClock.h"
+#include "common/ChildPainter.h"
 #include "common/Screen.h"
 #include "contracts/Pavlex.h"
+#include "wincom/ScreenStrips.h"
 #include "wincom/UniqueHandle.h"
 
 using namespace vantrel;
@@ -93,7 +98,8 @@ double CpuPercent(double seconds, DWORD periodMs, Poll poll) {
 class ScreenReader {
   public:
     ScreenReader(int width, int height) : width_(width), height_(height) {
-        rows_ = std::max(1, 160 * 1024 / (width * 4));
+        PrepareScreenReads(screen_.get());
+        rows_ = ScreenStripRows(width);
         BITMAPINFO bmi{};
         bmi.bmiHeader =
             BITMAPINFOHEADER{sizeof(BITMAPINFOHEADER), width, -rows_, 1, 32, BI_RGB, 0, 0, 0, 0, 0};
@@ -122,13 +128,35 @@ double Percentile(std::vector<double> v, double p) {
     return v[std::min(v.size() - 1, static_cast<size_t>(p * (v.size() - 1) + 0.5))];
 }
 
+// The child's part: the still picture until the parent stops it.
+void ShowStill(const std::string&, const RECT& where, HANDLE stop) {
+    test::PaintedWindow window(where, PaintStill);
+    while (MsgWaitForMultipleObjects(1, &stop, FALSE, INFINITE, QS_ALLINPUT) != WAIT_OBJECT_0)
+        test::PumpMessages();
+}
+
+// Drains until nothing has come for half a second (at most 10 s).
+void Settle(Capture& capture) {
+    for (DWORD quiet = GetTickCount(), start = quiet; GetTickCount() - quiet < 500;) {
+        test::PumpMessages();
+        if (!capture.Drain().empty())
+            quiet = GetTickCount();
+        Sleep(20);
+        if (GetTickCount() - start > 10000)
+            break;
+    }
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    if (bench::RunAsChildPainter(argc, argv, ShowStill))
+        return 0;
     const int width = GetSystemMetrics(SM_CXSCREEN), height = GetSystemMetrics(SM_CYSCREEN);
-    test::PaintedWindow window(RECT{0, 0, width, height}, PaintStill);
-    for (int i = 0; i < 50; ++i, Sleep(20))
-        test::PumpMessages();
+    // The idle figures watch a picture another process shows; the latency part draws into a
+    // window of this process.
+    std::optional<bench::ChildPainter> still;
+    still.emplace("bench_pavlex.exe", "still", RECT{0, 0, width, height});
 
     // The floor, before the detector runs.
     const int windows = 5;
@@ -139,19 +167,11 @@ int main() {
         floor.push_back(CpuPercent(windowSeconds, 90, [&] { reader.Read(); }));
 
     Capture capture;
-    if (!capture.ok) {
-        std::printf("Pavlex: capture did not start\n");
+    if (!still->ok() || !capture.ok) {
+        std::printf("Pavlex: %s did not start\n", still->ok() ? "capture" : "the painter");
         return 1;
     }
-    // Settle: drain until nothing has come for half a second.
-    for (DWORD quiet = GetTickCount(), start = quiet; GetTickCount() - quiet < 500;) {
-        test::PumpMessages();
-        if (!capture.Drain().empty())
-            quiet = GetTickCount();
-        Sleep(20);
-        if (GetTickCount() - start > 10000)
-            break;
-    }
+    Settle(capture);
 
     std::printf("Pavlex on a %dx%d screen\n", width, height);
     // The platform counts this CPU time in steps of about 20 ms: windows of 8 s read to a
@@ -168,6 +188,9 @@ int main() {
 
     // One pixel at a time, somewhere random, drawn on the window; timed from when the screen
     // shows it.
+    still.reset();
+    test::PaintedWindow window(RECT{0, 0, width, height}, PaintStill);
+    Settle(capture);
     std::mt19937 rng(7);
     WindowDc screenDc(nullptr);
     std::vector<double> latencies;
