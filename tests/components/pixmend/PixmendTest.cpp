@@ -54,25 +54,12 @@ void ConvertAndCheck(const Format& f, const Bytes& source, std::size_t srcOffset
     }
 }
 
-// Every value of every channel beside the others at either extreme, every 5-6-5 pixel; then
-// random rows of every short length (every tail of the wide kernels; a partial last pixel is
-// left) and a long one, at every alignment of source and output.
+// Random rows (the unused byte of 32 bits too: it must not leak) of every short length (every
+// tail of the wide kernels; a partial last pixel is left) and a long one, at every alignment of
+// source and output.
 void CheckEverything(const Format& f) {
     SCOPED_TRACE(f.name);
     Bytes row;
-    for (unsigned v = 0; f.sourceBytes == 2 && v < 65536; ++v)
-        row.insert(row.end(), {static_cast<std::uint8_t>(v), static_cast<std::uint8_t>(v >> 8)});
-    for (unsigned v = 0; f.sourceBytes != 2 && v < 256; ++v) {
-        for (unsigned channel = 0; channel < 3; ++channel) {
-            for (unsigned other : {0u, 255u}) {
-                for (unsigned c = 0; c < 3; ++c)
-                    row.push_back(static_cast<std::uint8_t>(c == channel ? v : other));
-                if (f.sourceBytes == 4)
-                    row.push_back(static_cast<std::uint8_t>(~v));  // unused: must not leak
-            }
-        }
-    }
-    ConvertAndCheck(f, row);
     std::mt19937 rng(1234 + f.sourceBytes);
     for (std::size_t len = 0; len <= 201; ++len) {
         row.resize(len < 201 ? len : 65537);
