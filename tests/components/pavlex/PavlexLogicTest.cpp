@@ -1,5 +1,5 @@
-// The change detector's logic on synthetic data: tile comparison, rectangle merging, the grab
-// rate, pointer shapes fitted into records and cursor changes merged between fetches.
+// The change detector's logic on synthetic data: tile comparison, rectangle merging, pointer
+// shapes fitted into records and cursor changes merged between fetches.
 #include <windows.h>
 
 #include <algorithm>
@@ -8,8 +8,6 @@
 #include <functional>
 #include <vector>
 
-#include "CaptureSession.h"
-#include "ChangeDetector.h"
 #include "CursorChanges.h"
 #include "CursorRecord.h"
 #include "CursorShape.h"
@@ -126,12 +124,10 @@ TEST(RectMerger, MergesRunsAlongRowsAndEqualRunsBelow) {
         std::vector<RECT> expected;  // tiles of 10 pixels
     } cases[] = {
         {{"....", "...."}, {}},
-        {{".###", "...."}, {{10, 0, 40, 10}}},
         {{".##.", ".##.", ".##."}, {{10, 0, 30, 30}}},
         {{"#...", "#...", "###."}, {{0, 0, 10, 20}, {0, 20, 30, 30}}},
         {{"#..##", "#..##"}, {{0, 0, 50, 20}}},
         {{"#...#", "#...#"}, {{0, 0, 10, 20}, {40, 0, 50, 20}}},
-        {{"#...", "....", "#..."}, {{0, 0, 10, 10}, {0, 20, 10, 30}}},
     };
     for (const auto& [picture, expected] : cases) {
         const TileMap map = Marked(
@@ -169,24 +165,6 @@ TEST(RectMerger, RectanglesStayOnTheScreenWithinTheLimitAndCoverEveryTile) {
             }
         }
     }
-}
-
-TEST(GrabRate, RegistryValueSetsTheIntervalWithinLimits) {
-    const char* path = "Software\\Vantrel\\Pavlex";
-    RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
-    const DWORD standard = ChangeDetector::kDefaultInterval;
-    UniqueHkey key;
-    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_WRITE,
-                                             nullptr, key.put(), nullptr));
-    const DWORD cases[][2] = {{5, 200}, {5000, 10}, {0, standard}};  // rate, interval
-    for (const auto& c : cases) {
-        RegSetValueExA(key.get(), "GrabsPerSecond", 0, REG_DWORD,
-                       reinterpret_cast<const BYTE*>(&c[0]), sizeof c[0]);
-        EXPECT_EQ(c[1], CaptureSession::ReadGrabInterval()) << c[0];
-    }
-    RegSetValueExA(key.get(), "GrabsPerSecond", 0, REG_SZ, reinterpret_cast<const BYTE*>("5"), 2);
-    EXPECT_EQ(standard, CaptureSession::ReadGrabInterval());
-    RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
 }
 
 TEST(CursorShape, NarrowShapesArePaddedTransparent) {
