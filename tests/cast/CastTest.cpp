@@ -1,8 +1,6 @@
-// DesktopCaster and DesktopReceiver through COM with the registered transport, on loopback
-// multicast inside the harness's private network, through the relay losing, repeating and
-// reordering datagrams: with 8 correction datagrams per group every packet of every size arrives
-// whole and in order; without, a loss costs whole packets, never a damaged, repeated or stale
-// one.
+// DesktopCaster and DesktopReceiver through COM with the registered transport, through the
+// relay losing, repeating and reordering datagrams: with 8 corrections per group every packet
+// arrives whole and in order; without, a loss costs whole packets, never a damaged or stale one.
 #include <windows.h>
 
 #include <vector>
@@ -23,10 +21,8 @@ namespace {
 
 using Cast = ComTest;
 
-// The stream starts with the edges of the fragment size and the largest packet (the empty one
-// sends nothing), then goes on without a pause (one Flush at its end, as a capture flushes only
-// when the screen falls quiet). Datagrams that are not the session's: the coder's and the
-// receiver's own tests.
+// The edges of the fragment size and the largest packet first (the empty one sends nothing),
+// then no pause: one Flush at the end, as a capture flushes when the screen falls quiet.
 TEST_F(Cast, ThroughTheLossyRelayCorrectionRestoresEveryPacket) {
     for (int fec : {8, 0}) {
         SCOPED_TRACE(fec);
