@@ -1,6 +1,5 @@
-// ScreenCodec created through CoCreateInstance as Vantrel's objects create it: round trips in
-// both modes, capacities with guard bytes behind them, old and damaged blocks, the call contract.
-// Any bytes round-trip and any block decodes without harm in the codec's fuzz target.
+// ScreenCodec created through CoCreateInstance as Vantrel's objects create it. Any bytes
+// round-trip and any block decodes without harm in the codec's fuzz target.
 #include <windows.h>
 
 #include <algorithm>
@@ -133,8 +132,7 @@ class Codec : public ScreenTest {
         return Call(codec ? codec : codec_.Get(), block, 0, capacity, restored);
     }
 
-    // Decoders pass their full buffer or exactly the original length; both must do. Returns
-    // the block.
+    // Decoders pass their full buffer or exactly the original length. Returns the block.
     Bytes ExpectRoundTrip(const Bytes& src, ULONG mode, IScreenCodec* codec = nullptr) {
         SCOPED_TRACE(testing::Message() << src.size() << " bytes, mode " << mode);
         codec = codec ? codec : codec_.Get();

@@ -1,7 +1,5 @@
 // MulticastSender and MulticastReceiver through CoCreateInstance over loopback multicast in the
-// harness's namespace (groups 239.255.x.x on 127.0.0.1): what is sent arrives whole, in order,
-// with the sender's address as source; Stop and Leave return only when no callback runs; the
-// call contract.
+// harness's namespace (groups 239.255.x.x on 127.0.0.1).
 #include <winsock2.h>
 #include <windows.h>
 
