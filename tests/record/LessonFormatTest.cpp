@@ -25,39 +25,21 @@ Bytes Concat(std::initializer_list<Bytes> parts) {
 
 }  // namespace
 
-TEST(LessonFormat, HeaderChecksInTheirOrder) {
-    const Bytes closed = Lesson({Record(0)}, 10);
-    Bytes badMagic = closed;
-    badMagic[0] = 'X';
-    struct Case {
-        const char* name;
-        Bytes bytes;
-        HeaderCheck playback, append;
-    } cases[] = {
-        {"closed", closed, HeaderCheck::Ok, HeaderCheck::Ok},
-        {"damaged magic", badMagic, HeaderCheck::BadMagic, HeaderCheck::Ok},
-        {"never closed", Lesson({Record(0)}, 0, 12), HeaderCheck::LengthMismatch,
-         HeaderCheck::LengthMismatch},
-        {"eleven bytes", Bytes(closed.begin(), closed.begin() + 11), HeaderCheck::TooShort,
-         HeaderCheck::TooShort},
-        // The magic is looked at before the length.
-        {"foreign and short", Bytes{'H', 'F', 'R', 'X', 12, 0, 0, 0, 0, 0, 0, 0, 1},
-         HeaderCheck::BadMagic, HeaderCheck::LengthMismatch},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        const void* header = c.bytes.size() >= 12 ? c.bytes.data() : nullptr;
-        EXPECT_EQ(c.playback, lesson::CheckForPlayback(header, c.bytes.size()));
-        EXPECT_EQ(c.append, lesson::CheckForAppend(header, c.bytes.size()));
-    }
-    // The length field is 32 bits: no file of 4 GiB or more passes.
+// Each verdict reaches a host through the recorder's and the reader's Open and vantrel.exe's
+// lesson tools; here the order of the checks and the 32-bit length field.
+TEST(LessonFormat, HeaderChecksLookAtTheMagicFirstAndFitA32BitLength) {
+    const Bytes foreign{'H', 'F', 'R', 'X', 12, 0, 0, 0, 0, 0, 0, 0, 1};
+    EXPECT_EQ(HeaderCheck::BadMagic, lesson::CheckForPlayback(foreign.data(), foreign.size()));
+    EXPECT_EQ(HeaderCheck::LengthMismatch, lesson::CheckForAppend(foreign.data(), foreign.size()));
+    EXPECT_EQ(HeaderCheck::TooShort, lesson::CheckForPlayback(nullptr, 11));
     const Bytes h = Lesson({}, 0, 0);
     EXPECT_EQ(HeaderCheck::LengthMismatch, lesson::CheckForPlayback(h.data(), 0x100000000ull + 12));
 }
 
 TEST(LessonFormat, WalkCountsWholeRecordsAndStopsAtTheFirstFault) {
     const Bytes a = Record(0, 100), b = Record(40, 30, kHruc), c = Record(35, 12), d = Record(90);
-    // The longest record a player holds is whole; one byte more is not.
+    // The longest record a player holds is whole; one byte more is not. (A record shorter than
+    // its head: through the reader.)
     const Bytes biggest = Record(95, lesson::kMaxRecordLength);
     const size_t abc = 12 + a.size() + b.size() + c.size();
     struct Case {
@@ -70,8 +52,6 @@ TEST(LessonFormat, WalkCountsWholeRecordsAndStopsAtTheFirstFault) {
     } cases[] = {
         {"closed", Lesson({a, b, c, d}, 100), HeaderCheck::Ok, WalkEnd::Clean, 4, 3, 1, 90, 90, 1,
          abc + d.size()},
-        {"never closed", Lesson({a, b, c}, 0, 12), HeaderCheck::LengthMismatch, WalkEnd::Clean, 3,
-         2, 1, 35, 40, 1, abc},
         {"trailing bytes", Concat({Lesson({a, b, c}, 0, 12), Bytes(11, 0xEE)}),
          HeaderCheck::LengthMismatch, WalkEnd::TrailingBytes, 3, 2, 1, 35, 40, 1, abc},
         {"cut record", Concat({Lesson({a, b, c}, 0, 12), Bytes(d.begin(), d.end() - 1)}),
@@ -80,8 +60,6 @@ TEST(LessonFormat, WalkCountsWholeRecordsAndStopsAtTheFirstFault) {
          95, 0, 12 + a.size() + biggest.size()},
         {"0x180001 bytes", Lesson({a, WithLength(d, 0x180001), d}, 100), HeaderCheck::Ok,
          WalkEnd::TooLong, 1, 1, 0, 0, 0, 0, 12 + a.size()},
-        {"length 11", Lesson({a, b, WithLength(d, 11)}, 100), HeaderCheck::Ok, WalkEnd::TooShort, 2,
-         1, 1, 40, 40, 0, 12 + a.size() + b.size()},
         {"no header", Bytes(7, 0), HeaderCheck::TooShort, WalkEnd::NoHeader, 0, 0, 0, 0, 0, 0, 0},
     };
     for (const Case& c : cases) {
@@ -163,6 +141,4 @@ TEST(LessonFile, RepairKeepsTheLongerDurationAndRefusesWhatItCannotDo) {
     ASSERT_TRUE(temp.Write(Bytes(5, 'H')));
     EXPECT_EQ(lesson::FileResult::NotRepairable, lesson::RepairLesson(temp.Path(), nullptr));
     EXPECT_EQ(Bytes(5, 'H'), temp.Read());
-    TempFile missing("missing");
-    EXPECT_EQ(lesson::FileResult::OpenFailed, lesson::RepairLesson(missing.Path(), nullptr));
 }
