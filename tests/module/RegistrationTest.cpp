@@ -1,6 +1,7 @@
 // Registration under HKEY_CLASSES_ROOT through the DLL's own exports: the keys of each class, the
-// type library, and that unregistering removes exactly those, twice harmlessly. The test leaves
-// the DLL registered, as the harness had it.
+// type library, and that unregistering removes exactly those, twice harmlessly; the registered
+// type library as a host's tools read it. The tests leave the DLL registered, as the harness had
+// it.
 #include <windows.h>
 #include <oleauto.h>
 
@@ -8,8 +9,11 @@
 #include <iterator>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "ModuleTestSupport.h"
+#include "wincom/ComPtr.h"
 #include "wincom/UniqueHandle.h"
 
 namespace vantrel::test {
@@ -117,6 +121,41 @@ TEST_F(RegistrationTest, RegisterWritesTheKeysOfEveryClassAndUnregisterExactlyRe
     EXPECT_EQ(unregistered, TakeSnapshot());
     ASSERT_EQ(S_OK, Dll().registerServer());
     EXPECT_EQ(registered, TakeSnapshot());
+}
+
+// The type library as a host's tools read it (version 1.0): its name, every coclass with the
+// default interface that QueryInterface answers first, and every interface. (The IDL's help
+// strings and the coclasses' further rows are not restated here.)
+TEST_F(RegistrationTest, TypeLibraryNamesEachCoclassWithItsDefaultInterface) {
+    ComPtr<ITypeLib> lib;
+    ASSERT_EQ(S_OK, LoadRegTypeLib(LIBID_VANTRELLib, 1, 0, LOCALE_NEUTRAL, lib.Put()));
+    BSTR name = nullptr;
+    ASSERT_EQ(S_OK, lib->GetDocumentation(-1, &name, nullptr, nullptr, nullptr));
+    EXPECT_EQ(L"VANTRELLib", std::wstring(name, SysStringLen(name)));
+    SysFreeString(name);
+    std::vector<std::pair<const CLSID*, const IID*>> coclasses = {
+        {&CLSID_DesktopIPCServer2, &IID_IDesktopIPCServer}};
+    for (const ServedClass& c : kServedClasses)
+        coclasses.emplace_back(c.clsid, c.interfaces.front());
+    for (const auto& [clsid, iid] : coclasses) {
+        SCOPED_TRACE(GuidString(*clsid));
+        ComPtr<ITypeInfo> info, implemented;
+        HREFTYPE ref = 0;
+        INT flags = 0;
+        TYPEATTR* attr = nullptr;
+        ASSERT_EQ(S_OK, lib->GetTypeInfoOfGuid(*clsid, info.Put()));
+        ASSERT_EQ(S_OK, info->GetRefTypeOfImplType(0, &ref));
+        ASSERT_EQ(S_OK, info->GetRefTypeInfo(ref, implemented.Put()));
+        EXPECT_EQ(S_OK, info->GetImplTypeFlags(0, &flags));
+        EXPECT_TRUE(flags & IMPLTYPEFLAG_FDEFAULT);
+        ASSERT_EQ(S_OK, implemented->GetTypeAttr(&attr));
+        EXPECT_TRUE(IsEqualIID(*iid, attr->guid)) << GuidString(attr->guid);
+        implemented->ReleaseTypeAttr(attr);
+    }
+    for (const IID* iid : kLibraryInterfaces) {
+        ComPtr<ITypeInfo> info;
+        EXPECT_EQ(S_OK, lib->GetTypeInfoOfGuid(*iid, info.Put())) << GuidString(*iid);
+    }
 }
 
 }  // namespace
