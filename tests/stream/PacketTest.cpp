@@ -177,7 +177,6 @@ TEST(CursorRecordLayout, FieldOffsetsSenderFlagsAndLengths) {
         CursorRecord record;
         uint32_t length;
     } cases[] = {
-        {Shape(1, 32, 32, 32, 4), 32 + 4096 + 128},
         // 256 x 256 x 8 bpp: the XOR count 65536 keeps its low 16 bits, 0.
         {Shape(1, 256, 256, 8, 32), 32 + 0 + 8192},
         // 4 bpp x 15 x 1 = 60 bits: 7 bytes, integer division.
