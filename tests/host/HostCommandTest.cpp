@@ -1,6 +1,6 @@
 // vantrel.exe as a real program: a bad argument, address, missing file or registration gets its
-// exit code and a sentence that names the problem (one case per rule); and the README's samples.
-// (Casting, publishing and viewing end to end: host_demo.)
+// exit code and a sentence that names the problem (one case per rule); share feeding the
+// shared-memory server; and the README's samples. (Casting and viewing: host_demo.)
 #include <windows.h>
 
 #include "HostTestSupport.h"
@@ -66,6 +66,19 @@ TEST(HostCommand, NamesTheClassAndTheDllThatAreNotRegistered) {
               ran.out.find("the class ScreenCodec is not registered: ScreenCodec.dll"))
         << ran.out;
     EXPECT_NE(std::string::npos, ran.out.find("regsvr32 ScreenCodec.dll")) << ran.out;
+}
+
+// share feeds the shared-memory server directly (host_demo publishes from a receiver); the
+// viewer starts after share, so only its refresh brings it a whole picture.
+TEST(HostShare, PublishedPicturesReachASessionViewer) {
+    LoggedProgram share("share"), viewer("session-view");
+    ASSERT_TRUE(share.Start("vantrel.exe", "share --publish --sessions 8 --refresh 1"));
+    ASSERT_TRUE(share.WaitFor("share: running", kPatience)) << share.Output();
+    EXPECT_TRUE(share.Said("the sessions 0 to 7 of this machine")) << share.Output();
+    ASSERT_TRUE(viewer.Start("vantrel.exe", "session-view --session 5"));
+    EXPECT_TRUE(viewer.WaitFor("picture complete: ", kPatience)) << viewer.Output();
+    EXPECT_EQ(kOk, viewer.Stop(30000)) << viewer.Output();
+    EXPECT_EQ(kOk, share.Stop(30000)) << share.Output();
 }
 
 // The sending machine casts and records while a student joins late, the terminal server's

@@ -165,7 +165,7 @@ TEST_F(ReaderTest, RecordsComeAtTheirTimesDividedByTheFactorAndIdleGapsFlush) {
 // A speed factor of 0 holds playback until another factor is set. (Pause freezing the
 // position: the player's keys in the host tests.)
 TEST_F(ReaderTest, FactorZeroHoldsThePosition) {
-    Load(Lesson({Record(0), Record(600)}, 700));
+    Load(Lesson({Record(0), Record(1200)}, 1300));
     Register(&sink_);
     ASSERT_EQ(S_OK, reader_->Run());
     ASSERT_TRUE(WaitUntil([&] { return sink_.PacketCount() == 1; }));
