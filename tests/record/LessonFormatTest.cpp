@@ -1,5 +1,6 @@
 // The lesson file module: header checks, the record walk and recovery, in memory and on files.
-// (Random bytes after a header: the fuzz target `lesson`; the file class underneath: through the
+// (Random bytes after a header and the repair of a file cut anywhere: the fuzz target `lesson`; a
+// repair on disk: vantrel repair in the host tests; the file class underneath: through the
 // recorder and the reader.)
 #include "RecordTestSupport.h"
 #include "lesson/LessonFile.h"
@@ -75,37 +76,6 @@ TEST(LessonFormat, WalkCountsWholeRecordsAndStopsAtTheFirstFault) {
         EXPECT_EQ(c.latestTime, s.latestTime);
         EXPECT_EQ(c.backward, s.backwardSteps);
         EXPECT_EQ(c.wholeLength, s.wholeLength);
-    }
-}
-
-// A recording that was never closed, cut at every byte of its last record (the process died
-// while writing it): recovery on disk keeps the header and every whole record, byte for byte,
-// and nothing else; the player's checks then pass and a second repair finds nothing to do.
-TEST(LessonFile, RepairOfAFileCutAtEveryByteOfItsLastRecord) {
-    const std::vector<Bytes> records = {Record(0, 80), Record(120, 40, kHruc), Record(300, 97)};
-    const Bytes whole = Lesson(records, 0, 12);
-    const size_t lastStart = whole.size() - records.back().size();
-    TempFile temp("repair");
-    for (size_t cut = lastStart; cut <= whole.size(); ++cut) {
-        SCOPED_TRACE(cut);
-        ASSERT_TRUE(temp.Write(Bytes(whole.begin(), whole.begin() + cut)));
-        lesson::RepairPlan plan;
-        ASSERT_EQ(lesson::FileResult::Ok, lesson::RepairLesson(temp.Path(), &plan));
-        const bool complete = cut == whole.size();
-        EXPECT_TRUE(plan.needed);
-        EXPECT_EQ(cut - plan.newLength, plan.droppedBytes);
-        Bytes expected = Bytes(whole.begin(), whole.begin() + (complete ? cut : lastStart));
-        lesson::WriteHeader(expected.data(),
-                            lesson::Header{lesson::kMagic, static_cast<uint32_t>(expected.size()),
-                                           complete ? 300u : 120u});
-        EXPECT_EQ(expected, temp.Read());
-        lesson::LessonScan scan;
-        ASSERT_EQ(lesson::FileResult::Ok, lesson::InspectLesson(temp.Path(), &scan));
-        EXPECT_EQ(HeaderCheck::Ok, scan.playable);
-        EXPECT_EQ(WalkEnd::Clean, scan.end);
-        ASSERT_EQ(lesson::FileResult::Ok, lesson::RepairLesson(temp.Path(), &plan));
-        EXPECT_FALSE(plan.needed);
-        EXPECT_EQ(expected, temp.Read());
     }
 }
 
