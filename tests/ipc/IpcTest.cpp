@@ -22,17 +22,15 @@ class RawControl {
         mapping_ = TryOpenNamedSection("Global\\ScreenUpdate");
         if (mapping_)
             view_.reset(MapViewOfFile(mapping_.get(), FILE_MAP_READ, 0, 0, 66876));
-        p_ = static_cast<const BYTE*>(view_.get());
-        return p_ != nullptr;
-    }
-    std::string Name() const {
-        return std::string(reinterpret_cast<const char*>(p_),
-                           strnlen(reinterpret_cast<const char*>(p_), 260));
+        return (p_ = static_cast<const BYTE*>(view_.get())) != nullptr;
     }
     void Close() {
         view_.reset();
         mapping_.reset();
-        p_ = nullptr;
+    }
+    std::string Name() const {
+        return std::string(reinterpret_cast<const char*>(p_),
+                           strnlen(reinterpret_cast<const char*>(p_), 260));
     }
     DWORD Flags() const { return packet::LoadU32(p_ + 0x104); }
     POINT Cursor() const { return POINT{packet::LoadI32(p_ + 0x108), packet::LoadI32(p_ + 0x10C)}; }
@@ -57,13 +55,12 @@ class RawControl {
 // One answer of a viewer: when it was signalled and what the control section held then.
 struct Visit {
     int id;
-    DWORD tick;
-    DWORD flags;
+    DWORD tick, flags;
     POINT cursor;
 };
 
-// A viewer of session id on a thread of this process, by the literal names. Mute: it never sets
-// its complete event. Every visit goes into the shared log, in the order they happened.
+// A viewer of session id on a thread of this process, by the literal names; a mute one never
+// sets its complete event. Every visit goes into the shared log, in the order they happened.
 class InProcessViewer {
   public:
     InProcessViewer(int id, std::vector<Visit>* log, CriticalSection* lock, bool mute = false)
@@ -78,7 +75,6 @@ class InProcessViewer {
         SetEvent(stop_.get());
         thread_.join();
     }
-    bool Ok() const { return receive_ && complete_; }
 
   private:
     void Loop() {
@@ -109,8 +105,7 @@ class IpcServer : public ScreenTest {
   protected:
     void SetUp() override {
         ScreenTest::SetUp();
-        sink_ = Create<IDataTransmitter>(CLSID_DesktopIPCServer);
-        ASSERT_TRUE(sink_ && SUCCEEDED(sink_.As(&server_)));
+        MakeServer();
         ASSERT_TRUE(control_.Open());
     }
     void TearDown() override {
@@ -118,9 +113,22 @@ class IpcServer : public ScreenTest {
         sink_.Reset();
         ScreenTest::TearDown();
     }
+    void MakeServer() {
+        sink_ = Create<IDataTransmitter>(CLSID_DesktopIPCServer);
+        ASSERT_TRUE(sink_ && SUCCEEDED(sink_.As(&server_)));
+    }
     void Feed(const std::vector<std::vector<BYTE>>& packets) {
         for (auto p : packets)
             EXPECT_EQ(S_OK, sink_->Transfer(p.data(), static_cast<unsigned long>(p.size()), FALSE));
+    }
+    // Feeds packets and waits for a pass that visits a viewer to end; that pass's first visit.
+    Visit FeedPass(const std::vector<std::vector<BYTE>>& packets) {
+        const size_t seen = Visits().size();
+        Feed(packets);
+        EXPECT_TRUE(WaitUntil([&] { return Visits().size() > seen && control_.Flags() == 0; }));
+        EXPECT_TRUE(Settle());
+        const auto visits = Visits();
+        return visits.size() > seen ? visits[seen] : Visit{};
     }
     std::vector<Visit> Visits() {
         std::lock_guard<CriticalSection> guard(logLock_);
@@ -131,10 +139,6 @@ class IpcServer : public ScreenTest {
         for (const Visit& v : Visits())
             n += v.id == id;
         return n;
-    }
-    // A pass ran to its end: its rectangles are written and the flags cleared.
-    bool PassDone(UINT count = 1) {
-        return WaitUntil([&] { return control_.Count() >= count && control_.Flags() == 0; });
     }
     // No visit for quietMs and no pass under way.
     bool Settle(DWORD quietMs = 300) {
@@ -154,10 +158,8 @@ class IpcServer : public ScreenTest {
         const BITMAPINFOHEADER h = control_.Header();
         const size_t size = static_cast<size_t>(((h.biBitCount * h.biWidth + 31) >> 3) & ~3) *
                             static_cast<size_t>(-h.biHeight);
-        if (!view)
-            return {};
         const BYTE* p = static_cast<const BYTE*>(view.get());
-        return std::vector<BYTE>(p, p + size);
+        return p ? std::vector<BYTE>(p, p + size) : std::vector<BYTE>();
     }
 
     ComPtr<IDataTransmitter> sink_;
@@ -185,7 +187,6 @@ TEST_F(IpcServer, ControlSectionAtConstructionAndStartStopStates) {
 
     PacketSource source(codec_.Get(), 640, 480, 9);
     InProcessViewer viewer(0, &log_, &logLock_);
-    ASSERT_TRUE(viewer.Ok());
     Feed(source.FullScreen());  // not started: ignored
     Sleep(200);
     EXPECT_EQ(first, control_.Name());
@@ -193,17 +194,13 @@ TEST_F(IpcServer, ControlSectionAtConstructionAndStartStopStates) {
     EXPECT_EQ(E_FAIL, server_->StopIPCServer());
     EXPECT_EQ(S_OK, server_->StartIPCServer());
     EXPECT_EQ(E_FAIL, server_->StartIPCServer());
-    Feed(source.FullScreen());
-    ASSERT_TRUE(PassDone());
-    ASSERT_TRUE(Settle());
+    EXPECT_EQ(3u, FeedPass(source.FullScreen()).flags);
     std::string last = control_.Name();
     EXPECT_TRUE(IsPixelSectionName(last) && last != first) << last;
-    EXPECT_EQ(3u, Visits().front().flags);
     const BITMAPINFOHEADER h = control_.Header();
-    EXPECT_EQ(40u, h.biSize);
-    EXPECT_EQ(640, h.biWidth);
-    EXPECT_EQ(-480, h.biHeight);
-    EXPECT_EQ(16, h.biBitCount);
+    EXPECT_EQ(
+        (std::vector<LONG>{40, 640, -480, 16}),
+        (std::vector<LONG>{static_cast<LONG>(h.biSize), h.biWidth, h.biHeight, h.biBitCount}));
     EXPECT_EQ(source.Rows(), PixelSection());
     RECT box{};
     for (UINT i = 0; i < control_.Count(); ++i) {
@@ -213,19 +210,12 @@ TEST_F(IpcServer, ControlSectionAtConstructionAndStartStopStates) {
     EXPECT_EQ((RECT{0, 0, 640, 480}), box);
 
     source.Paint(77);
-    size_t seen = Visits().size();
-    Feed(source.Packets(RECT{100, 50, 110, 60}));
-    ASSERT_TRUE(WaitUntil([&] { return Visits().size() > seen && control_.Flags() == 0; }));
+    EXPECT_EQ(1u, FeedPass(source.Packets(RECT{100, 50, 110, 60})).flags);
     EXPECT_EQ(1u, control_.Count());
     EXPECT_EQ((RECT{96, 48, 112, 64}), control_.Rect(0));
-    EXPECT_EQ(1u, Visits().back().flags);
-    seen = Visits().size();
-    Feed({source.CursorPacket(packet::kCursorNewPosition, 300, 200)});
-    ASSERT_TRUE(WaitUntil([&] { return Visits().size() > seen && control_.Flags() == 0; }));
-    EXPECT_EQ(300, Visits().back().cursor.x);
-    EXPECT_EQ(200, Visits().back().cursor.y);
-    EXPECT_EQ(1u, Visits().back().flags);
-    EXPECT_GE(control_.Count(), 1u);  // the pointer's old and new places
+    const Visit moved = FeedPass({source.CursorPacket(packet::kCursorNewPosition, 300, 200)});
+    EXPECT_EQ((std::vector<LONG>{1, 300, 200}),
+              (std::vector<LONG>{static_cast<LONG>(moved.flags), moved.cursor.x, moved.cursor.y}));
     EXPECT_EQ(last, control_.Name()) << "the same format keeps its section";
 
     PacketSource smaller(codec_.Get(), 320, 240, 5);
@@ -236,15 +226,11 @@ TEST_F(IpcServer, ControlSectionAtConstructionAndStartStopStates) {
             ASSERT_TRUE(Settle());
             ASSERT_EQ(S_OK, server_->StartIPCServer());
         }
-        seen = Visits().size();
-        Feed(smaller.FullScreen());
-        ASSERT_TRUE(WaitUntil([&] { return Visits().size() > seen; }));
-        ASSERT_TRUE(Settle());
+        EXPECT_EQ(3u, FeedPass(smaller.FullScreen()).flags);
         EXPECT_TRUE(IsPixelSectionName(control_.Name()) && control_.Name() != last);
         last = control_.Name();
         EXPECT_EQ(320, control_.Header().biWidth);
         EXPECT_EQ(smaller.Rows(), PixelSection());
-        EXPECT_EQ(3u, Visits()[seen].flags);
     }
     EXPECT_EQ(S_OK, server_->StopIPCServer());
 }
@@ -256,22 +242,25 @@ TEST_F(IpcServer, APassCarriesTheFirst4096RectanglesOnly) {
     PacketSource source(codec_.Get(), 2048, 1536, 61);
     UniqueEvent receive = CreateNamedEvent("Global\\StudentRecveive0", true, false);
     UniqueEvent complete = CreateNamedEvent("Global\\StudentComplete0", true, false);
+    auto nextPass = [&](DWORD ms) {
+        const bool signalled = WaitForSingleObject(receive.get(), ms) == WAIT_OBJECT_0;
+        ResetEvent(receive.get());
+        return signalled;
+    };
     ASSERT_EQ(S_OK, server_->StartIPCServer());
     Feed(source.Packets(RECT{0, 0, 8, 1536}));
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(receive.get(), 10000));
-    ResetEvent(receive.get());
+    ASSERT_TRUE(nextPass(kPatience));
     for (LONG x = 16; x < 2048; x += 16)
         Feed(source.Packets(RECT{x, 0, x + 8, 1536}));
     for (LONG y = 0; y < 1536; y += 16)
         Feed(source.Packets(RECT{0, y, 2048, y + 8}));
     SetEvent(complete.get());
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(receive.get(), 10000));
-    ResetEvent(receive.get());
+    ASSERT_TRUE(nextPass(kPatience));
     EXPECT_EQ(1u, control_.Flags());
     EXPECT_EQ(4096u, control_.Count());
     EXPECT_EQ((RECT{2032, 1528, 2040, 1536}), control_.Rect(0));
     SetEvent(complete.get());
-    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(receive.get(), 500)) << "another pass";
+    EXPECT_FALSE(nextPass(500)) << "another pass";
     EXPECT_EQ(S_OK, server_->StopIPCServer());
 }
 
@@ -291,46 +280,40 @@ TEST_F(IpcServer, ViewerLimitOfZeroOrLessSignalsNobody) {
         EXPECT_EQ(S_OK, server_->SetMaxIPCClients(row.limit));
         source.Paint(static_cast<uint32_t>(row.limit + 100));
         Feed(source.FullScreen());
-        ASSERT_TRUE(PassDone());
+        ASSERT_TRUE(WaitUntil([&] { return control_.Count() >= 1 && control_.Flags() == 0; }));
         EXPECT_TRUE(WaitUntil([&] { return VisitsOf(0) == row.zero && VisitsOf(7) == row.seven; }));
         ASSERT_TRUE(Settle());
-        EXPECT_EQ(row.zero, VisitsOf(0));
-        EXPECT_EQ(row.seven, VisitsOf(7));
-        EXPECT_EQ(0u, VisitsOf(8));
+        EXPECT_EQ((std::vector<size_t>{row.zero, row.seven, 0}),
+                  (std::vector<size_t>{VisitsOf(0), VisitsOf(7), VisitsOf(8)}));
     }
 }
 
-// Nothing a broken packet carries reaches the picture, the control section or a viewer.
+// Nothing a broken packet carries (a damaged body, a frame whose desktop disagrees with its
+// format; the acceptance rules are the packet tests') reaches the picture, the control section
+// or a viewer.
 TEST_F(IpcServer, RefusedPacketsChangeNothing) {
     PacketSource source(codec_.Get(), 320, 240, 21);
     InProcessViewer viewer(0, &log_, &logLock_);
     ASSERT_EQ(S_OK, server_->StartIPCServer());
-    Feed(source.FullScreen());
-    ASSERT_TRUE(WaitUntil([&] { return VisitsOf(0) >= 1; }));
-    ASSERT_TRUE(Settle());
+    FeedPass(source.FullScreen());
     const std::string name = control_.Name();
     const std::vector<BYTE> pixels = PixelSection();
     const size_t visits = Visits().size();
 
-    // A damaged body and a frame whose desktop disagrees with its format: the acceptance rules
-    // themselves are the packet tests'.
     source.Paint(22);
     const std::vector<BYTE> frame = source.Packets(RECT{0, 0, 64, 64}).front();
     std::vector<BYTE> flipped = frame, tooBig = frame;
     for (size_t i = 60; i < flipped.size(); i += 7)
         flipped[i] ^= 0x5A;
     packet::StoreI32(tooBig.data() + 12 + 8, 640);
-    for (std::vector<BYTE>* bad : {&flipped, &tooBig})
-        EXPECT_EQ(S_OK, sink_->Transfer(bad->data(), static_cast<unsigned long>(bad->size()), 0));
-    EXPECT_EQ(S_OK, sink_->Transfer(nullptr, 0, FALSE));
+    Feed({flipped, tooBig, {}});
     Sleep(300);
     EXPECT_EQ(name, control_.Name());
     EXPECT_EQ(320, control_.Header().biWidth);
     EXPECT_EQ(pixels, PixelSection());
     EXPECT_EQ(visits, Visits().size());
-    Feed({frame});
-    EXPECT_TRUE(WaitUntil([&] { return Visits().size() > visits; })) << "a whole packet after them";
-    EXPECT_TRUE(Settle());
+    FeedPass({frame});
+    EXPECT_LT(visits, Visits().size()) << "a whole packet after them";
 }
 
 // A mute viewer costs the pass the time-out; the viewers around it are still served, in
@@ -344,8 +327,8 @@ TEST_F(IpcServer, MuteViewerDelaysThePassAndOthersAreServedInOrder) {
     ASSERT_TRUE(WaitUntil([&] { return VisitsOf(3) == 1; }, 20000));
     auto visits = Visits();
     ASSERT_EQ(3u, visits.size());
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(i + 1, visits[i].id);
+    EXPECT_EQ((std::vector<int>{1, 2, 3}),
+              (std::vector<int>{visits[0].id, visits[1].id, visits[2].id}));
     EXPECT_GE(visits[2].tick - visits[1].tick, 5000u - 40u);  // tick granularity
 
     // Second pass: once viewer 1 has answered the server waits for 2; the release waits too.
@@ -365,8 +348,7 @@ class IpcRender : public IpcServer {
   protected:
     void SetUp() override {
         IpcServer::SetUp();
-        render_ = Create<IDesktopRender>(CLSID_DesktopIPCRender);
-        ASSERT_TRUE(render_);
+        ASSERT_TRUE(render_ = Create<IDesktopRender>(CLSID_DesktopIPCRender));
         render_->SetNotifyWindow(notify_.Handle(), kNotify, 99);
     }
     void TearDown() override {
@@ -375,22 +357,26 @@ class IpcRender : public IpcServer {
         render_.Reset();
         IpcServer::TearDown();
     }
+    void DropServer() {
+        server_.Reset();
+        sink_.Reset();
+    }
     // The rows behind the BITMAPINFOHEADER (16-bit: no colour part).
     std::vector<BYTE> Picture() {
         const std::vector<BYTE> image = CurrentImage(render_.Get());
         return image.size() < 40 ? std::vector<BYTE>()
                                  : std::vector<BYTE>(image.begin() + 40, image.end());
     }
-    static bool EventExists(const char* name) { return static_cast<bool>(TryOpenNamedEvent(name)); }
+    static bool Exists(const char* event, const char* mutex = nullptr) {
+        return TryOpenNamedEvent(event) && (!mutex || TryOpenNamedMutex(mutex));
+    }
 
     NotifyWindow notify_{kNotify};
     ComPtr<IDesktopRender> render_;
 };
 
 TEST_F(IpcRender, WithoutServerAsSinkAndSessionObjects) {
-    // No server: the control section does not exist.
-    server_.Reset();
-    sink_.Reset();
+    DropServer();
     control_.Close();
     ASSERT_FALSE(TryOpenNamedSection("Global\\ScreenUpdate"));
     EXPECT_EQ(static_cast<HRESULT>(-1), render_->Run());
@@ -404,40 +390,27 @@ TEST_F(IpcRender, WithoutServerAsSinkAndSessionObjects) {
     EXPECT_TRUE(CurrentImage(render_.Get()).empty());
 
     // With a server: -1 names session 0; an id set while running waits for the next Run.
-    sink_ = Create<IDataTransmitter>(CLSID_DesktopIPCServer);
-    ASSERT_TRUE(sink_);
+    MakeServer();
     EXPECT_EQ(S_OK, render_->SetSessionId(-1));
     ASSERT_EQ(S_OK, render_->Run());
     EXPECT_EQ(E_FAIL, render_->Run());
-    // Manual-reset events, cleared at creation (the viewer waits for no pass yet: the server
-    // has published no BITMAPINFO), and a mutex nobody owns.
+    // Cleared at creation: no BITMAPINFO is published yet, so the viewer waits for no pass.
     for (const char* name : {"Global\\StudentRecveive0", "Global\\StudentComplete0"}) {
         UniqueEvent e = TryOpenNamedEvent(name);
-        ASSERT_TRUE(e) << name;
-        EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(e.get(), 0)) << name;
-        SetEvent(e.get());
-        WaitForSingleObject(e.get(), 0);
-        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(e.get(), 0)) << name << " reset by a wait";
-        ResetEvent(e.get());
+        EXPECT_TRUE(e && WaitForSingleObject(e.get(), 0) == WAIT_TIMEOUT) << name;
     }
-    UniqueHandle mutex = TryOpenNamedMutex("Global\\StudentEventMutex0");
-    ASSERT_TRUE(mutex);
-    std::thread([&] {
-        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex.get(), 0)) << "owned";
-        ReleaseMutex(mutex.get());
-    }).join();
+    EXPECT_TRUE(TryOpenNamedMutex("Global\\StudentEventMutex0"));
     EXPECT_EQ(S_OK, render_->SetSessionId(7));
-    EXPECT_FALSE(EventExists("Global\\StudentRecveive7"));
+    EXPECT_FALSE(Exists("Global\\StudentRecveive7"));
     EXPECT_EQ(S_OK, render_->Stop());
-    EXPECT_FALSE(EventExists("Global\\StudentRecveive0"));
+    EXPECT_FALSE(Exists("Global\\StudentRecveive0"));
     ASSERT_EQ(S_OK, render_->Run());
-    EXPECT_TRUE(EventExists("Global\\StudentRecveive7"));
-    EXPECT_TRUE(TryOpenNamedMutex("Global\\StudentEventMutex7"));
+    EXPECT_TRUE(Exists("Global\\StudentRecveive7", "Global\\StudentEventMutex7"));
 
     // Released while running: the thread ends and the session's objects go with the object.
     transmitter.Reset();
     render_.Reset();
-    EXPECT_FALSE(EventExists("Global\\StudentRecveive7"));
+    EXPECT_FALSE(Exists("Global\\StudentRecveive7"));
     EXPECT_FALSE(TryOpenNamedMutex("Global\\StudentEventMutex7"));
 }
 
@@ -446,20 +419,16 @@ TEST_F(IpcRender, WithoutServerAsSinkAndSessionObjects) {
 TEST_F(IpcRender, ShowsThePictureKeepsItWhenTheServerGoesAndFollowsANewServer) {
     ASSERT_EQ(S_OK, render_->Run());
     ASSERT_EQ(S_OK, server_->StartIPCServer());
-    PacketSource first(codec_.Get(), 320, 240, 41);
+    PacketSource first(codec_.Get(), 320, 240, 41), second(codec_.Get(), 256, 192, 43);
     Feed(first.FullScreen());
     EXPECT_TRUE(WaitUntil([&] { return Picture() == first.Rows(); }));
     EXPECT_TRUE(WaitUntil([&] { return notify_.Count(2, 99) == 1; }));
 
-    server_.Reset();
-    sink_.Reset();
+    DropServer();
     PumpFor(300);
     EXPECT_EQ(first.Rows(), Picture()) << "the last picture stays";
-
-    sink_ = Create<IDataTransmitter>(CLSID_DesktopIPCServer);
-    ASSERT_TRUE(sink_ && SUCCEEDED(sink_.As(&server_)));
+    MakeServer();
     ASSERT_EQ(S_OK, server_->StartIPCServer());
-    PacketSource second(codec_.Get(), 256, 192, 43);
     Feed(second.FullScreen());
     EXPECT_TRUE(WaitUntil([&] { return Picture() == second.Rows(); }));
     EXPECT_EQ(1, notify_.Count(2, 99));
@@ -472,33 +441,30 @@ TEST_F(IpcRender, ShowsThePictureKeepsItWhenTheServerGoesAndFollowsANewServer) {
 // section now named, retrying without answering while that fails. ResetContent paints the
 // shared pixels over with the background colour.
 TEST_F(IpcRender, ViewerFollowsAControlSectionWrittenByHand) {
-    server_.Reset();
-    sink_.Reset();
+    DropServer();
     control_.Close();
     UniqueMapping controlSection = CreateNamedSection("Global\\ScreenUpdate", 66876);
     UniqueViewOfFile controlView = MapWholeSection(controlSection.get());
     ASSERT_TRUE(controlView);
     BYTE* c = static_cast<BYTE*>(controlView.get());
-    // A 16-bit section of w x h pixels named name, filled with a pattern, published at 0x000 and
-    // its BITMAPINFO at 0x110.
-    auto publish = [&](const char* name, int w, int h, std::vector<BYTE>* rows) {
+    // A 16-bit section of w x h pixels of a pattern, named at 0x000, its BITMAPINFO at 0x110.
+    std::vector<BYTE> rows;
+    auto publish = [&](const char* name, int w, int h) {
         UniqueMapping section = CreateNamedSection(name, static_cast<DWORD>(w * h * 2));
         UniqueViewOfFile view = MapWholeSection(section.get());
+        BYTE* pixels = static_cast<BYTE*>(view.get());
         for (int i = 0; i < w * h; ++i)
-            packet::StoreU16(static_cast<BYTE*>(view.get()) + 2 * i, static_cast<uint16_t>(i * 37));
-        rows->assign(static_cast<BYTE*>(view.get()), static_cast<BYTE*>(view.get()) + w * h * 2);
+            packet::StoreU16(pixels + 2 * i, static_cast<uint16_t>(i * 37));
+        rows.assign(pixels, pixels + w * h * 2);
         std::memset(c, 0, 260);
         std::strcpy(reinterpret_cast<char*>(c), name);
-        const std::vector<BYTE> bmi = Bmi(w, h, 16);
-        std::memcpy(c + 0x110, bmi.data(), 40);
+        std::memcpy(c + 0x110, Bmi(w, h, 16).data(), 40);
         return std::make_pair(std::move(section), std::move(view));
     };
     // One pass: the fields, then the viewer's receive event; whether it answered within ms.
     UniqueEvent receive, complete;
-    auto pass = [&](DWORD flags, std::vector<RECT> rects, POINT cursor, DWORD ms) {
+    auto pass = [&](DWORD flags, std::vector<RECT> rects, DWORD ms) {
         packet::StoreU32(c + 0x104, flags);
-        packet::StoreI32(c + 0x108, cursor.x);
-        packet::StoreI32(c + 0x10C, cursor.y);
         packet::StoreU32(c + 0x538, static_cast<uint32_t>(rects.size()));
         std::memcpy(c + 0x53C, rects.data(), std::min<size_t>(rects.size(), 4096) * sizeof(RECT));
         ResetEvent(complete.get());
@@ -513,19 +479,18 @@ TEST_F(IpcRender, ViewerFollowsAControlSectionWrittenByHand) {
     complete = TryOpenNamedEvent("Global\\StudentComplete3");
     ASSERT_TRUE(receive && complete);
     EXPECT_TRUE(WaitUntil([&] { return debug.Count("OpenFromBitmapInfo Failed 1\n") >= 3; }));
-    std::vector<BYTE> rows;
-    auto first = publish("Global\\VantrelIpcTestA", 64, 32, &rows);
-    ASSERT_TRUE(pass(1, {RECT{}}, POINT{10, 12}, 5000));
+    auto first = publish("Global\\VantrelIpcTestA", 64, 32);
+    ASSERT_TRUE(pass(1, {RECT{}}, kPatience));
     EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(receive.get(), 0)) << "the viewer resets it";
     EXPECT_TRUE(WaitUntil([&] { return Picture() == rows; }));
-    ASSERT_TRUE(pass(1, std::vector<RECT>(5000, RECT{0, 0, 8, 8}), POINT{}, 5000));
+    ASSERT_TRUE(pass(1, std::vector<RECT>(5000, RECT{0, 0, 8, 8}), kPatience));
 
     // A re-created section that cannot be opened yet holds the answer back.
     std::strcpy(reinterpret_cast<char*>(c), "Global\\VantrelIpcTestMissing");
-    EXPECT_FALSE(pass(2, {}, POINT{}, 300));
-    auto second = publish("Global\\VantrelIpcTestB", 32, 16, &rows);
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(complete.get(), 5000));
-    ASSERT_TRUE(pass(1, {RECT{0, 0, 32, 16}}, POINT{}, 5000));
+    EXPECT_FALSE(pass(2, {}, 300));
+    auto second = publish("Global\\VantrelIpcTestB", 32, 16);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(complete.get(), kPatience));
+    ASSERT_TRUE(pass(1, {RECT{0, 0, 32, 16}}, kPatience));
     EXPECT_TRUE(WaitUntil([&] { return Picture() == rows; }));
 
     // The viewer's image is the shared section itself.
