@@ -120,9 +120,6 @@ int PostedSetCursors(HWND w) {
 TEST_F(RenderTest, WindowClassPlacementStylesCursorAndClose) {
     const HWND w = RenderWindow();
     ASSERT_TRUE(IsWindow(w));
-    char title[64] = {};
-    GetWindowTextA(w, title, sizeof title);
-    EXPECT_STREQ("Vantrel Render Window", title);
     EXPECT_EQ(0u, GetClassLongPtrA(w, GCLP_HCURSOR));  // no class cursor overrides SetCursor
     long visible = 0xdeadbeef;
     ASSERT_EQ(S_OK, render_->GetVisible(&visible));
@@ -130,15 +127,13 @@ TEST_F(RenderTest, WindowClassPlacementStylesCursorAndClose) {
     auto kind = [&] { return GetWindowLongA(w, GWL_STYLE) & (WS_POPUP | WS_CHILD); };
     EXPECT_EQ(static_cast<LONG>(WS_POPUP), kind());
 
-    // Tracking limits apply to the top-level window only: 50 x 50 up to the screen by default.
+    // Tracking limits apply to the top-level window only.
     auto limits = [&] {
         MINMAXINFO mmi{};
         SendMessageA(w, WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&mmi));
         return RECT{mmi.ptMinTrackSize.x, mmi.ptMinTrackSize.y, mmi.ptMaxTrackSize.x,
                     mmi.ptMaxSize.y};
     };
-    EXPECT_EQ(RECT({50, 50, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)}),
-              limits());
     ASSERT_EQ(S_OK, render_->SetMaxMinSize(800, 600, 120, 90));
     EXPECT_EQ(RECT({120, 90, 800, 600}), limits());
 
@@ -368,8 +363,11 @@ TEST_F(RenderTest, DrainGetsCopiesOfExactlyTheInputMessages) {
     EXPECT_EQ(want, drain.Messages());
 }
 
-// The view rectangles answer as the scroll mode allows; a drag in scroll mode stops at the
-// edges and the scroll bars follow it; outside scroll mode a drag does nothing at all.
+// The view rectangles answer as the scroll mode allows, and the client area shows on the screen
+// (at 5-5-5) the part of the picture they name: 1:1, halved (each pixel one of the four it
+// stands for, the margin in the background colour), and in follow mode the corner the pointer
+// pulls the view to. A drag in scroll mode stops at the edges and the scroll bars follow it;
+// outside scroll mode a drag does nothing at all.
 TEST_F(RenderTest, ViewRectanglesDragAndScrollBarsFollowTheScrollMode) {
     HostWindow parent({0, 0, 400, 300}, true);
     ASSERT_EQ(S_OK, render_->SetParentWindow(parent.Handle()));
@@ -381,13 +379,6 @@ TEST_F(RenderTest, ViewRectanglesDragAndScrollBarsFollowTheScrollMode) {
     ASSERT_EQ(S_OK, render_->SetScrollMode(1));
     EXPECT_EQ(std::vector<WPARAM>{RN_VIEWCHANGED}, Codes({RN_VIEWCHANGED}));
     ASSERT_EQ(S_OK, render_->SetScrollMode(0));
-    long l = 0xdeadbeef, t = 0xdeadbeef, r = 0xdeadbeef, b = 0xdeadbeef;
-    EXPECT_EQ(S_OK, render_->SetSourcePosition(10, 20, 110, 220));
-    EXPECT_EQ(S_FALSE, render_->IsUsingDefaultSource());
-    ASSERT_EQ(S_OK, render_->GetSourcePosition(&l, &t, &r, &b));
-    EXPECT_EQ(RECT({10, 20, 110, 220}), RECT({l, t, r, b}));
-    EXPECT_EQ(S_OK, render_->SetDefaultSourcePosition());
-    EXPECT_EQ(S_OK, render_->IsUsingDefaultSource());
 
     // The outer size that shows the picture 1:1 in the current style; 0 without a picture.
     long iw = 0xdeadbeef, ih = 0xdeadbeef;
@@ -402,11 +393,45 @@ TEST_F(RenderTest, ViewRectanglesDragAndScrollBarsFollowTheScrollMode) {
     EXPECT_EQ(RECT({0, 0, outer.right - outer.left, outer.bottom - outer.top}),
               RECT({0, 0, iw, ih}));
 
-    ASSERT_EQ(S_OK, render_->SetScrollMode(2));
+    const std::vector<BYTE> rows = desk.Rows();
+    auto at = [&](LONG x, LONG y) { return packet::LoadU16(&rows[2 * (y * 1024 + x)]); };
+    // The client pixels that do not fit, once the screen has caught up or the patience ran out.
+    auto misfits = [&](const std::function<bool(LONG, LONG, uint16_t)>& fits) {
+        long wrong = -1;
+        WaitUntil([&] {
+            const std::vector<uint32_t> shot = GrabScreen32({0, 0, 400, 300});
+            wrong = 0;
+            for (LONG y = 0; y < 300; ++y)
+                for (LONG x = 0; x < 400; ++x)
+                    wrong += !fits(x, y, To555(shot[y * 400 + x]));
+            return wrong == 0;
+        });
+        return wrong;
+    };
+    long l = 0xdeadbeef, t = 0xdeadbeef, r = 0xdeadbeef, b = 0xdeadbeef;
     auto source = [&] {
         EXPECT_EQ(S_OK, render_->GetSourcePosition(&l, &t, &r, &b));
         return RECT{l, t, r, b};
     };
+    EXPECT_EQ(S_OK, render_->SetSourcePosition(560, 380, 960, 680));
+    EXPECT_EQ(S_FALSE, render_->IsUsingDefaultSource());
+    EXPECT_EQ(RECT({560, 380, 960, 680}), source());
+    EXPECT_EQ(0, misfits([&](LONG x, LONG y, uint16_t px) { return px == at(560 + x, 380 + y); }));
+    ASSERT_EQ(S_OK, render_->SetDestinationPosition(0, 0, 200, 150));
+    ASSERT_EQ(S_OK, render_->GetDestinationPosition(&l, &t, &r, &b));  // repaints
+    EXPECT_EQ(0, misfits([&](LONG x, LONG y, uint16_t px) {
+                  if (x >= 200 || y >= 150)
+                      return px == To555(0x008080);
+                  for (int d = 0; d < 4; ++d)
+                      if (px == at(560 + 2 * x + d % 2, 380 + 2 * y + d / 2))
+                          return true;
+                  return false;
+              }));
+    EXPECT_EQ(S_OK, render_->SetDefaultDestinationPosition());
+    EXPECT_EQ(S_OK, render_->SetDefaultSourcePosition());
+    EXPECT_EQ(S_OK, render_->IsUsingDefaultSource());
+
+    ASSERT_EQ(S_OK, render_->SetScrollMode(2));
     auto drag = [&](POINT from, POINT to) {
         SendMessageA(w, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(from.x, from.y));
         SendMessageA(w, WM_MOUSEMOVE, MK_LBUTTON, MAKELPARAM(to.x, to.y));
@@ -446,55 +471,9 @@ TEST_F(RenderTest, ViewRectanglesDragAndScrollBarsFollowTheScrollMode) {
     drag({200, 150}, {100, 100});
     EXPECT_EQ(follow, source());
     EXPECT_EQ(std::vector<WPARAM>(), Codes({RN_VIEWCHANGED}));
-    render_->SetParentWindow(nullptr);
-}
-
-// What the client area shows on the screen, at 5-5-5: 1:1 from a source position, halved into a
-// destination (each pixel one of the four it stands for, the margin in the background colour),
-// and in follow mode the corner the pointer pulls the view to.
-TEST_F(RenderTest, EachViewShowsTheRightPartOfThePictureOnTheScreen) {
-    HostWindow parent({0, 0, 400, 300}, true);
-    ASSERT_EQ(S_OK, render_->SetParentWindow(parent.Handle()));
-    ASSERT_EQ(S_OK, render_->SetWindowPosition(0, 0, 400, 300));
-    ASSERT_EQ(S_OK, render_->SetVisible(TRUE));
-    PacketSource desk(codec_.Get(), 1024, 768, 17);
-    Feed(desk);
-    const std::vector<BYTE> rows = desk.Rows();
-    auto at = [&](LONG x, LONG y) { return packet::LoadU16(&rows[2 * (y * 1024 + x)]); };
-    // The client pixels that do not fit, once the screen has caught up or the patience ran out.
-    auto misfits = [&](const std::function<bool(LONG, LONG, uint16_t)>& fits) {
-        long wrong = -1;
-        WaitUntil([&] {
-            const std::vector<uint32_t> shot = GrabScreen32({0, 0, 400, 300});
-            wrong = 0;
-            for (LONG y = 0; y < 300; ++y)
-                for (LONG x = 0; x < 400; ++x)
-                    wrong += !fits(x, y, To555(shot[y * 400 + x]));
-            return wrong == 0;
-        });
-        return wrong;
-    };
-    ASSERT_EQ(S_OK, render_->SetScrollMode(0));
-    ASSERT_EQ(S_OK, render_->SetSourcePosition(560, 380, 960, 680));
-    EXPECT_EQ(0, misfits([&](LONG x, LONG y, uint16_t px) { return px == at(560 + x, 380 + y); }));
-    ASSERT_EQ(S_OK, render_->SetDestinationPosition(0, 0, 200, 150));
-    long l, t, r, b;
-    ASSERT_EQ(S_OK, render_->GetDestinationPosition(&l, &t, &r, &b));  // repaints
-    EXPECT_EQ(0, misfits([&](LONG x, LONG y, uint16_t px) {
-                  if (x >= 200 || y >= 150)
-                      return px == To555(0x008080);
-                  for (int d = 0; d < 4; ++d)
-                      if (px == at(560 + 2 * x + d % 2, 380 + 2 * y + d / 2))
-                          return true;
-                  return false;
-              }));
-    ASSERT_EQ(S_OK, render_->SetScrollMode(1));
     std::vector<BYTE> cursor = desk.CursorPacket(packet::kCursorNewPosition, 1005, 745);
     EXPECT_EQ(S_OK, transmitter_->Transfer(cursor.data(), static_cast<ULONG>(cursor.size()), 0));
-    EXPECT_TRUE(WaitUntil([&] {
-        render_->GetSourcePosition(&l, &t, &r, &b);
-        return RECT{l, t, r, b} == RECT{624, 468, 1024, 768};
-    })) << RECT{l, t, r, b};
+    EXPECT_TRUE(WaitUntil([&] { return source() == RECT{624, 468, 1024, 768}; })) << source();
     // Around the pointer the render may draw it.
     EXPECT_EQ(0, misfits([&](LONG x, LONG y, uint16_t px) {
                   return (x >= 360 && y >= 260) || px == at(624 + x, 468 + y);
@@ -546,7 +525,6 @@ TEST_F(RenderTest, PaletteStreamPaintsWhileAnotherThreadDecodes) {
                 desk.Send({0, top, 256, top + 32});
     });
     const DWORD start = GetTickCount();
-    int paints = 0;
     // One message at a time: the stream keeps the window invalid, so a queue is never empty.
     while (GetTickCount() - start < 500) {
         InvalidateRect(RenderWindow(), nullptr, FALSE);
@@ -554,15 +532,10 @@ TEST_F(RenderTest, PaletteStreamPaintsWhileAnotherThreadDecodes) {
         MSG msg;
         if (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE))
             DispatchMessageA(&msg);
-        ++paints;
     }
     stop = true;
     sender.join();
     desk.Unregister(transmitter_.Get());
-    EXPECT_GT(paints, 5);
-    long w = 0, h = 0, bpp = 0;
-    ASSERT_EQ(S_OK, render_->GetDesktopInfomation(&w, &h, &bpp));
-    EXPECT_EQ(8, bpp);
     const std::vector<BYTE> picture = CurrentImage(render_.Get());
     ASSERT_EQ(40u + 1024u + 256u * 128u, picture.size());  // header, colour table, rows
     EXPECT_EQ(desk.Rows({0, 0, 256, 128}),
