@@ -44,14 +44,12 @@ StreamDecoder::Outcome DecodingSink::Take(const void* data, uint32_t cbData) {
     return arrivals_.back().outcome;
 }
 
-long DecodingSink::Mismatches(const RECT* area) {
+long DecodingSink::Mismatches() {
     std::lock_guard<CriticalSection> guard(lock_);
     if (!image.IsOpen())
         return -1;
     RECT r, pointer;
     image.GetScreenRect(&r);
-    if (area)
-        r = *area;
     image.GetCursorRect(&pointer);
     const std::vector<uint32_t> shot = GrabScreen32(r);
     long wrong = 0;

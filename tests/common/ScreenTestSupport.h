@@ -20,10 +20,7 @@
 #include "common/DeskPrefOverride.h"
 #include "common/FakeSink.h"
 #include "common/Screen.h"
-#include "wincom/ComPtr.h"
-#include "wincom/CriticalSection.h"
 #include "contracts/Pixmend.h"
-#include "wincom/UniqueHandle.h"
 #include "stream/DesktopImage.h"
 #include "stream/Packet.h"
 #include "stream/SinkTable.h"
@@ -69,20 +66,17 @@ class DecodingSink : public FakeSink, public StreamDecoder::Owner {
     StreamDecoder::Outcome Take(const Packet& p) { return Take(p.bytes.data(), p.cbData); }
 
     std::vector<Arrival> Arrivals() const {
-        std::lock_guard<CriticalSection> guard(lock_);
-        return arrivals_;
+        return Locked([&] { return arrivals_; });
     }
     size_t Count() const {
-        std::lock_guard<CriticalSection> guard(lock_);
-        return arrivals_.size();
+        return Locked([&] { return arrivals_.size(); });
     }
     bool PictureComplete() const {
-        std::lock_guard<CriticalSection> guard(lock_);
-        return decoder.IsPictureComplete();
+        return Locked([&] { return decoder.IsPictureComplete(); });
     }
-    // Pixels of the decoded picture in area (default: all of it) that differ from the screen at
-    // 5-5-5, leaving out the pointer the decoder drew; -1 before a picture exists.
-    long Mismatches(const RECT* area = nullptr);
+    // Pixels of the decoded picture that differ from the screen at 5-5-5, leaving out the pointer
+    // the decoder drew; -1 before a picture exists.
+    long Mismatches();
     uint16_t PixelAt(int x, int y) {
         std::lock_guard<CriticalSection> guard(lock_);
         return image.IsOpen() ? Pixel555(image, x, y) : 0;
@@ -108,6 +102,11 @@ class DecodingSink : public FakeSink, public StreamDecoder::Owner {
     void Received(const void* data, uint32_t cbData) noexcept override { Take(data, cbData); }
 
   private:
+    template <typename F>
+    auto Locked(F read) const -> decltype(read()) {
+        std::lock_guard<CriticalSection> guard(lock_);
+        return read();
+    }
     // The whole image rows the band covers: only the band changes them.
     std::vector<BYTE> RowsOf(const RECT& band) const;
 

@@ -28,8 +28,9 @@ TEST(ViewGeometry, FollowAndScrollLayouts) {
     for (const auto& c : follow) {
         const RECT source{c.at.x, c.at.y, c.at.x + c.client.cx, c.at.y + c.client.cy};
         const Placement p = FollowLayout(c.client, c.image, source, c.cursor);
-        EXPECT_EQ(c.wantSource, p.source) << "cursor " << c.cursor.x << "," << c.cursor.y;
-        EXPECT_EQ(c.wantDestination, p.destination) << "cursor " << c.cursor.x << "," << c.cursor.y;
+        EXPECT_EQ((std::pair{c.wantSource, c.wantDestination}),
+                  (std::pair{p.source, p.destination}))
+            << "cursor " << c.cursor.x << "," << c.cursor.y;
     }
 
     // Bars 17 pixels thick; "H", "V": the bars the window has, and the bars wanted.
