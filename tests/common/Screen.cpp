@@ -34,6 +34,18 @@ void PumpFor(DWORD ms) {
     WaitUntil([] { return false; }, ms, 5);
 }
 
+bool WaitQuiet(const std::function<size_t()>& count, DWORD quietMs) {
+    size_t last = count();
+    DWORD since = GetTickCount();
+    return WaitUntil([&] {
+        if (const size_t now = count(); now != last) {
+            last = now;
+            since = GetTickCount();
+        }
+        return GetTickCount() - since > quietMs;
+    });
+}
+
 std::vector<BYTE> Bmi(int width, int height, int bpp, DWORD compression, std::vector<DWORD> tail) {
     std::vector<BYTE> b(sizeof(BITMAPINFOHEADER) + 256 * sizeof(RGBQUAD), 0);
     *reinterpret_cast<BITMAPINFOHEADER*>(b.data()) =

@@ -25,6 +25,8 @@ void PumpMessages() noexcept;
 bool WaitUntil(const std::function<bool()>& done, DWORD timeout = kPatience, DWORD pollMs = 10);
 // Pumps this thread's messages for ms.
 void PumpFor(DWORD ms);
+// Pumps until count() has stayed the same for quietMs; false when the patience runs out first.
+bool WaitQuiet(const std::function<size_t()>& count, DWORD quietMs);
 
 // The screen grabs and the stream's 5-5-5 form live in wincom (the host uses them too).
 using vantrel::GrabScreen32;

@@ -251,15 +251,7 @@ bool CaptureTest::Converges() {
 }
 
 bool CaptureTest::Settle(DWORD quietMs) {
-    size_t count = sink_->Count();
-    DWORD since = GetTickCount();
-    return WaitUntil([&] {
-        if (sink_->Count() != count) {
-            count = sink_->Count();
-            since = GetTickCount();
-        }
-        return GetTickCount() - since > quietMs;
-    });
+    return WaitQuiet([&] { return sink_->Count(); }, quietMs);
 }
 
 }  // namespace vantrel::test
