@@ -19,13 +19,8 @@ namespace vantrel::test {
 namespace {
 
 // The notification codes as a host knows them.
-enum : WPARAM {
-    RN_FORMATCHANGED = 1,
-    RN_PICTURECOMPLETE,
-    RN_CLOSEREQUEST,
-    RN_IDLE,
-    RN_VIEWCHANGED
-};
+constexpr WPARAM RN_FORMATCHANGED = 1, RN_PICTURECOMPLETE = 2, RN_CLOSEREQUEST = 3, RN_IDLE = 4,
+                 RN_VIEWCHANGED = 5;
 constexpr UINT kNotifyMessage = WM_APP + 7;
 constexpr DWORD kNotifyParam = 0x5A5A1234;
 
