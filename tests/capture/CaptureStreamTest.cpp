@@ -1,7 +1,6 @@
 // DesktopCapture through COM on the 24-bit virtual display, as a host wires it: the decoded
-// stream must match the screen at 5-5-5; full-screen requests, idle flushes, pointer packets,
-// the logo, the last Release and a thread that cannot start or wait beside it. (The "FPS"
-// pacing: the capture bench.)
+// stream must match the screen at 5-5-5; full-screen requests, idle flushes, "FPS" pacing,
+// pointer packets, the logo, the last Release and a thread that cannot start or wait beside it.
 #include <algorithm>
 #include <atomic>
 
@@ -153,6 +152,33 @@ TEST_F(CaptureTest, EverySinkIsFlushedOncePerQuietPeriodAndNotWithoutPackets) {
         if (static_cast<LONG>(flushes.back() - a.tick) >= 0)
             lastPacket = a.tick;
     EXPECT_GE(flushes.back() - lastPacket, kIdle - 20) << "flushed before the quiet period";
+}
+
+// A 40 x 40 window repainted about 60 times a second: with "FPS" 1 at most one pass per 200 ms
+// goes out, and capturing goes on (the unpaced rate is the capture bench's).
+TEST_F(CaptureTest, FpsSettingBoundsThePassesPerSecond) {
+    DeskPrefOverride fps("FPS", 1);
+    ASSERT_TRUE(fps.Ok());
+    NoiseBox box(RECT{96, 96, 136, 136}, 1);
+    ASSERT_EQ(S_OK, capture_->RegisterDataTransmitter(sink_.get()));
+    ASSERT_EQ(S_OK, capture_->Run());
+    ASSERT_TRUE(Settle());
+    const size_t from = sink_->Count();
+    const DWORD start = GetTickCount();
+    for (uint32_t seed = 2; GetTickCount() - start < 2000; ++seed) {
+        ASSERT_TRUE(box.Repaint(seed));
+        PumpFor(15);
+    }
+    const DWORD limit = (GetTickCount() - start) / 200 + 2;
+    ASSERT_TRUE(Settle());
+    ASSERT_EQ(S_OK, capture_->Stop());
+    const auto all = sink_->Arrivals();
+    // Less the closing block.
+    const size_t passes =
+        std::count_if(all.begin() + from, all.end(), [](const Arrival& a) { return a.IsFrame(); }) -
+        1;
+    EXPECT_LE(passes, limit) << "FPS 1 let more than one pass per 200 ms through";
+    EXPECT_GE(passes, 3u) << "FPS 1 stopped capturing";
 }
 
 // The platform reports the pointer of the foreground window's thread: the window is activated.
